@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Quick start. ./run.sh example   set up, build, export the example scene
+#              ./run.sh test      set up, build, run the whole test suite
+#              ./run.sh sanitize  the tests under AddressSanitizer and UBSan
+set -euo pipefail
+cd "$(dirname "$0")"
+mode="${1:-example}"
+
+build() { # folder, cmake options...
+  local dir="$1"; shift
+  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  cmake --build "$dir"
+}
+
+case "$mode" in
+  test)
+    scripts/setup.sh
+    build build -DTARNVALE_TESTS=ON
+    ctest --test-dir build --output-on-failure -j2
+    ;;
+  sanitize)
+    scripts/setup.sh
+    build build-asan -DTARNVALE_TESTS=ON -DTARNVALE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+    ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-asan --output-on-failure -j2
+    ;;
+  *)
+    echo "usage: $0 example|test|sanitize" >&2
+    exit 2
+    ;;
+esac

@@ -1,0 +1,263 @@
+// The small layers that stand for the Windows services the exporter was written
+// against: settings store, registry, message boxes, GUIDs, dates, processes, files
+// and the single-byte code page. Each is an interface with a real implementation;
+// tests use the recording doubles of platform/doubles.h.
+#pragma once
+
+#include "host/host.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarnvale::platform {
+
+// ---- Paths and files -------------------------------------------------------------
+
+// Paths are joined with "\" as on Windows; every "\" becomes "/" when this program
+// opens, tests or starts a file. Nothing else in a path changes.
+std::string nativePath(std::string_view path);
+bool fileExists(std::string_view path);
+
+// ---- Code page --------------------------------------------------------------------
+
+// Text inside the program is UTF-8; generated files are Windows-1252. A character
+// that 1252 lacks becomes "?"; a byte that is not valid UTF-8 stands for itself.
+std::string toWindows1252(std::string_view utf8);
+// Windows-1252 bytes (a template line, say) as UTF-8.
+std::string fromWindows1252(std::string_view bytes);
+
+// ---- Output and input text files ----------------------------------------------------
+
+// The open output file: a large buffer, one fwrite per fill. Never seeks.
+class TextSink {
+public:
+    TextSink() = default;
+    ~TextSink();
+    TextSink(const TextSink&) = delete;
+    TextSink& operator=(const TextSink&) = delete;
+
+    // Creates or empties the file; fails with the system's error text.
+    void open(const std::string& path);
+    // UTF-8 text, written in Windows-1252.
+    void write(std::string_view text);
+    // Bytes written as they are (ASCII numbers, template text).
+    void writeRaw(std::string_view bytes);
+    void writeChar(char c) { writeRaw(std::string_view(&c, 1)); }
+    // CR LF.
+    void endLine() { writeRaw("\r\n"); }
+    // Column of the next byte on the current line, from 0.
+    size_t column() const { return written_ - lineStart_; }
+    // Advances to the next print zone (tab stops every 14 columns).
+    void nextPrintZone();
+    // Flushes and closes; fails when the data cannot be written.
+    void close();
+    bool isOpen() const { return file_ != nullptr; }
+
+private:
+    void flush();
+    std::FILE* file_ = nullptr;
+    std::string path_;
+    std::vector<char> buffer_;
+    size_t used_ = 0;
+    size_t written_ = 0;
+    size_t lineStart_ = 0;
+};
+
+// A text file read line by line; a line ends at CR LF, LF or CR.
+class TextSource {
+public:
+    TextSource() = default;
+    ~TextSource();
+    TextSource(const TextSource&) = delete;
+    TextSource& operator=(const TextSource&) = delete;
+
+    void open(const std::string& path);
+    // The next line's bytes without its line end; false at the end of the file.
+    bool readLine(std::string& line);
+    void close();
+
+private:
+    std::FILE* file_ = nullptr;
+};
+
+// The failure for a file that cannot be opened: number and the system's text.
+Failure fileFailure(const std::string& path, int errnoValue, bool forWriting);
+
+// ---- Settings store ---------------------------------------------------------------
+
+class SettingsStore {
+public:
+    virtual ~SettingsStore() = default;
+    // The value of key in (application, section), or the default.
+    virtual std::string getSetting(const std::string& application, const std::string& section,
+                                   const std::string& key, const std::string& defaultValue) = 0;
+};
+
+// An INI file with sections named "application\section". A missing or unreadable
+// file is an empty store.
+class IniSettings : public SettingsStore {
+public:
+    explicit IniSettings(std::string path) : path_(std::move(path)) {}
+    std::string getSetting(const std::string& application, const std::string& section, const std::string& key,
+                           const std::string& defaultValue) override;
+    // $XDG_CONFIG_HOME/tarnvale/settings.ini, or ~/.config/tarnvale/settings.ini.
+    static std::string defaultPath();
+
+private:
+    std::string path_;
+};
+
+// ---- Registry ---------------------------------------------------------------------
+
+inline constexpr uint32_t kHkeyLocalMachine = 0x80000002u;
+inline constexpr uint32_t kRegString = 1;
+inline constexpr uint32_t kRegBinary = 3;
+inline constexpr uint32_t kRegDword = 4;
+
+struct RegValue {
+    uint32_t type = 0;
+    std::vector<uint8_t> data; // as the registry stores it: strings with their NUL
+};
+
+class Registry {
+public:
+    virtual ~Registry() = default;
+    // Whether the key exists and may be opened with that access mask.
+    virtual bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) = 0;
+    // The value's type and bytes; false when key or value is missing.
+    virtual bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name,
+                            RegValue& out) = 0;
+};
+
+// A registry read from a file in the Windows .reg export syntax: [HKEY_...\key]
+// sections, "Name"="text", "Name"=dword:0000002a, "Name"=hex:01,02, @ for the default
+// value. No file, or a file that cannot be read, is an empty registry.
+class RegFileRegistry : public Registry {
+public:
+    RegFileRegistry() = default;
+    explicit RegFileRegistry(const std::string& path);
+    // Parses .reg text; lines it cannot read are skipped.
+    void parse(std::string_view text);
+    bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) override;
+    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name, RegValue& out) override;
+
+private:
+    struct Entry {
+        std::string key;  // upper case, "HIVE\path"
+        std::string name; // upper case; "" for the default value
+        RegValue value;
+    };
+    std::vector<std::string> keys_;
+    std::vector<Entry> values_;
+};
+
+// ---- Message boxes ----------------------------------------------------------------
+
+enum class BoxIcon { Plain, Information, Critical };
+
+class MessageBoxes {
+public:
+    virtual ~MessageBoxes() = default;
+    // Shows the text and waits until it has been acknowledged.
+    virtual void show(const std::string& text, const std::string& title, BoxIcon icon) = 0;
+};
+
+// Boxes on standard error: the title, the icon kind and the text, a CR shown as a
+// line break. Waits for Enter when `waitForPerson` and standard input is a terminal.
+class ConsoleBoxes : public MessageBoxes {
+public:
+    explicit ConsoleBoxes(std::FILE* out = stderr, bool waitForPerson = false)
+        : out_(out), wait_(waitForPerson) {}
+    void show(const std::string& text, const std::string& title, BoxIcon icon) override;
+
+private:
+    std::FILE* out_;
+    bool wait_;
+};
+
+const char* iconName(BoxIcon icon);
+
+// ---- GUIDs, dates -----------------------------------------------------------------
+
+struct Guid {
+    uint32_t data1 = 0;
+    uint16_t data2 = 0, data3 = 0;
+    uint8_t data4[8] = {};
+};
+
+class GuidSource {
+public:
+    virtual ~GuidSource() = default;
+    // A new GUID; false when none can be made.
+    virtual bool create(Guid& out) = 0;
+};
+
+// Standard random (version 4) GUIDs.
+class RandomGuids : public GuidSource {
+public:
+    bool create(Guid& out) override;
+};
+
+class Clock {
+public:
+    virtual ~Clock() = default;
+    // Today in a long date form, e.g. "Monday, 23 November 2026".
+    virtual std::string longDate() = 0;
+    // Now in a long time form, e.g. "08:29:21".
+    virtual std::string longTime() = 0;
+};
+
+class SystemClock : public Clock {
+public:
+    std::string longDate() override;
+    std::string longTime() override;
+};
+
+// ---- Processes --------------------------------------------------------------------
+
+inline constexpr uint32_t kStillActive = 259;
+
+class Processes {
+public:
+    virtual ~Processes() = default;
+    // Starts the command line; gives the process id. Fails when it cannot start.
+    virtual int64_t start(const std::string& commandLine, int32_t windowStyle) = 0;
+    // A handle for querying the process, or 0 when it cannot be opened.
+    virtual intptr_t open(int64_t processId, uint32_t access) = 0;
+    // The exit code, kStillActive while it runs; false when it cannot be asked.
+    virtual bool exitCode(intptr_t handle, uint32_t& code) = 0;
+    virtual void sleep(int32_t milliseconds) = 0;
+    virtual void close(intptr_t handle) = 0;
+};
+
+// Splits a command line by the Windows rules: blanks separate arguments outside
+// double quotes; 2n backslashes before a quote give n and a quote that opens or
+// closes; 2n+1 give n and a literal quote; other backslashes are literal.
+std::vector<std::string> splitCommandLine(std::string_view commandLine);
+
+// Starts programs directly, without a shell: the first argument is the program,
+// with "\" mapped to "/".
+class PosixProcesses : public Processes {
+public:
+    ~PosixProcesses() override;
+    int64_t start(const std::string& commandLine, int32_t windowStyle) override;
+    intptr_t open(int64_t processId, uint32_t access) override;
+    bool exitCode(intptr_t handle, uint32_t& code) override;
+    void sleep(int32_t milliseconds) override;
+    void close(intptr_t handle) override;
+
+private:
+    struct Child {
+        int64_t pid;
+        bool ended = false;
+        uint32_t code = 0;
+    };
+    std::vector<Child> children_;
+    void reap(Child& c, bool wait);
+};
+
+} // namespace tarnvale::platform

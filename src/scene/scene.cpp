@@ -1,0 +1,191 @@
+// Nodes, fields, units and the scene object.
+#include "scene/scene.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace tarnvale::scene {
+
+namespace {
+
+class VectorNodeList : public SGNodeList {
+public:
+    explicit VectorNodeList(std::vector<SGObjectPtr> items) : items_(std::move(items)) {}
+    int32_t GetCount() override { return static_cast<int32_t>(items_.size()); }
+    SGObjectPtr GetItem(int32_t i) override {
+        if (i < 0 || static_cast<size_t>(i) >= items_.size())
+            throw Failure(err::kSubscript, "Subscript out of range: node " + std::to_string(i));
+        return items_[i];
+    }
+
+private:
+    std::vector<SGObjectPtr> items_;
+};
+
+class VectorShapeList : public SGShapeList {
+public:
+    explicit VectorShapeList(std::vector<SGShapePtr> items) : items_(std::move(items)) {}
+    int32_t GetCount() override { return static_cast<int32_t>(items_.size()); }
+    SGShapePtr GetItem(int32_t i) override {
+        if (i < 0 || static_cast<size_t>(i) >= items_.size())
+            throw Failure(err::kSubscript, "Subscript out of range: shape " + std::to_string(i));
+        return items_[i];
+    }
+
+private:
+    std::vector<SGShapePtr> items_;
+};
+
+std::string fieldText(const std::map<int32_t, std::string>& fields, int32_t id) {
+    auto it = fields.find(id);
+    return it == fields.end() ? std::string() : it->second;
+}
+
+int32_t findIn(const std::map<std::string, int32_t>& names, const std::string& name) {
+    auto it = names.find(name);
+    return it == names.end() ? -1 : it->second;
+}
+
+int32_t addTo(std::map<std::string, int32_t>& names, const std::string& name) {
+    auto [it, added] = names.try_emplace(name, static_cast<int32_t>(names.size()));
+    return it->second;
+}
+
+} // namespace
+
+int32_t FieldRegistry::findMaterial(const std::string& name) const { return findIn(material_, name); }
+int32_t FieldRegistry::findObject(const std::string& name) const { return findIn(object_, name); }
+int32_t FieldRegistry::addMaterial(const std::string& name) { return addTo(material_, name); }
+int32_t FieldRegistry::addObject(const std::string& name) { return addTo(object_, name); }
+
+std::string MemoryMaterial::GetMaterialField(int32_t fieldId) { return fieldText(fields, fieldId); }
+std::string MemoryState::GetMaterialField(int32_t fieldId) { return fieldText(fields, fieldId); }
+
+MemoryObject::MemoryObject(std::string name, std::shared_ptr<FieldRegistry> fields)
+    : name_(std::move(name)), fields_(std::move(fields)) {}
+
+std::shared_ptr<MemoryObject> MemoryObject::addChild(const std::string& name) {
+    auto child = std::make_shared<MemoryObject>(name, fields_);
+    child->parent_ = weak_from_this();
+    children_.push_back(child);
+    return child;
+}
+
+std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) {
+    if (name_ == name) return shared_from_this();
+    for (auto& c : children_)
+        if (auto found = c->findByName(name)) return found;
+    return nullptr;
+}
+
+SGNodeListPtr MemoryObject::GetChildren() {
+    return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()));
+}
+
+SGShapeListPtr MemoryObject::GetShapes() { return std::make_shared<VectorShapeList>(shapes_); }
+
+SGShapePtr MemoryObject::GetShape() { return shapes_.empty() ? nullptr : shapes_.front(); }
+
+void MemoryObject::AddShape(const SGShapePtr& shape) {
+    if (!shape) throw Failure(err::kObjectNotSet, "AddShape: no shape given");
+    shapes_.push_back(shape);
+}
+
+void MemoryObject::RemoveShape(const SGShapePtr& shape) {
+    for (auto it = shapes_.begin(); it != shapes_.end(); ++it) {
+        if (*it == shape) {
+            shapes_.erase(it);
+            return;
+        }
+    }
+    throw Failure(err::kInvalidCall, "RemoveShape: the shape is not on node " + name_);
+}
+
+std::string MemoryObject::GetFieldText(int32_t fieldId) { return fieldText(fieldText_, fieldId); }
+
+Matrix16 MemoryObject::worldMatrix() {
+    Matrix16 m = matrix_;
+    for (auto p = parent_.lock(); p; p = p->parent_.lock()) m = multiply(m, p->matrix_);
+    return m;
+}
+
+Matrix16 MemoryObject::GetRelativeMatrix(const SGObjectPtr& node, int32_t) {
+    auto parent = parent_.lock();
+    if (node == parent) return matrix_;
+    Matrix16 world = worldMatrix();
+    if (!node) return world;
+    auto* other = dynamic_cast<MemoryObject*>(node.get());
+    if (!other) throw Failure(err::kInvalidCall, "GetRelativeMatrix: the node is not of this scene");
+    return multiply(world, inverse(other->worldMatrix()));
+}
+
+Vec3 MemoryObject::GetRelativePosition(const SGObjectPtr& node, int32_t flags) {
+    if (node == parent_.lock() && rest_) return *rest_;
+    Matrix16 m = GetRelativeMatrix(node, flags);
+    return {m[12], m[13], m[14]};
+}
+
+std::vector<KeyRecord> MemoryObject::GetKeyframes(float start, float end) {
+    std::vector<KeyRecord> out;
+    out.reserve(keys_.size());
+    for (const KeyRecord& k : keys_)
+        if (k.time >= start && k.time <= end) out.push_back(k);
+    return out;
+}
+
+std::string MemoryUnits::ToMetres(double value, int32_t unitCode) {
+    static constexpr double kFactor[] = {1.0, 0.01, 0.001, 0.0254, 0.3048, 1000.0, 0.9144, 1609.344};
+    if (unitCode < 0 || unitCode >= static_cast<int32_t>(std::size(kFactor)))
+        throw Failure(err::kInvalidCall, "Unknown unit code " + std::to_string(unitCode));
+    char buf[64];
+    auto r = std::to_chars(buf, buf + sizeof buf, value * kFactor[unitCode]);
+    return std::string(buf, r.ptr);
+}
+
+std::shared_ptr<MemoryScene> MemoryScene::create(const std::string& rootName) {
+    std::shared_ptr<MemoryScene> s(new MemoryScene());
+    s->fields_ = std::make_shared<FieldRegistry>();
+    s->root_ = std::make_shared<MemoryObject>(rootName, s->fields_);
+    return s;
+}
+
+SGDocumentPtr MemoryScene::GetDocument() { return std::static_pointer_cast<SGDocument>(shared_from_this()); }
+
+Matrix16 multiply(const Matrix16& a, const Matrix16& b) {
+    Matrix16 r{};
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) {
+            double s = 0;
+            for (int k = 0; k < 4; ++k) s += double(a[i * 4 + k]) * b[k * 4 + j];
+            r[i * 4 + j] = static_cast<float>(s);
+        }
+    return r;
+}
+
+Matrix16 inverse(const Matrix16& m) {
+    // Gauss-Jordan with partial pivoting, in double.
+    double a[4][8];
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 8; ++j) a[i][j] = j < 4 ? m[i * 4 + j] : (j - 4 == i ? 1.0 : 0.0);
+    for (int col = 0; col < 4; ++col) {
+        int pivot = col;
+        for (int r = col + 1; r < 4; ++r)
+            if (std::fabs(a[r][col]) > std::fabs(a[pivot][col])) pivot = r;
+        if (std::fabs(a[pivot][col]) < 1e-12) throw Failure(err::kDivisionByZero, "Singular transform matrix");
+        if (pivot != col)
+            for (int j = 0; j < 8; ++j) std::swap(a[pivot][j], a[col][j]);
+        double d = a[col][col];
+        for (int j = 0; j < 8; ++j) a[col][j] /= d;
+        for (int r = 0; r < 4; ++r) {
+            if (r == col) continue;
+            double f = a[r][col];
+            for (int j = 0; j < 8; ++j) a[r][j] -= f * a[col][j];
+        }
+    }
+    Matrix16 r{};
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) r[i * 4 + j] = static_cast<float>(a[i][j + 4]);
+    return r;
+}
+
+} // namespace tarnvale::scene

@@ -1,0 +1,239 @@
+// Our in-memory scene behind the host interfaces: what a scene reader (glTF) or a
+// test builds, and what the exporter reads. Every operation is linear in what it
+// touches; mesh data lives in flat arrays of its shape.
+#pragma once
+
+#include "host/host.h"
+
+#include <map>
+#include <optional>
+#include <span>
+#include <unordered_map>
+
+namespace tarnvale::scene {
+
+// Unit codes of MemoryScene::setUnits and the factor of each to metres.
+enum UnitCode : int32_t {
+    kMetres = 0,
+    kCentimetres = 1,
+    kMillimetres = 2,
+    kInches = 3,
+    kFeet = 4,
+    kKilometres = 5,
+    kYards = 6,
+    kMiles = 7,
+};
+
+// Geometry kind given to shapes that are not polygon meshes (bones, lights ...).
+inline constexpr int32_t kGeometryOther = 0;
+
+// Named material and object fields of one scene, shared by its objects.
+class FieldRegistry {
+public:
+    int32_t findMaterial(const std::string& name) const;
+    int32_t findObject(const std::string& name) const;
+    // Gives the existing id when the name is already there.
+    int32_t addMaterial(const std::string& name);
+    int32_t addObject(const std::string& name);
+
+private:
+    std::map<std::string, int32_t> material_;
+    std::map<std::string, int32_t> object_;
+};
+
+class MemoryTextures : public SGTextures {
+public:
+    std::string fileName, bumpFileName, detailFileName, specularFileName, reflectionFileName;
+    std::string GetFileName() override { return fileName; }
+    std::string GetBumpFileName() override { return bumpFileName; }
+    std::string GetDetailFileName() override { return detailFileName; }
+    std::string GetSpecularFileName() override { return specularFileName; }
+    std::string GetReflectionFileName() override { return reflectionFileName; }
+};
+
+class MemoryMaterial : public SGMaterial {
+public:
+    std::string name;
+    float power = 0;
+    Rgba diffuse{0.8f, 0.8f, 0.8f, 1.0f};
+    Rgb specular{1, 1, 1};
+    Rgb emissive{0, 0, 0};
+    std::shared_ptr<MemoryTextures> textures; // none: no texture
+    std::map<int32_t, std::string> fields;
+
+    std::string GetName() override { return name; }
+    void SetName(const std::string& n) override { name = n; }
+    float GetPower() override { return power; }
+    Rgba GetDiffuse() override { return diffuse; }
+    Rgb GetSpecular() override { return specular; }
+    Rgb GetEmissive() override { return emissive; }
+    void SetSpecular(float r, float g, float b) override { specular = {r, g, b}; }
+    SGTexturesPtr GetTextures() override { return textures; }
+    std::string GetMaterialField(int32_t fieldId) override;
+};
+
+class MemoryState : public SGState {
+public:
+    std::string fileName, bumpFileName, detailFileName, specularFileName, reflectionFileName;
+    Rgb diffuse{0.8f, 0.8f, 0.8f};
+    int32_t alphaPercent = 100;
+    int32_t shininess = 0;
+    std::map<int32_t, std::string> fields;
+
+    std::string GetFileName() override { return fileName; }
+    std::string GetBumpFileName() override { return bumpFileName; }
+    std::string GetDetailFileName() override { return detailFileName; }
+    std::string GetSpecularFileName() override { return specularFileName; }
+    std::string GetReflectionFileName() override { return reflectionFileName; }
+    Rgb GetDiffuse() override { return diffuse; }
+    int32_t GetAlphaPercent() override { return alphaPercent; }
+    int32_t GetShininess() override { return shininess; }
+    std::string GetMaterialField(int32_t fieldId) override;
+};
+
+// A shape: a polygon mesh (geometry kind 11) or any other kind (a bone: type code 16).
+class MemoryShape : public SGShape {
+public:
+    struct Corner {
+        int32_t vertex, normal, uv;
+    };
+
+    explicit MemoryShape(int32_t geometryKind = kGeometryPolygonMesh, int32_t typeCode = kGeometryPolygonMesh)
+        : kind_(geometryKind), typeCode_(typeCode) {}
+
+    // Bulk building, for readers of large scenes. Indices are checked by addPolygon.
+    std::vector<Vec3>& positions() { return positions_; }
+    std::vector<Vec3>& normals() { return normals_; }
+    std::vector<Uv>& uvs() { return uvs_; }
+    // Appends a polygon with its corners; fails on an index out of range.
+    void addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners);
+    void reserve(size_t polygons, size_t corners);
+
+    int32_t GetGeometryKind() override { return kind_; }
+    int32_t GetTypeCode() override { return typeCode_; }
+    int32_t GetVertexCount() override { return static_cast<int32_t>(positions_.size()); }
+    int32_t GetPolygonCount() override { return static_cast<int32_t>(polyMaterial_.size()); }
+    SGFace GetPolygon(int32_t position) override;
+    SGFace AddPolygon() override;
+    void DeletePolygons(const std::vector<int32_t>& positions) override;
+    int32_t AddUV(float u, float v) override;
+    void MergeShape(const SGShapePtr& other) override;
+    void SetName(const std::string& name) override { name_ = name; }
+    std::string GetName() override { return name_; }
+    void Prepare() override {}
+    void GetMeshArrays(MeshArrays& out) override;
+
+    int32_t FaceCornerCount(int32_t face) override;
+    SGMaterialPtr FaceMaterial(int32_t face) override;
+    void FaceSetMaterial(int32_t face, const SGMaterialPtr& material) override;
+    Uv FaceCornerUV(int32_t face, int32_t corner) override;
+    int32_t FaceCornerVertex(int32_t face, int32_t corner) override;
+    int32_t FaceCornerNormal(int32_t face, int32_t corner) override;
+    void FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) override;
+
+private:
+    static constexpr uint32_t kNoMaterial = UINT32_MAX;
+
+    void checkFace(int32_t face) const;
+    const Corner& corner(int32_t face, int32_t c) const;
+    uint32_t materialSlot(const SGMaterialPtr& material);
+    void checkCorner(int32_t vertex, int32_t normal, int32_t uv) const;
+
+    int32_t kind_;
+    int32_t typeCode_;
+    std::string name_;
+    std::vector<Vec3> positions_;
+    std::vector<Vec3> normals_;
+    std::vector<Uv> uvs_;
+    std::vector<Corner> corners_;
+    std::vector<uint32_t> polyStart_{0}; // polygon i has corners [polyStart_[i], polyStart_[i+1])
+    std::vector<uint32_t> polyMaterial_;
+    std::vector<SGMaterialPtr> materials_; // distinct materials, by first assignment
+    std::unordered_map<const SGMaterial*, uint32_t> materialIndex_;
+};
+
+class MemoryScene;
+
+class MemoryObject : public SGObject, public std::enable_shared_from_this<MemoryObject> {
+public:
+    MemoryObject(std::string name, std::shared_ptr<FieldRegistry> fields);
+
+    // Building.
+    std::shared_ptr<MemoryObject> addChild(const std::string& name);
+    void addShapeLast(const SGShapePtr& shape) { shapes_.push_back(shape); }
+    // Local transform relative to the parent; also sets the rest position unless one
+    // was set explicitly.
+    void setMatrix(const Matrix16& m) { matrix_ = m; }
+    void setRestPosition(const Vec3& p) { rest_ = p; }
+    void setNodeValue(double v) { value_ = v; }
+    void setFieldText(int32_t fieldId, const std::string& text) { fieldText_[fieldId] = text; }
+    void setKeyframes(std::vector<KeyRecord> keys) { keys_ = std::move(keys); }
+    const Matrix16& matrix() const { return matrix_; }
+    const std::vector<std::shared_ptr<MemoryObject>>& children() const { return children_; }
+    std::shared_ptr<MemoryObject> findByName(const std::string& name);
+
+    std::string GetName() override { return name_; }
+    SGObjectPtr GetParent() override { return parent_.lock(); }
+    SGNodeListPtr GetChildren() override;
+    SGShapeListPtr GetShapes() override;
+    SGShapePtr GetShape() override;
+    void AddShape(const SGShapePtr& shape) override;
+    void RemoveShape(const SGShapePtr& shape) override;
+    double GetNodeValue() override { return value_; }
+    std::string GetFieldText(int32_t fieldId) override;
+    int32_t FindMaterialField(const std::string& name) override { return fields_->findMaterial(name); }
+    int32_t FindObjectField(const std::string& name) override { return fields_->findObject(name); }
+    int32_t AddMaterialField(const std::string& name) override { return fields_->addMaterial(name); }
+    int32_t AddObjectField(const std::string& name) override { return fields_->addObject(name); }
+    Matrix16 GetRelativeMatrix(const SGObjectPtr& node, int32_t flags) override;
+    Vec3 GetRelativePosition(const SGObjectPtr& node, int32_t flags) override;
+    std::vector<KeyRecord> GetKeyframes(float start, float end) override;
+
+private:
+    Matrix16 worldMatrix();
+
+    std::string name_;
+    std::shared_ptr<FieldRegistry> fields_;
+    std::weak_ptr<MemoryObject> parent_;
+    std::vector<std::shared_ptr<MemoryObject>> children_;
+    std::vector<SGShapePtr> shapes_;
+    Matrix16 matrix_{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    std::optional<Vec3> rest_;
+    double value_ = 1;
+    std::map<int32_t, std::string> fieldText_;
+    std::vector<KeyRecord> keys_;
+};
+
+class MemoryUnits : public SGUnits {
+public:
+    std::string ToMetres(double value, int32_t unitCode) override;
+};
+
+// The scene and its document in one object.
+class MemoryScene : public SGScene, public SGDocument, public std::enable_shared_from_this<MemoryScene> {
+public:
+    static std::shared_ptr<MemoryScene> create(const std::string& rootName);
+
+    std::shared_ptr<MemoryObject> root() { return root_; }
+    FieldRegistry& fields() { return *fields_; }
+    void setUnits(int32_t code) { units_ = code; }
+
+    SGDocumentPtr GetDocument() override;
+    SGShapePtr CreateShape() override { return std::make_shared<MemoryShape>(); }
+    SGUnitsPtr CreateUnits() override { return std::make_shared<MemoryUnits>(); }
+    SGObjectPtr GetRootObject() override { return root_; }
+    int32_t GetUnits() override { return units_; }
+
+private:
+    MemoryScene() = default;
+    std::shared_ptr<FieldRegistry> fields_;
+    std::shared_ptr<MemoryObject> root_;
+    int32_t units_ = kMetres;
+};
+
+// 4x4 helpers on row-vector matrices.
+Matrix16 multiply(const Matrix16& a, const Matrix16& b);
+// Fails on a singular matrix.
+Matrix16 inverse(const Matrix16& m);
+
+} // namespace tarnvale::scene

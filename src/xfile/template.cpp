@@ -1,0 +1,142 @@
+// pExportFSX: the template copied line by line, with its tokens expanded.
+#include "xfile/xfile.h"
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+
+namespace tarnvale::xfile {
+
+namespace {
+
+std::string upperAscii(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+bool hasLodWord(const std::string& name) { return upperAscii(name).find("LOD_") != std::string::npos; }
+
+// A node value as the 32-bit whole number it is read as (rounded half to even).
+int32_t nodeValueAsLong(double v) {
+    double r = std::nearbyint(v);
+    if (!(r >= -2147483648.0 && r <= 2147483647.0)) throw Failure(err::kOverflow, "Overflow");
+    return static_cast<int32_t>(r);
+}
+
+} // namespace
+
+std::string pCleanName(const std::string& name) {
+    // Names live in the output's code page, so lower case follows its letters.
+    std::string out = platform::toWindows1252(name);
+    for (char& ch : out) {
+        auto c = static_cast<unsigned char>(ch);
+        if (c == ' ' || c == '?') c = '_';
+        else if ((c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c = static_cast<unsigned char>(c + 32);
+        else if (c == 0x8A || c == 0x8C || c == 0x8E) c = static_cast<unsigned char>(c + 16);
+        else if (c == 0x9F) c = 0xFF;
+        ch = static_cast<char>(c);
+    }
+    return platform::fromWindows1252(out);
+}
+
+TokenScan pScanToken(const std::string& line) {
+    TokenScan s;
+    size_t first = line.find('#');
+    if (first == std::string::npos) return s;
+    s.firstHash = static_cast<int32_t>(first + 1);
+    size_t second = line.find('#', first + 1);
+    if (second == std::string::npos) return s;
+    s.secondHash = static_cast<int32_t>(second + 1);
+    s.token = line.substr(first + 1, second - first - 1);
+    return s;
+}
+
+std::string XFileExporter::metreFactor(SGUnits& units) {
+    int32_t code = f_.SceneGraph->GetDocument()->GetUnits();
+    std::string text = units.ToMetres(1.0, code);
+    float factor = 0;
+    auto r = std::from_chars(text.data(), text.data() + text.size(), factor);
+    if (r.ec != std::errc() || r.ptr != text.data() + text.size())
+        throw Failure(err::kTypeMismatch, "Type mismatch: metre factor \"" + text + "\"");
+    return pFormatNumber(factor);
+}
+
+void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
+    SGUnitsPtr units = f_.SceneGraph->CreateUnits();
+    f_.colObjectBones = ObjectBonesCollection();
+
+    TextSink out;
+    out.open(strOutputFile);
+    platform::TextSource tmpl;
+    tmpl.open(f_.strTemplateFile);
+
+    std::string line;
+    while (tmpl.readLine(line)) {
+        TokenScan scan = pScanToken(line);
+        const std::string& t = scan.token;
+        bool known = t == "datetime" || t == "toM" || t == "hierarchy" || t == "guid" || t == "name" || t == "scene";
+        if (!known) {
+            out.writeRaw(line);
+            out.endLine();
+            continue;
+        }
+        if (t == "hierarchy") {
+            pWriteHierarchy(cgExportGroup, out, 2);
+            continue;
+        }
+        if (t == "scene") {
+            writeScene(out, cgExportGroup);
+            continue;
+        }
+        out.writeRaw(std::string_view(line).substr(0, scan.firstHash - 1));
+        if (t == "datetime") {
+            out.write(f_.clock.longDate());
+            out.writeChar(' ');
+            out.write(f_.clock.longTime());
+        } else if (t == "toM") {
+            out.writeRaw(metreFactor(*units));
+        } else if (t == "guid") {
+            out.write(f_.strGuid);
+        } else if (t == "name") {
+            out.write(pCleanName(f_.strFriendlyName));
+        }
+        out.writeRaw(std::string_view(line).substr(scan.secondHash));
+        out.endLine();
+    }
+    tmpl.close();
+    out.close();
+}
+
+void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {
+    if (!hasLodWord(cgExportGroup->GetName())) {
+        pWriteFrame(cgExportGroup, file);
+        return;
+    }
+    SGObjectPtr parent = cgExportGroup->GetParent();
+    if (!parent) throw Failure(err::kObjectNotSet, "Object variable not set: " + cgExportGroup->GetName() + " has no parent");
+    SGNodeListPtr children = parent->GetChildren();
+    int32_t count = children->GetCount();
+    for (int32_t i = 0; i < count; ++i) {
+        SGObjectPtr child = children->GetItem(i);
+        int32_t value = nodeValueAsLong(child->GetNodeValue());
+        if (hasLodWord(child->GetName()) && value != 0) {
+            cgExportGroup = child;
+            pWriteFrame(child, file);
+        }
+    }
+}
+
+void XFileExporter::pWriteHierarchy(const SGObjectPtr& node, TextSink& file, int16_t depth) {
+    SGNodeListPtr children = node->GetChildren();
+    int32_t count = children->GetCount();
+    file.writeRaw("//");
+    file.writeRaw(std::string(static_cast<size_t>(std::max<int16_t>(depth, 0)), ' '));
+    file.write(pCleanName(node->GetName()));
+    file.writeRaw(" (");
+    file.writeRaw(paddedNumber(count));
+    file.writeRaw(" Children)");
+    file.endLine();
+    for (int32_t i = 0; i < count; ++i) pWriteHierarchy(children->GetItem(i), file, static_cast<int16_t>(depth + 2));
+}
+
+} // namespace tarnvale::xfile

@@ -1,0 +1,151 @@
+#include "scene/scene.h"
+
+#include <gtest/gtest.h>
+
+namespace tarnvale::scene {
+namespace {
+
+using Corner = MemoryShape::Corner;
+
+// A shape with `n` positions along x, one normal, one pair per position.
+std::shared_ptr<MemoryShape> strip(int n, float uOffset = 0) {
+    auto s = std::make_shared<MemoryShape>();
+    for (int i = 0; i < n; ++i) {
+        s->positions().push_back({float(i), 0, 0});
+        s->uvs().push_back({float(i) + uOffset, 0});
+    }
+    s->normals().push_back({0, 0, 1});
+    return s;
+}
+
+std::vector<Corner> corners(std::initializer_list<int> vs) {
+    std::vector<Corner> c;
+    for (int v : vs) c.push_back({v, 0, v});
+    return c;
+}
+
+TEST(MemoryShape, MergeAppendsWithShiftedIndicesAndMaterials) {
+    auto a = strip(3), b = strip(4, 10);
+    auto red = std::make_shared<MemoryMaterial>(), blue = std::make_shared<MemoryMaterial>();
+    a->addPolygon(red, corners({0, 1, 2}));
+    b->addPolygon(blue, corners({0, 1, 2, 3}));
+    b->addPolygon(red, corners({3, 2, 1}));
+    auto merged = std::make_shared<MemoryShape>();
+    merged->MergeShape(a);
+    merged->MergeShape(b);
+    ASSERT_EQ(merged->GetVertexCount(), 7);
+    ASSERT_EQ(merged->GetPolygonCount(), 3);
+    SGFace f = merged->GetPolygon(1);
+    EXPECT_EQ(f.GetCornerCount(), 4);
+    EXPECT_EQ(f.GetCornerVertex(0), 3);
+    EXPECT_EQ(f.GetCornerNormal(0), 1);
+    EXPECT_FLOAT_EQ(f.GetCornerUV(3).u, 13);
+    EXPECT_EQ(f.GetMaterial(), blue);
+    EXPECT_EQ(merged->GetPolygon(2).GetMaterial(), red);
+    EXPECT_EQ(merged->GetPolygon(0).GetMaterial(), red);
+    // The sources are untouched.
+    EXPECT_EQ(a->GetPolygonCount(), 1);
+    EXPECT_EQ(b->GetVertexCount(), 4);
+}
+
+TEST(MemoryShape, DeletePolygonsKeepsTheOthersInOrder) {
+    auto s = strip(5);
+    auto m = std::make_shared<MemoryMaterial>();
+    for (int i = 0; i < 3; ++i) s->addPolygon(m, corners({i, i + 1, i + 2}));
+    s->DeletePolygons({0, 2});
+    ASSERT_EQ(s->GetPolygonCount(), 1);
+    EXPECT_EQ(s->GetPolygon(0).GetCornerVertex(0), 1);
+    EXPECT_THROW(s->DeletePolygons({1}), Failure);
+    EXPECT_THROW(s->DeletePolygons({0, 0}), Failure);
+}
+
+TEST(MemoryShape, AddedPolygonTakesCornersAndMaterial) {
+    auto s = strip(3);
+    auto m = std::make_shared<MemoryMaterial>();
+    s->addPolygon(m, corners({0, 1, 2}));
+    SGFace f = s->AddPolygon();
+    f.SetMaterial(m);
+    int32_t uv = s->AddUV(0.5f, -0.25f);
+    f.AddCorner(2, 0, uv);
+    f.AddCorner(1, 0, 1);
+    EXPECT_EQ(s->GetPolygonCount(), 2);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerCount(), 2);
+    EXPECT_FLOAT_EQ(s->GetPolygon(1).GetCornerUV(0).v, -0.25f);
+    // Corners added to an earlier polygon go to that polygon.
+    s->GetPolygon(0).AddCorner(0, 0, 0);
+    EXPECT_EQ(s->GetPolygon(0).GetCornerCount(), 4);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerVertex(0), 2);
+    EXPECT_THROW(f.AddCorner(99, 0, 0), Failure);
+}
+
+TEST(MemoryShape, MeshArraysGiveARecordPerPositionAndPair) {
+    auto s = strip(4);
+    auto m = std::make_shared<MemoryMaterial>();
+    s->addPolygon(m, corners({0, 1, 2, 3}));
+    // Position 2 again, with another pair: one extra record, shared by both uses.
+    int32_t other = s->AddUV(7, 8);
+    s->addPolygon(m, std::vector<Corner>{{2, 0, other}, {3, 0, 3}, {1, 0, 1}});
+    s->addPolygon(m, std::vector<Corner>{{1, 0, 1}, {2, 0, other}, {0, 0, 0}});
+    s->positions().push_back({9, 9, 9}); // used by no polygon
+    MeshArrays a;
+    s->GetMeshArrays(a);
+    ASSERT_EQ(a.vertexCount, 6);
+    EXPECT_FLOAT_EQ(a.vertices[5].x, 2);
+    EXPECT_FLOAT_EQ(a.vertices[5].u, 7);
+    EXPECT_FLOAT_EQ(a.vertices[2].u, 2);
+    EXPECT_FLOAT_EQ(a.vertices[4].x, 9);
+    EXPECT_FLOAT_EQ(a.vertices[4].u, 0);
+    EXPECT_EQ(a.normalCount, 1);
+    std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1, 0, 3, 1, 0, 5, 0, 0, 0};
+    EXPECT_EQ(a.polygons, stream);
+}
+
+TEST(MemoryObject, RelativeMatrixAndRestPosition) {
+    auto sc = MemoryScene::create("root");
+    auto a = sc->root()->addChild("a");
+    auto b = a->addChild("b");
+    a->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
+    b->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 10, 0, 0, 1});
+    EXPECT_EQ(b->GetRelativeMatrix(b->GetParent(), 0)[12], 10);
+    EXPECT_EQ(b->GetRelativeMatrix(sc->root(), 0)[12], 11);
+    EXPECT_EQ(b->GetRelativeMatrix(sc->root(), 0)[13], 2);
+    EXPECT_EQ(b->GetRelativePosition(a, 0).x, 10);
+    b->setRestPosition({4, 5, 6});
+    EXPECT_EQ(b->GetRelativePosition(a, 0).y, 5);
+}
+
+TEST(MemoryObject, FieldsKeyframesAndShapes) {
+    auto sc = MemoryScene::create("root");
+    auto root = sc->root();
+    EXPECT_LT(root->FindMaterialField("FS10"), 0);
+    int32_t id = root->AddMaterialField("FS10");
+    EXPECT_EQ(root->FindMaterialField("FS10"), id);
+    EXPECT_EQ(root->AddMaterialField("FS10"), id);
+    int32_t att = root->AddObjectField("FS10att");
+    auto n = root->addChild("n");
+    n->setFieldText(att, "hello");
+    EXPECT_EQ(n->GetFieldText(att), "hello");
+    EXPECT_EQ(n->GetFieldText(att + 5), "");
+
+    n->setKeyframes({{0, 0.f, 0}, {0, 5.f, 2}, {0, 2e6f, 0}});
+    EXPECT_EQ(n->GetKeyframes(0, 999999).size(), 2u);
+
+    auto shape = sc->CreateShape();
+    n->AddShape(shape);
+    EXPECT_EQ(n->GetShape(), shape);
+    n->RemoveShape(shape);
+    EXPECT_EQ(n->GetShapes()->GetCount(), 0);
+    EXPECT_THROW(n->RemoveShape(shape), Failure);
+    EXPECT_THROW(n->GetChildren()->GetItem(0), Failure);
+}
+
+TEST(MemoryUnits, MetresOfEachUnit) {
+    MemoryUnits u;
+    EXPECT_EQ(u.ToMetres(1.0, kMetres), "1");
+    EXPECT_EQ(u.ToMetres(1.0, kInches), "0.0254");
+    EXPECT_EQ(u.ToMetres(2.0, kFeet), "0.6096");
+    EXPECT_THROW(u.ToMetres(1.0, 99), Failure);
+}
+
+} // namespace
+} // namespace tarnvale::scene

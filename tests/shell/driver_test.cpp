@@ -1,0 +1,207 @@
+#include "support.h"
+
+namespace tarnvale::test {
+namespace {
+
+using platform::BoxIcon;
+
+TEST(Plugin, ConstantAnswers) {
+    Rig rig;
+    auto t = rig.plugin();
+    EXPECT_EQ(t->PluginImportExport_Author(), "Ansel Kirrow");
+    EXPECT_EQ(t->PluginImportExport_PluginClass(), 0);
+    EXPECT_EQ(t->PluginImportExport_Cost(), 0);
+    EXPECT_EQ(t->PluginImportExport_FileType(), "X");
+    EXPECT_EQ(t->PluginImportExport_FileTypeDescription(), "Flight Sim X (.MDL)");
+    EXPECT_TRUE(t->PluginImportExport_SupportExport());
+    EXPECT_FALSE(t->PluginImportExport_SupportImport());
+    EXPECT_EQ(t->PluginImportExport_Icon(), nullptr);
+    t->PluginImportExport_Import(rig.dir.file("in.x"), rig.scene->root(), rig.scene, 0, {}, {}, "");
+    EXPECT_TRUE(rig.boxes.shown.empty());
+}
+
+TEST(Plugin, ConstructionReadsTemplateSettingAndModelDefinition) {
+    Rig rig;
+    EXPECT_EQ(rig.plugin()->strTemplateFile, rig.pluginFolder + "\\Tarnvale.X");
+    EXPECT_EQ(rig.plugin()->strModelDefFile, rig.pluginFolder + "\\modeldef.xml");
+    rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] = "/elsewhere/t.X";
+    EXPECT_EQ(rig.plugin()->strTemplateFile, "/elsewhere/t.X");
+}
+
+TEST(Driver, CompleteExportWritesFilesAndShowsTheClosingBox) {
+    Rig rig;
+    rig.installTool();
+    auto t = rig.plugin();
+    std::string out = rig.dir.file("plane.x");
+    rig.exportTo(*t, out);
+    EXPECT_TRUE(fs::exists(out));
+    EXPECT_TRUE(fs::exists(rig.dir.file("plane.config")));
+    EXPECT_FALSE(fs::exists(rig.dir.file("plane.xanim")));
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    EXPECT_EQ(rig.boxes.shown[0].title, "FSX Export");
+    EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Information);
+    EXPECT_EQ(rig.boxes.shown[0].text, "Export to " + out + " Completed.");
+    ASSERT_EQ(rig.processes.started.size(), 1u);
+    EXPECT_EQ(rig.processes.started[0], rig.pluginFolder + "\\xtomdl.exe /dict:\"" + rig.pluginFolder +
+                                            "\\modeldef.xml\" \"" + out + "\"");
+    // The dialog opened with the group's name and the new GUID.
+    ASSERT_EQ(rig.dialogs.shown.size(), 1u);
+    EXPECT_EQ(rig.dialogs.shown[0].first, "Scene Root");
+    EXPECT_EQ(rig.dialogs.shown[0].second, "GUID : 0123ABCD-0A0B-4C0D-8E0F-010203040506");
+    // Both fields are registered on the scene.
+    EXPECT_EQ(rig.scene->root()->FindMaterialField("FS10"), t->lMaterialFieldId);
+    EXPECT_EQ(rig.scene->root()->FindObjectField("FS10att"), t->lAttachFieldId);
+    EXPECT_GE(t->lAttachFieldId, 0);
+    EXPECT_EQ(t->lKeyTimeLimit, 999999);
+    EXPECT_TRUE(t->nlAnimations.empty());
+    EXPECT_FALSE(t->xmlModelDef);
+}
+
+TEST(Driver, CancelWritesNothingAndShowsNoBox) {
+    Rig rig;
+    rig.installTool();
+    rig.dialogs.cancel = true;
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    EXPECT_FALSE(fs::exists(rig.dir.file("plane.x")));
+    EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
+    EXPECT_TRUE(rig.boxes.shown.empty());
+    EXPECT_TRUE(rig.processes.started.empty());
+    // The fields were registered before the dialog.
+    EXPECT_GE(rig.scene->root()->FindObjectField("FS10att"), 0);
+}
+
+TEST(Driver, OneAnimationNodeFailsTheGate) {
+    Rig rig;
+    rig.installTool();
+    writeFile(rig.pluginFolder + "/modeldef.xml", "<ModelInfo><Animation name=\"only\"/></ModelInfo>");
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
+    EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
+    EXPECT_TRUE(rig.processes.started.empty());
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    EXPECT_EQ(rig.boxes.shown[0].text, "No nodes found in modeldef xml file");
+    EXPECT_EQ(rig.boxes.shown[0].title, "FS10 Export");
+    EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Critical);
+}
+
+TEST(Driver, MissingOrBrokenModelDefinitionFailsTheGate) {
+    for (const char* content : {"", "<ModelInfo><Animation name=\"a\">", "not xml at all"}) {
+        Rig rig;
+        if (*content) writeFile(rig.pluginFolder + "/modeldef.xml", content);
+        else fs::remove(rig.pluginFolder + "/modeldef.xml");
+        auto t = rig.plugin();
+        rig.exportTo(*t, rig.dir.file("plane.x"));
+        ASSERT_EQ(rig.boxes.shown.size(), 1u);
+        EXPECT_EQ(rig.boxes.shown[0].text, "No nodes found in modeldef xml file");
+    }
+}
+
+TEST(Driver, ToolNotFoundGivesTwoBoxes) {
+    Rig rig;
+    rig.settings.values["MorvanePlugin\\Tarnvale\\Application"] = "conv.exe";
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    ASSERT_EQ(rig.boxes.shown.size(), 2u);
+    EXPECT_EQ(rig.boxes.shown[0].text, "conv.exe was not found in the SDK or Morvane plugins folder\r"
+                                       "Please convert the X and XANIM files from the command line.");
+    EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Plain);
+    EXPECT_EQ(rig.boxes.shown[1].title, "FSX Export");
+    EXPECT_TRUE(fs::exists(rig.dir.file("plane.config")));
+    EXPECT_TRUE(rig.processes.started.empty());
+}
+
+TEST(Driver, StatusStartsCleanAtEachExportAndRunsTogether) {
+    Rig rig;
+    rig.installTool();
+    auto t = rig.plugin();
+    t->strStatus = "left over";
+    rig.exportTo(*t, rig.dir.file("a.x"));
+    EXPECT_EQ(rig.boxes.shown.back().text, "Export to " + rig.dir.file("a.x") + " Completed.");
+    t->AppendStatus("W1");
+    t->AppendStatus("W2");
+    EXPECT_EQ(t->strStatus, "Export to " + rig.dir.file("a.x") + " Completed.W1W2");
+    rig.exportTo(*t, rig.dir.file("b.x"));
+    EXPECT_EQ(rig.boxes.shown.back().text, "Export to " + rig.dir.file("b.x") + " Completed.");
+}
+
+TEST(Driver, SettingsNameTheFields) {
+    Rig rig;
+    rig.installTool("tool.bin");
+    rig.settings.values["MorvanePlugin\\Tarnvale\\FieldId"] = "Mat";
+    rig.settings.values["MorvanePlugin\\Tarnvale\\AttachId"] = "Att";
+    rig.settings.values["MorvanePlugin\\Tarnvale\\Application"] = "tool.bin";
+    int32_t existing = rig.scene->fields().addObject("Att");
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("a.x"));
+    EXPECT_EQ(t->lAttachFieldId, existing);
+    EXPECT_GE(rig.scene->root()->FindMaterialField("Mat"), 0);
+    EXPECT_LT(rig.scene->root()->FindMaterialField("FS10"), 0);
+    ASSERT_EQ(rig.processes.started.size(), 1u);
+    EXPECT_EQ(rig.processes.started[0].rfind(rig.pluginFolder + "\\tool.bin /dict:", 0), 0u);
+}
+
+TEST(Driver, UnwritableOutputFolderEndsInTheFailureBox) {
+    Rig rig;
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("no-such-folder/plane.x"));
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    const auto& box = rig.boxes.shown[0];
+    EXPECT_EQ(box.title, "FS10 Export");
+    EXPECT_EQ(box.icon, BoxIcon::Critical);
+    EXPECT_EQ(box.text, "Creating X file\r76 - " + rig.dir.file("no-such-folder/plane.x") +
+                            ": No such file or directory");
+}
+
+TEST(Driver, MissingTemplateLeavesAnEmptyXFile) {
+    Rig rig;
+    fs::remove(rig.pluginFolder + "/Tarnvale.X");
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    EXPECT_EQ(readFile(rig.dir.file("plane.x")), "");
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    EXPECT_EQ(rig.boxes.shown[0].text.rfind("Creating X file\r53 - ", 0), 0u);
+}
+
+TEST(Driver, FailureBeforeTheFirstStageStartsWithTheCarriageReturn) {
+    Rig rig;
+    auto t = rig.plugin();
+    t->PluginImportExport_Export(rig.dir.file("a.x"), nullptr, rig.scene, 0, {}, {}, "");
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    EXPECT_EQ(rig.boxes.shown[0].text.rfind("\r91 - ", 0), 0u);
+    EXPECT_FALSE(fs::exists(rig.dir.file("a.x")));
+}
+
+TEST(Driver, SidecarPathTakesTheLastDot) {
+    struct Row {
+        const char* file;
+        const char* sidecar;
+    };
+    const Row rows[] = {
+        {"C:\\models\\plane.x", "C:\\models\\plane.config"},
+        {"C:\\a.b\\plane", "C:\\a.config"},
+        {"plane", "config"},
+        {"/tmp/v1.2/plane.x", "/tmp/v1.2/plane.config"},
+    };
+    for (const Row& r : rows) EXPECT_EQ(shell::sidecarPath(r.file), r.sidecar);
+}
+
+TEST(Driver, XFileCarriesTheNameAndGuid) {
+    Rig rig;
+    rig.installTool();
+    rig.dialogs.answerName = "Edited Name";
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    std::string x = readFile(rig.dir.file("plane.x"));
+    EXPECT_EQ(x.rfind("xof 0303txt 0032\r\n", 0), 0u);
+    // The X file carries the name from before the dialog; the sidecar the edited one.
+    EXPECT_NE(x.find("// Model scene_root\r\n"), std::string::npos);
+    EXPECT_NE(x.find("// GUID 0123ABCD-0A0B-4C0D-8E0F-010203040506\r\n"), std::string::npos);
+    EXPECT_NE(x.find("Frame frm-scene_root {"), std::string::npos);
+    EXPECT_NE(readFile(rig.dir.file("plane.config")).find("<FriendlyName>Edited Name</FriendlyName>"),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace tarnvale::test

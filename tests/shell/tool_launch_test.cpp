@@ -1,0 +1,154 @@
+#include "support.h"
+
+#include <chrono>
+
+namespace tarnvale::test {
+namespace {
+
+using shell::modTypes::RegistryRead;
+
+platform::RegFileRegistry registryOf(const std::string& text) {
+    platform::RegFileRegistry r;
+    r.parse(text);
+    return r;
+}
+
+TEST(RegistryRead, StringAndDwordResults) {
+    auto r = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\T]\n"
+                        "\"S\"=\"C:\\\\SDK\\\\\"\n"
+                        "\"Low\"=dword:0000002a\n"
+                        "\"High\"=dword:2a000000\n"
+                        "\"Mixed\"=dword:01020304\n"
+                        "\"Bin\"=hex:01,02\n"
+                        "\"Long\"=hex:" + [] {
+                            std::string s;
+                            for (int i = 0; i < 1025; ++i) s += i ? ",41" : "41";
+                            return s;
+                        }() + "\n");
+    struct Row {
+        const char* name;
+        bool ok;
+        const char* output;
+    };
+    // The final NUL byte is dropped before the form is chosen, for numbers as well.
+    const Row rows[] = {
+        {"S", true, "C:\\SDK\\"},   {"Low", true, "&h002A"}, {"High", true, "&h2A000"},
+        {"Mixed", true, "&h1234"},  {"Bin", true, "given"},  {"Long", false, ""},
+        {"Missing", false, ""},
+    };
+    for (const Row& row : rows) {
+        std::string out = "given";
+        EXPECT_EQ(RegistryRead(r, platform::kHkeyLocalMachine, "SOFTWARE\\T", row.name, out), row.ok) << row.name;
+        EXPECT_EQ(out, row.output) << row.name;
+    }
+    std::string out = "given";
+    EXPECT_FALSE(RegistryRead(r, platform::kHkeyLocalMachine, "SOFTWARE\\None", "S", out));
+    EXPECT_EQ(out, "");
+}
+
+TEST(ToolPath, SdkRootOrPluginFolder) {
+    std::string key = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\microsoft games\\Flight Simulator X SDK]\n";
+    auto withSep = registryOf(key + "\"SdkRootDir\"=\"C:\\\\SDK\\\\\"\n");
+    auto noSep = registryOf(key + "\"SdkRootDir\"=\"C:\\\\SDK\"\n");
+    platform::RegFileRegistry none;
+    EXPECT_EQ(shell::toolPath(withSep, "/p", "xtomdl.exe"),
+              "C:\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe");
+    EXPECT_EQ(shell::toolPath(noSep, "/p", "xtomdl.exe"),
+              "C:\\SDKEnvironment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe");
+    EXPECT_EQ(shell::toolPath(none, "/p", "xtomdl.exe"), "/p\\xtomdl.exe");
+}
+
+TEST(ToolCommandLine, ExactBytes) {
+    EXPECT_EQ(shell::toolCommandLine("C:\\T\\x.exe", false, "C:\\m d\\modeldef.xml", "C:\\o p\\a.x"),
+              "C:\\T\\x.exe /dict:\"C:\\m d\\modeldef.xml\" \"C:\\o p\\a.x\"");
+    EXPECT_EQ(shell::toolCommandLine("T", true, "M", "E"), "T /xanim /dict:\"M\" \"E\"");
+}
+
+TEST(LaunchAndWait, PollsEvery50msUntilTheEnd) {
+    RecordingProcesses p;
+    p.polls = 3;
+    std::string line = "tool a b";
+    EXPECT_EQ(shell::modTypes::LaunchAndWait(p, line, false, 6), 4242.0);
+    EXPECT_EQ(p.sleeps, 4);
+    p.failStart = true;
+    EXPECT_EQ(shell::modTypes::LaunchAndWait(p, line, false, 6), 0.0);
+}
+
+TEST(LaunchAndWait, RealToolReceivesTheArgumentsAndIsWaitedFor) {
+    TempDir d;
+    std::string tool = d.file("tool.exe");
+    fs::copy_file(TARNVALE_FAKE_TOOL, tool);
+    ::setenv("FAKE_TOOL_LOG", d.file("args.txt").c_str(), 1);
+    ::setenv("FAKE_TOOL_DELAY_MS", "300", 1);
+    ::setenv("FAKE_TOOL_EXIT", "3", 1);
+    platform::PosixProcesses processes;
+    std::string line = shell::toolCommandLine(tool, true, "C:\\my sdk\\modeldef.xml", "/out dir/a.x");
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_GT(shell::modTypes::LaunchAndWait(processes, line, false, 6), 0.0);
+    auto waited = std::chrono::steady_clock::now() - start;
+    ::unsetenv("FAKE_TOOL_DELAY_MS");
+    ::unsetenv("FAKE_TOOL_EXIT");
+    EXPECT_GE(waited, std::chrono::milliseconds(300));
+    EXPECT_EQ(readFile(d.file("args.txt")), "/xanim\n/dict:C:\\my sdk\\modeldef.xml\n/out dir/a.x\n");
+    ::unsetenv("FAKE_TOOL_LOG");
+}
+
+TEST(LaunchAndWait, ToolPathWithBlanksDoesNotStartAndSaysNothing) {
+    TempDir d;
+    fs::create_directories(d.file("my tools"));
+    std::string tool = d.file("my tools/tool.exe");
+    fs::copy_file(TARNVALE_FAKE_TOOL, tool);
+    ::setenv("FAKE_TOOL_LOG", d.file("args.txt").c_str(), 1);
+    platform::PosixProcesses processes;
+    std::string line = shell::toolCommandLine(tool, false, "m", "e");
+    EXPECT_EQ(shell::modTypes::LaunchAndWait(processes, line, false, 6), 0.0);
+    ::unsetenv("FAKE_TOOL_LOG");
+    EXPECT_FALSE(fs::exists(d.file("args.txt")));
+}
+
+TEST(Driver, ToolRunsForRealAfterTheExport) {
+    Rig rig;
+    rig.installTool();
+    ::setenv("FAKE_TOOL_LOG", rig.dir.file("args.txt").c_str(), 1);
+    platform::PosixProcesses real;
+    shell::PlatformServices s = rig.services();
+    shell::PlatformServices withReal{s.settings, s.registry, s.boxes, s.guids, s.clock, real, s.dialogs, s.pluginFolder};
+    auto t = shell::createTarnvale(withReal);
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    ::unsetenv("FAKE_TOOL_LOG");
+    EXPECT_EQ(readFile(rig.dir.file("args.txt")),
+              "/dict:" + rig.pluginFolder + "\\modeldef.xml\n" + rig.dir.file("plane.x") + "\n");
+    EXPECT_EQ(rig.boxes.shown.size(), 1u);
+}
+
+TEST(ModelDefinition, LocationFromAttachFile) {
+    TempDir d;
+    std::string plugin = d.file("plugins");
+    fs::create_directories(plugin);
+    auto reg = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Sim]\n\"Root\"=\"/sdk/\"\n\"Empty\"=\"\"\n");
+    EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml");
+
+    std::string attach = plugin + "/fs10attach.xml";
+    struct Row {
+        const char* xml;
+        std::string location;
+    };
+    const Row rows[] = {
+        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Root\" suffix=\"modeldef.xml\"/></fs10attach>",
+         "/sdk/modeldef.xml"},
+        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Root\"/></fs10attach>", "/sdk/"},
+        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Empty\" suffix=\"m.xml\"/></fs10attach>", "m.xml"},
+        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Missing\" suffix=\"m.xml\"/></fs10attach>",
+         plugin + "\\modeldef.xml"},
+        {"<fs10attach><parts subkey=\"Root\"/></fs10attach>", plugin + "\\modeldef.xml"},
+        {"<fs10attach><other/></fs10attach>", plugin + "\\modeldef.xml"},
+        {"<fs10attach><parts key=", plugin + "\\modeldef.xml"},
+    };
+    for (const Row& r : rows) {
+        writeFile(attach, r.xml);
+        EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), r.location) << r.xml;
+    }
+}
+
+} // namespace
+} // namespace tarnvale::test

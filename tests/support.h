@@ -1,0 +1,170 @@
+// Shared helpers of the tests: temporary folders, files, and a rig that holds a
+// Tarnvale instance with recording doubles of the platform.
+#pragma once
+
+#include "platform/doubles.h"
+#include "scene/scene.h"
+#include "shell/shell.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace tarnvale::test {
+
+namespace fs = std::filesystem;
+
+inline std::string sourcePath(const std::string& relative) { return std::string(TARNVALE_SOURCE_DIR) + "/" + relative; }
+
+// A fresh folder, removed with its contents at the end of the test.
+class TempDir {
+public:
+    TempDir() {
+        std::string tmpl = (fs::temp_directory_path() / "tarnvale-test-XXXXXX").string();
+        path_ = ::mkdtemp(tmpl.data());
+    }
+    ~TempDir() {
+        std::error_code ec;
+        fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);
+        fs::remove_all(path_, ec);
+    }
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+inline void writeFile(const std::string& path, const std::string& content) {
+    std::ofstream out(path, std::ios::binary);
+    out << content;
+}
+
+// Joins lines with CR LF, each line ended.
+inline std::string crlf(std::initializer_list<std::string> lines) {
+    std::string s;
+    for (const auto& l : lines) s += l + "\r\n";
+    return s;
+}
+
+// Compares texts line by line and names the first line that differs.
+inline ::testing::AssertionResult sameText(const std::string& expected, const std::string& actual) {
+    if (expected == actual) return ::testing::AssertionSuccess();
+    size_t line = 1, i = 0;
+    while (i < expected.size() && i < actual.size() && expected[i] == actual[i]) {
+        if (expected[i] == '\n') ++line;
+        ++i;
+    }
+    auto lineAt = [](const std::string& s, size_t pos) {
+        size_t b = s.rfind('\n', pos == 0 ? 0 : pos - 1);
+        b = b == std::string::npos ? 0 : b + 1;
+        size_t e = s.find('\n', pos);
+        std::string l = s.substr(b, e == std::string::npos ? std::string::npos : e - b + 1);
+        std::string shown;
+        for (char c : l) shown += c == '\r' ? std::string("\\r") : c == '\n' ? std::string("\\n") : std::string(1, c);
+        return shown;
+    };
+    return ::testing::AssertionFailure() << "first difference on line " << line << " (byte " << i << ")\n"
+                                         << "expected: " << lineAt(expected, i) << "\n"
+                                         << "actual:   " << lineAt(actual, i);
+}
+
+// The export dialog, answered as the test says; remembers what it was shown.
+class ScriptedDialogs : public shell::ExportDialogs {
+public:
+    bool cancel = false;
+    std::optional<std::string> answerName;
+    std::vector<std::pair<std::string, std::string>> shown; // (txtName, Label2) at show time
+
+    std::unique_ptr<shell::frmExport> create() override { return std::make_unique<Dialog>(*this); }
+
+private:
+    class Dialog : public shell::frmExport {
+    public:
+        explicit Dialog(ScriptedDialogs& owner) : owner_(owner) {}
+        void Show() override {
+            owner_.shown.emplace_back(txtName, Label2);
+            if (owner_.answerName) txtName = *owner_.answerName;
+            if (owner_.cancel) CancelButton_Click();
+            else OKButton_Click();
+        }
+
+    private:
+        ScriptedDialogs& owner_;
+    };
+};
+
+// A process double: records command lines; each process runs for `polls` polls.
+class RecordingProcesses : public platform::Processes {
+public:
+    std::vector<std::string> started;
+    int polls = 0;
+    int sleeps = 0;
+    bool failStart = false;
+    int64_t start(const std::string& commandLine, int32_t) override {
+        if (failStart) throw Failure(err::kFileNotFound, "File not found");
+        started.push_back(commandLine);
+        left_ = polls;
+        return 4242;
+    }
+    intptr_t open(int64_t, uint32_t) override { return 1; }
+    bool exitCode(intptr_t, uint32_t& code) override {
+        code = left_-- > 0 ? platform::kStillActive : 0;
+        return true;
+    }
+    void sleep(int32_t) override { ++sleeps; }
+    void close(intptr_t) override {}
+
+private:
+    int left_ = 0;
+};
+
+inline const char* kModelDefTwo = R"(<?xml version="1.0"?>
+<ModelInfo>
+  <Animation name="wheel" guid="g-wheel" length="100" type="Sim" typeParam="AutoPlay" />
+  <Animation name="NonRandomAmbient" guid="g-nra" length="100" />
+</ModelInfo>
+)";
+
+// A Tarnvale instance over a temporary plug-in folder holding the default
+// template and a small model definition, with recording doubles around it.
+struct Rig {
+    TempDir dir;
+    std::string pluginFolder = dir.path() + "/plugin";
+    platform::MapSettings settings;
+    platform::RegFileRegistry registry;
+    platform::RecordingBoxes boxes;
+    platform::FixedGuids guids;
+    platform::FixedClock clock;
+    RecordingProcesses processes;
+    ScriptedDialogs dialogs;
+    std::shared_ptr<scene::MemoryScene> scene = scene::MemoryScene::create("Scene Root");
+
+    Rig() {
+        fs::create_directories(pluginFolder);
+        fs::copy_file(sourcePath("data/Tarnvale.X"), pluginFolder + "/Tarnvale.X");
+        writeFile(pluginFolder + "/modeldef.xml", kModelDefTwo);
+        guids.next.push_back({0x0123ABCD, 0x0A0B, 0x4C0D, {0x8E, 0x0F, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06}});
+    }
+    shell::PlatformServices services() {
+        return {settings, registry, boxes, guids, clock, processes, dialogs, pluginFolder};
+    }
+    std::unique_ptr<shell::Tarnvale> plugin() { return shell::createTarnvale(services()); }
+    // Exports `group` (the root by default) to `file` in the rig's folder.
+    void exportTo(shell::Tarnvale& t, const std::string& file, SGObjectPtr group = nullptr) {
+        t.PluginImportExport_Export(file, group ? group : scene->root(), scene, 0, {}, {}, "");
+    }
+    void installTool(const std::string& name = "xtomdl.exe") {
+        fs::copy_file(TARNVALE_FAKE_TOOL, pluginFolder + "/" + name);
+    }
+};
+
+} // namespace tarnvale::test

@@ -1,0 +1,108 @@
+#include "xfile/xfile.h"
+
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <locale>
+#include <random>
+
+namespace tarnvale::xfile {
+namespace {
+
+TEST(FormatNumber, MaskRows) {
+    struct Row {
+        float value;
+        const char* text;
+    };
+    const Row rows[] = {
+        {0.0f, "0.00"},
+        {1.0f, "1.00"},
+        {0.5f, "0.50"},
+        {-1.25f, "-1.25"},
+        {0.1234567f, "0.123457"},
+        {0.0000001f, "0.00"},
+        {1000000.0f, "1000000.00"},
+        // Seven significant digits, not the binary value.
+        {1.1f, "1.10"},
+        {123456.7f, "123456.70"},
+        {0.1f, "0.10"},
+        {16777217.0f, "16777220.00"},
+        {1e10f, "10000000000.00"},
+        {3.4e38f, "340000000000000000000000000000000000000.00"},
+        {-2.5f, "-2.50"},
+        {200.0f, "200.00"},
+        {0.98f, "0.98"},
+        {-0.0f, "0.00"},
+        // Half away from zero at the sixth decimal, after the seven-digit step.
+        {2.5e-6f, "0.000003"},
+        {-2.5e-6f, "-0.000003"},
+        {5e-7f, "0.000001"},
+        {1.5e-6f, "0.000002"},
+        {0.0000004f, "0.00"},
+        {-0.0000001f, "-0.00"},
+        {1.2345675f, "1.234568"},
+        {9.9999999f, "10.00"},
+        {0.9999995f, "1.00"},
+    };
+    for (const Row& r : rows) EXPECT_EQ(pFormatNumber(r.value), r.text) << "value " << r.value;
+}
+
+TEST(FormatNumber, NonFiniteValuesFail) {
+    EXPECT_THROW(pFormatNumber(std::nanf("")), Failure);
+    EXPECT_THROW(pFormatNumber(INFINITY), Failure);
+}
+
+TEST(FormatNumber, FastPathAgreesWithExactReference) {
+    std::mt19937 rng(12345);
+    std::uniform_int_distribution<uint32_t> bits;
+    std::uniform_real_distribution<float> unit(-1000.0f, 1000.0f);
+    for (int i = 0; i < 1000000; ++i) {
+        // Random bit patterns cover every magnitude; plain values cover the common range.
+        uint32_t b = bits(rng);
+        float v;
+        std::memcpy(&v, &b, 4);
+        if (i % 2) v = unit(rng);
+        if (!std::isfinite(v)) continue;
+        ASSERT_EQ(pFormatNumber(v), formatNumberReference(v)) << "bits " << b;
+    }
+    // Values on the seven-digit ties of the decimal grid.
+    for (int k = 0; k < 100000; ++k) {
+        float v = static_cast<float>(k) + 0.5f;
+        ASSERT_EQ(pFormatNumber(v / 1024.0f), formatNumberReference(v / 1024.0f));
+        ASSERT_EQ(pFormatNumber(v * 8.0f), formatNumberReference(v * 8.0f));
+    }
+}
+
+TEST(FormatNumber, IgnoresTheLocale) {
+    struct Comma : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+    };
+    std::locale old = std::locale::global(std::locale(std::locale::classic(), new Comma));
+    const char* found = nullptr;
+    for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE", "C.UTF-8"})
+        if ((found = std::setlocale(LC_ALL, name))) break;
+    EXPECT_EQ(pFormatNumber(-1234.5f), "-1234.50");
+    EXPECT_EQ(pFormatNumber(0.125f), "0.125");
+    std::setlocale(LC_ALL, "C");
+    std::locale::global(old);
+}
+
+TEST(NumberForms, PlainAndPadded) {
+    EXPECT_EQ(plainNumber(42), "42");
+    EXPECT_EQ(plainNumber(-7), "-7");
+    EXPECT_EQ(paddedNumber(42), " 42 ");
+    EXPECT_EQ(paddedNumber(0), " 0 ");
+    EXPECT_EQ(paddedNumber(-3), "-3 ");
+    EXPECT_EQ(" has " + paddedNumber(42) + "faces", " has  42 faces");
+}
+
+TEST(CleanName, LowersAndReplacesBlanksAndQuestionMarks) {
+    EXPECT_EQ(pCleanName("My Plane?"), "my_plane_");
+    EXPECT_EQ(pCleanName("Wing Left"), "wing_left");
+    EXPECT_EQ(pCleanName("A-b.C#1"), "a-b.c#1");
+    EXPECT_EQ(pCleanName("\xC3\x84RA"), "\xC3\xA4ra"); // upper-case A with diaeresis
+}
+
+} // namespace
+} // namespace tarnvale::xfile
