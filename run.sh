@@ -13,6 +13,13 @@ build() { # folder, cmake options...
 }
 
 case "$mode" in
+  example)
+    scripts/setup.sh
+    build build -DTARNVALE_TESTS=OFF
+    mkdir -p out
+    ./build/bin/tarnvale export examples/trainer.gltf -o out/trainer.x --yes
+    echo "run.sh: wrote $(ls out/trainer.* | tr '\n' ' ')" >&2
+    ;;
   test)
     scripts/setup.sh
     build build -DTARNVALE_TESTS=ON

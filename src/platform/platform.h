@@ -217,6 +217,15 @@ public:
     std::string longTime() override;
 };
 
+// ---- Progress --------------------------------------------------------------------
+
+// Told how far a long export has come: the stage text and the share done (0..1).
+class Progress {
+public:
+    virtual ~Progress() = default;
+    virtual void report(const std::string& stage, double share) = 0;
+};
+
 // ---- Processes --------------------------------------------------------------------
 
 inline constexpr uint32_t kStillActive = 259;

@@ -74,6 +74,8 @@ struct PlatformServices {
     ExportDialogs& dialogs;
     // The plug-in's own folder, with no trailing separator.
     std::string pluginFolder;
+    // Told of the export's progress; none is fine.
+    platform::Progress* progress = nullptr;
 };
 
 // ---- modTypes: registry read and launch ----------------------------------------------

@@ -116,6 +116,7 @@ void Tarnvale::runTool(const std::string& ExportFileName, const std::string& app
         return;
     }
     std::string commandLine = toolCommandLine(tool, bHasAnimation, strModelDefFile, ExportFileName);
+    if (sys_.progress) sys_.progress->report("Running " + application, 0);
     modTypes::LaunchAndWait(sys_.processes, commandLine, false, kMinimisedNoFocus);
 }
 
@@ -129,7 +130,8 @@ void Tarnvale::pExportFSX(std::string& strOutputFile, SGObjectPtr& group) {
                                lMaterialFieldId,
                                lAttachFieldId,
                                [this](const std::string& text) { AppendStatus(text); },
-                               sys_.clock};
+                               sys_.clock,
+                               sys_.progress};
     xfile::XFileExporter(fields).pExportFSX(strOutputFile, group);
 }
 

@@ -32,6 +32,7 @@ void XFileExporter::pWriteFrame(const SGObjectPtr& node, TextSink& file) {
     file.writeRaw("// End of frame frm-");
     file.write(name);
     file.endLine();
+    frameDone();
 }
 
 void XFileExporter::pWritePartData(const SGObjectPtr& node, TextSink& file) {

@@ -14,6 +14,13 @@ std::string upperAscii(std::string s) {
     return s;
 }
 
+size_t countNodes(const SGObjectPtr& node) {
+    SGNodeListPtr children = node->GetChildren();
+    size_t n = 1;
+    for (int32_t i = 0, c = children->GetCount(); i < c; ++i) n += countNodes(children->GetItem(i));
+    return n;
+}
+
 bool hasLodWord(const std::string& name) { return upperAscii(name).find("LOD_") != std::string::npos; }
 
 // A node value as the 32-bit whole number it is read as (rounded half to even).
@@ -64,6 +71,7 @@ std::string XFileExporter::metreFactor(SGUnits& units) {
 void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
     SGUnitsPtr units = f_.SceneGraph->CreateUnits();
     f_.colObjectBones = ObjectBonesCollection();
+    if (f_.progress) framesTotal_ = countNodes(cgExportGroup);
 
     TextSink out;
     out.open(strOutputFile);
@@ -105,6 +113,12 @@ void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExport
     }
     tmpl.close();
     out.close();
+}
+
+void XFileExporter::frameDone() {
+    ++framesDone_;
+    if (f_.progress && framesTotal_ > 0)
+        f_.progress->report("Creating X file", std::min(1.0, double(framesDone_) / double(framesTotal_)));
 }
 
 void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {

@@ -58,6 +58,7 @@ struct XFileContext {
     int32_t& lAttachFieldId;
     std::function<void(const std::string&)> AppendStatus;
     platform::Clock& clock;
+    platform::Progress* progress = nullptr;
 };
 
 class XFileExporter {
@@ -81,7 +82,11 @@ private:
     void pWriteBoneInfo(const SGObjectPtr& node, TextSink& file);
     void pWriteAnimLink(const SGObjectPtr& node, TextSink& file);
 
+    void frameDone();
+
     XFileContext& f_;
+    size_t framesTotal_ = 0;
+    size_t framesDone_ = 0;
 };
 
 } // namespace tarnvale::xfile

@@ -1,0 +1,155 @@
+#!/usr/bin/env python3
+"""Writes examples/trainer.gltf: a small aircraft-like model for trying Tarnvale.
+
+Two levels of detail, several materials (one translucent, one carrying an FS10
+text in its extras), part data on a node (extras.FS10att), and animated control
+surfaces and gear whose names match data/modeldef.xml. Run again to regenerate.
+"""
+import base64
+import json
+import math
+import os
+import struct
+
+buffer = bytearray()
+views, accessors, meshes = [], [], []
+
+
+def add_view(data, target):
+    while len(buffer) % 4:
+        buffer.append(0)
+    views.append({"buffer": 0, "byteOffset": len(buffer), "byteLength": len(data), "target": target})
+    buffer.extend(data)
+    return len(views) - 1
+
+
+def add_accessor(values, kind, component=5126, target=34962):
+    width = {"SCALAR": 1, "VEC2": 2, "VEC3": 3, "VEC4": 4}[kind]
+    fmt = {5126: "f", 5123: "H"}[component]
+    flat = [v for item in values for v in (item if width > 1 else [item])]
+    view = add_view(struct.pack("<%d%s" % (len(flat), fmt), *flat), target)
+    acc = {"bufferView": view, "componentType": component, "count": len(values), "type": kind}
+    if kind == "VEC3" and target == 34962:
+        acc["min"] = [min(v[i] for v in values) for i in range(3)]
+        acc["max"] = [max(v[i] for v in values) for i in range(3)]
+    if target is None:
+        del views[view]["target"]
+    accessors.append(acc)
+    return len(accessors) - 1
+
+
+def box(sx, sy, sz, material, uv_scale=1.0):
+    """A box centred on the origin: 24 vertices, a normal and uvs per face."""
+    faces = [((1, 0, 0), (0, 0, -1), (0, 1, 0)), ((-1, 0, 0), (0, 0, 1), (0, 1, 0)),
+             ((0, 1, 0), (1, 0, 0), (0, 0, -1)), ((0, -1, 0), (1, 0, 0), (0, 0, 1)),
+             ((0, 0, 1), (1, 0, 0), (0, 1, 0)), ((0, 0, -1), (-1, 0, 0), (0, 1, 0))]
+    pos, nrm, uv, idx = [], [], [], []
+    h = (sx / 2, sy / 2, sz / 2)
+    for n, u, v in faces:
+        base = len(pos)
+        for cu, cv in ((-1, -1), (1, -1), (1, 1), (-1, 1)):
+            pos.append(tuple(h[i] * (n[i] + cu * u[i] + cv * v[i]) for i in range(3)))
+            nrm.append(n)
+            uv.append(((cu + 1) / 2 * uv_scale, (1 - cv) / 2 * uv_scale))
+        idx += [base, base + 1, base + 2, base, base + 2, base + 3]
+    prim = {"attributes": {"POSITION": add_accessor(pos, "VEC3"), "NORMAL": add_accessor(nrm, "VEC3"),
+                           "TEXCOORD_0": add_accessor(uv, "VEC2")},
+            "indices": add_accessor(idx, "SCALAR", 5123, 34963), "material": material}
+    return prim
+
+
+def mesh(name, *prims):
+    meshes.append({"name": name, "primitives": list(prims)})
+    return len(meshes) - 1
+
+
+materials = [
+    {"name": "Paint White", "pbrMetallicRoughness": {"baseColorFactor": [0.92, 0.92, 0.9, 1.0],
+     "baseColorTexture": {"index": 0}, "metallicFactor": 0.0, "roughnessFactor": 0.45}},
+    {"name": "Canopy Glass", "alphaMode": "BLEND", "pbrMetallicRoughness": {
+        "baseColorFactor": [0.55, 0.65, 0.75, 0.35], "metallicFactor": 0.0, "roughnessFactor": 0.1}},
+    {"name": "Trim Red", "pbrMetallicRoughness": {"baseColorFactor": [0.7, 0.08, 0.06, 1.0],
+     "metallicFactor": 0.0, "roughnessFactor": 0.6},
+     "extras": {"FS10": "EnvLevelScale=0.5;UseGlobalEnv=1;SpecBloomFloor=0.8;DoubleSided=1"}},
+    {"name": "Tyre", "pbrMetallicRoughness": {"baseColorFactor": [0.06, 0.06, 0.06, 1.0],
+     "metallicFactor": 0.0, "roughnessFactor": 1.0}},
+]
+
+fuselage = mesh("fuselage", box(1.1, 1.2, 6.0, 0, 2.0), box(0.9, 0.5, 1.4, 1))
+wing = mesh("wing", box(9.0, 0.15, 1.5, 0))
+aileron = mesh("aileron", box(2.0, 0.08, 0.35, 2))
+stab = mesh("stabiliser", box(3.2, 0.1, 0.8, 0))
+elevator = mesh("elevator", box(3.2, 0.06, 0.3, 2))
+fin = mesh("fin", box(0.1, 1.3, 0.9, 0))
+rudder = mesh("rudder", box(0.08, 1.2, 0.35, 2))
+prop = mesh("propeller", box(1.9, 0.12, 0.05, 3))
+gear = mesh("gear leg", box(0.1, 0.8, 0.1, 3), box(0.18, 0.5, 0.5, 3))
+low = mesh("low detail", box(1.1, 1.2, 6.0, 0), box(9.0, 0.15, 1.5, 0), box(3.2, 0.1, 0.8, 0))
+
+
+def quat(axis, degrees):
+    s = math.sin(math.radians(degrees) / 2)
+    return [axis[0] * s, axis[1] * s, axis[2] * s, math.cos(math.radians(degrees) / 2)]
+
+
+nodes = [
+    {"name": "trainer", "children": [1, 12]},                                      # 0
+    {"name": "trainer_LOD_0", "children": [2, 3, 6, 9, 10, 11]},                   # 1
+    {"name": "Fuselage", "mesh": fuselage,
+     "extras": {"FS10att": "<FSMakeMdlData version=\"9.0\"><Visibility name=\"custom_fuselage\"/></FSMakeMdlData>"}},
+    {"name": "Wing", "mesh": wing, "translation": [0, 0.3, 0.6], "children": [4, 5]},  # 3
+    {"name": "l_aileron", "mesh": aileron, "translation": [3.2, 0, -0.9]},           # 4
+    {"name": "r_aileron", "mesh": aileron, "translation": [-3.2, 0, -0.9]},          # 5
+    {"name": "Tail", "mesh": stab, "translation": [0, 0.35, -2.8], "children": [7, 8]},  # 6
+    {"name": "elevator", "mesh": elevator, "translation": [0, 0, -0.55]},            # 7
+    {"name": "Fin", "mesh": fin, "translation": [0, 0.7, 0], "children": [13]},       # 8
+    {"name": "prop_still", "mesh": prop, "translation": [0, 0, 3.05]},               # 9
+    {"name": "c_gear", "mesh": gear, "translation": [0, -0.9, 1.8]},                 # 10
+    {"name": "Antenna", "extras": {"visible": False}, "translation": [0, 0.7, -1.0]},  # 11
+    {"name": "trainer_LOD_1", "mesh": low},                                       # 12
+    {"name": "rudder", "mesh": rudder, "translation": [0, 0, -0.55]},                # 13
+]
+
+times = add_accessor([0.0, 1.0, 2.0, 3.0], "SCALAR", target=None)
+
+
+def rotation_channel(node, axis, angles):
+    values = add_accessor([quat(axis, a) for a in angles], "VEC4", target=None)
+    return node, values, "rotation"
+
+
+channels = [
+    rotation_channel(4, (1, 0, 0), [0, -20, 0, 15]),
+    rotation_channel(5, (1, 0, 0), [0, 20, 0, -15]),
+    rotation_channel(7, (1, 0, 0), [0, 25, 0, -20]),
+    rotation_channel(13, (0, 1, 0), [0, 25, 0, -25]),
+    (10, add_accessor([(0, -0.9, 1.8), (0, -0.7, 1.6), (0, -0.4, 1.4), (0, -0.2, 1.3)], "VEC3", target=None),
+     "translation"),
+    rotation_channel(10, (1, 0, 0), [0, 30, 60, 90]),
+]
+animation = {"name": "controls", "samplers": [], "channels": []}
+for node, values, path in channels:
+    animation["samplers"].append({"input": times, "output": values, "interpolation": "LINEAR"})
+    animation["channels"].append({"sampler": len(animation["samplers"]) - 1, "target": {"node": node, "path": path}})
+
+doc = {
+    "asset": {"version": "2.0", "generator": "Tarnvale scripts/make_example.py"},
+    "scene": 0,
+    "scenes": [{"name": "Tarnvale Trainer", "nodes": [0]}],
+    "nodes": nodes,
+    "meshes": meshes,
+    "materials": materials,
+    "textures": [{"source": 0}],
+    "images": [{"uri": "textures/trainer_t.png"}],
+    "animations": [animation],
+    "accessors": accessors,
+    "bufferViews": views,
+    "buffers": [{"byteLength": len(buffer),
+                 "uri": "data:application/octet-stream;base64," + base64.b64encode(bytes(buffer)).decode()}],
+}
+
+out = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples", "trainer.gltf")
+with open(out, "w") as f:
+    json.dump(doc, f, indent=1)
+    f.write("\n")
+print("wrote", os.path.normpath(out))

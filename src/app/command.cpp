@@ -1,0 +1,149 @@
+#include "app/command.h"
+
+#include "gltf/gltf.h"
+#include "platform/platform.h"
+#include "shell/shell.h"
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <filesystem>
+#include <unistd.h>
+
+namespace tarnvale::app {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Boxes on standard error that also note how the export ended.
+class OutcomeBoxes : public platform::MessageBoxes {
+public:
+    explicit OutcomeBoxes(platform::MessageBoxes& inner) : inner_(inner) {}
+    bool closed = false, failed = false;
+    void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override {
+        if (before) before();
+        if (title == "FSX Export" && icon == platform::BoxIcon::Information) closed = true;
+        if (title == "FS10 Export" && icon == platform::BoxIcon::Critical) failed = true;
+        inner_.show(text, title, icon);
+    }
+    std::function<void()> before;
+
+private:
+    platform::MessageBoxes& inner_;
+};
+
+// Progress on a terminal, once the export has run for a second.
+class TerminalProgress : public platform::Progress {
+public:
+    using Clock = std::chrono::steady_clock;
+    void report(const std::string& stage, double share) override {
+        auto now = Clock::now();
+        if (now - start_ < std::chrono::seconds(1)) return;
+        if (stage == stage_ && now - last_ < std::chrono::milliseconds(100)) return;
+        stage_ = stage;
+        last_ = now;
+        std::fprintf(stderr, "\r\033[K%s: %3d%%", stage.c_str(), static_cast<int>(share * 100 + 0.5));
+        std::fflush(stderr);
+        shown_ = true;
+    }
+    void clear() {
+        if (shown_) std::fprintf(stderr, "\r\033[K");
+        shown_ = false;
+    }
+
+private:
+    Clock::time_point start_ = Clock::now(), last_{};
+    std::string stage_;
+    bool shown_ = false;
+};
+
+bool isTerminal(int fd) { return ::isatty(fd) == 1; }
+
+} // namespace
+
+std::string defaultPluginDir(const char* argv0) {
+    std::error_code ec;
+    fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    if (ec) exe = fs::absolute(argv0 ? argv0 : "tarnvale", ec);
+    fs::path installed = exe.parent_path() / TARNVALE_DATA_REL;
+    if (fs::exists(installed / "Tarnvale.X", ec)) return fs::weakly_canonical(installed, ec).string();
+    return TARNVALE_SOURCE_DATA_DIR;
+}
+
+int runExport(const ExportOptions& o) {
+    gltf::ReadOptions readOptions;
+    readOptions.animation = o.animation;
+    gltf::LoadedScene loaded;
+    try {
+        loaded = gltf::readScene(o.scene, readOptions);
+    } catch (const gltf::SceneError& e) {
+        std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
+        return kUnreadable;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
+        return kUnreadable;
+    }
+    if (!o.quiet)
+        for (const auto& w : loaded.warnings) std::fprintf(stderr, "tarnvale: %s: %s\n", o.scene.c_str(), w.c_str());
+
+    SGObjectPtr group = loaded.scene->root();
+    if (o.group) {
+        group = loaded.scene->root()->findByName(*o.group);
+        if (!group) {
+            std::fprintf(stderr, "tarnvale: %s has no node named \"%s\"\n", o.scene.c_str(), o.group->c_str());
+            return kUnreadable;
+        }
+    }
+
+    platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
+    platform::RegFileRegistry registry = o.registry.empty() ? platform::RegFileRegistry()
+                                                            : platform::RegFileRegistry(o.registry);
+    platform::ConsoleBoxes console(stderr, false);
+    OutcomeBoxes boxes(console);
+    platform::RandomGuids guids;
+    platform::SystemClock clock;
+    platform::PosixProcesses processes;
+    const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+    shell::ConsoleExportDialogs dialogs(person && !o.yes, o.name);
+    TerminalProgress progress;
+    const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);
+    boxes.before = [&] { progress.clear(); };
+
+    shell::PlatformServices services{settings, registry, boxes,      guids, clock, processes, dialogs,
+                                     o.pluginDir, showProgress ? &progress : nullptr};
+    auto plugin = shell::createTarnvale(services);
+    plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
+    progress.clear();
+    if (boxes.failed) return kFailed;
+    if (boxes.closed) return kExported;
+    return kCancelled;
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
+    app.set_version_flag("--version", std::string("tarnvale ") + TARNVALE_VERSION);
+    app.require_subcommand(1);
+    ExportOptions o;
+    CLI::App* exp = app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
+    exp->add_option("SCENE", o.scene, "The scene: a .gltf or .glb file")->required();
+    exp->add_option("-o,--output", o.output, "The X file to write")->required();
+    exp->add_option("--group", o.group, "Export the node of this name (default: the whole scene)");
+    exp->add_option("--name", o.name, "The model's friendly name (default: as kept in the sidecar)");
+    exp->add_option("--animation", o.animation, "Take the keyframes of this glTF animation only");
+    exp->add_flag("-y,--yes", o.yes, "Do not ask: answer the export dialog with OK");
+    exp->add_flag("-q,--quiet", o.quiet, "Show no progress and no reader warnings");
+    exp->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
+    exp->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    exp->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        int code = app.exit(e);
+        return code == 0 ? 0 : kUnreadable;
+    }
+    if (o.pluginDir.empty()) o.pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
+    while (o.pluginDir.size() > 1 && o.pluginDir.back() == '/') o.pluginDir.pop_back();
+    return runExport(o);
+}
+
+} // namespace tarnvale::app

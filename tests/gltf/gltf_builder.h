@@ -1,0 +1,108 @@
+// Small glTF files written by the tests: a JSON document with one embedded
+// buffer, saved as .gltf or wrapped as .glb.
+#pragma once
+
+#include "support.h"
+
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+namespace tarnvale::test {
+
+using json = nlohmann::json;
+
+class GltfBuilder {
+public:
+    json doc = {{"asset", {{"version", "2.0"}}}, {"scene", 0}, {"scenes", json::array({json::object()})}};
+    std::string bin;
+
+    int floats(const std::vector<float>& v, const char* type) {
+        return accessor(v.data(), v.size() * 4, 5126, countOf(v.size(), type), type);
+    }
+    int indices(const std::vector<uint16_t>& v) { return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR"); }
+    int node(json n, bool root = true) {
+        doc["nodes"].push_back(std::move(n));
+        int i = static_cast<int>(doc["nodes"].size() - 1);
+        if (root) doc["scenes"][0]["nodes"].push_back(i);
+        return i;
+    }
+    // A mesh of one triangle list primitive; gives the mesh index.
+    int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx, json extra = json::object()) {
+        json prim = {{"attributes", {{"POSITION", floats(positions, "VEC3")}}}};
+        if (!idx.empty()) prim["indices"] = indices(idx);
+        prim.update(extra);
+        doc["meshes"].push_back({{"primitives", json::array({prim})}});
+        return static_cast<int>(doc["meshes"].size() - 1);
+    }
+    std::string saveGltf(const std::string& path) {
+        json d = withBuffer();
+        if (!bin.empty()) d["buffers"][0]["uri"] = "data:application/octet-stream;base64," + base64(bin);
+        writeFile(path, d.dump());
+        return path;
+    }
+    std::string saveGlb(const std::string& path) {
+        std::string j = withBuffer().dump();
+        while (j.size() % 4) j += ' ';
+        std::string b = bin;
+        while (b.size() % 4) b += '\0';
+        std::string out;
+        auto u32 = [&out](uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); };
+        out = "glTF";
+        u32(2);
+        u32(static_cast<uint32_t>(12 + 8 + j.size() + (b.empty() ? 0 : 8 + b.size())));
+        u32(static_cast<uint32_t>(j.size()));
+        out += "JSON";
+        out += j;
+        if (!b.empty()) {
+            u32(static_cast<uint32_t>(b.size()));
+            out += std::string("BIN\0", 4);
+            out += b;
+        }
+        writeFile(path, out);
+        return path;
+    }
+
+private:
+    static size_t countOf(size_t n, const std::string& type) {
+        return n / (type == "VEC4" ? 4 : type == "VEC3" ? 3 : type == "VEC2" ? 2 : 1);
+    }
+    int accessor(const void* data, size_t bytes, int component, size_t count, const char* type) {
+        while (bin.size() % 4) bin += '\0';
+        doc["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", bin.size()}, {"byteLength", bytes}});
+        bin.append(static_cast<const char*>(data), bytes);
+        doc["accessors"].push_back({{"bufferView", doc["bufferViews"].size() - 1},
+                                    {"componentType", component},
+                                    {"count", count},
+                                    {"type", type}});
+        return static_cast<int>(doc["accessors"].size() - 1);
+    }
+    json withBuffer() const {
+        json d = doc;
+        if (!bin.empty()) d["buffers"] = json::array({{{"byteLength", bin.size()}}});
+        return d;
+    }
+    static std::string base64(const std::string& s) {
+        static const char* t = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        std::string out;
+        size_t i = 0;
+        for (; i + 2 < s.size(); i += 3) {
+            uint32_t v = uint8_t(s[i]) << 16 | uint8_t(s[i + 1]) << 8 | uint8_t(s[i + 2]);
+            for (int k = 3; k >= 0; --k) out += t[(v >> (6 * k)) & 63];
+        }
+        if (i + 1 == s.size()) {
+            uint32_t v = uint8_t(s[i]) << 16;
+            out += t[v >> 18];
+            out += t[(v >> 12) & 63];
+            out += "==";
+        } else if (i + 2 == s.size()) {
+            uint32_t v = uint8_t(s[i]) << 16 | uint8_t(s[i + 1]) << 8;
+            out += t[v >> 18];
+            out += t[(v >> 12) & 63];
+            out += t[(v >> 6) & 63];
+            out += '=';
+        }
+        return out;
+    }
+};
+
+} // namespace tarnvale::test
