@@ -6,28 +6,30 @@ set -euo pipefail
 cd "$(dirname "$0")"
 mode="${1:-example}"
 
-build() { # folder, cmake options...
+configure() { # folder, cmake options...
   local dir="$1"; shift
   cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
-  cmake --build "$dir"
 }
 
 case "$mode" in
   example)
     scripts/setup.sh
-    build build -DTARNVALE_TESTS=OFF
+    configure build
+    cmake --build build --target tarnvale
     mkdir -p out
     ./build/bin/tarnvale export examples/trainer.gltf -o out/trainer.x --yes
     echo "run.sh: wrote $(ls out/trainer.* | tr '\n' ' ')" >&2
     ;;
   test)
     scripts/setup.sh
-    build build -DTARNVALE_TESTS=ON
+    configure build -DTARNVALE_TESTS=ON
+    cmake --build build
     ctest --test-dir build --output-on-failure -j2
     ;;
   sanitize)
     scripts/setup.sh
-    build build-asan -DTARNVALE_TESTS=ON -DTARNVALE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+    configure build-asan -DTARNVALE_TESTS=ON -DTARNVALE_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
+    cmake --build build-asan
     ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-asan --output-on-failure -j2
     ;;
   *)

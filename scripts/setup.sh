@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libpugixml-dev libinih-dev
   libtinygltf-dev nlohmann-json3-dev libcli11-dev
+  libassimp-dev assimp-utils
 )
 packages+=("$@")
 

@@ -2,7 +2,41 @@
 // link name and child frames.
 #include "xfile/xfile.h"
 
+#include <optional>
+
 namespace tarnvale::xfile {
+
+namespace {
+
+// Attaches the merge shape to the node and detaches it however the frame ends, so
+// that the scene is as it was.
+class MergeShapeGuard {
+public:
+    MergeShapeGuard(const SGObjectPtr& node, SGShapePtr shape) : node_(node), shape_(std::move(shape)) {
+        node_->AddShape(shape_);
+    }
+    MergeShapeGuard(const MergeShapeGuard&) = delete;
+    MergeShapeGuard& operator=(const MergeShapeGuard&) = delete;
+    const SGShapePtr& shape() const { return shape_; }
+    void release() {
+        SGShapePtr s = std::move(shape_);
+        node_->RemoveShape(s);
+    }
+    ~MergeShapeGuard() {
+        if (!shape_) return;
+        try {
+            node_->RemoveShape(shape_);
+        } catch (...) {
+            // The failure that ended the frame is the one to report.
+        }
+    }
+
+private:
+    SGObjectPtr node_;
+    SGShapePtr shape_;
+};
+
+} // namespace
 
 void XFileExporter::pWriteFrame(const SGObjectPtr& node, TextSink& file) {
     const std::string name = pCleanName(node->GetName());
@@ -13,12 +47,25 @@ void XFileExporter::pWriteFrame(const SGObjectPtr& node, TextSink& file) {
     pWritePartData(node, file);
     pWriteMatrix(node, file);
 
+    // The count is taken before the merge shape is attached, so it is not visited.
     SGShapeListPtr shapes = node->GetShapes();
     int32_t count = shapes->GetCount();
+    std::optional<MergeShapeGuard> merge;
     for (int32_t i = 0; i < count; ++i) {
         SGShapePtr shape = shapes->GetItem(i);
-        if (shape->GetGeometryKind() == kGeometryPolygonMesh) continue;
-        if (shape->GetTypeCode() % 100 == kTypeCodeBone) pWriteBoneInfo(node, file);
+        if (shape->GetGeometryKind() == kGeometryPolygonMesh) {
+            if (!merge) {
+                merge.emplace(node, f_.SceneGraph->CreateShape());
+                merge->shape()->SetName(node->GetName());
+            }
+            merge->shape()->MergeShape(shape);
+        } else if (shape->GetTypeCode() % 100 == kTypeCodeBone) {
+            pWriteBoneInfo(node, file);
+        }
+    }
+    if (merge) {
+        if (merge->shape()->GetVertexCount() > 0) pWriteMesh(merge->shape(), file, name, node);
+        merge->release();
     }
 
     pWriteAnimLink(node, file);

@@ -71,6 +71,7 @@ std::string XFileExporter::metreFactor(SGUnits& units) {
 void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
     SGUnitsPtr units = f_.SceneGraph->CreateUnits();
     f_.colObjectBones = ObjectBonesCollection();
+    pFindSkins(cgExportGroup);
     if (f_.progress) framesTotal_ = countNodes(cgExportGroup);
 
     TextSink out;

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "host/host.h"
+#include "material/material.h"
+#include "platform/number_text.h"
 #include "platform/platform.h"
 
 #include <functional>
@@ -14,21 +16,17 @@ using platform::TextSink;
 
 // ---- Number forms and names ------------------------------------------------------
 
-// Longest text of pFormatNumber.
-inline constexpr size_t kMaxNumberText = 64;
+using platform::kMaxNumberText;
+using platform::paddedNumber;
+using platform::plainNumber;
 
-// A 32-bit float by the mask "0.00####": taken at seven significant digits, rounded
-// to six decimals half away from zero, two to six decimals, "." in every locale, no
-// exponent, "-" ahead of a negative value. Fails with Overflow on NaN or infinity.
-std::string pFormatNumber(float value);
+// A 32-bit float by the mask "0.00####": seven significant digits, then six
+// decimals at most, half away from zero; two at least.
+inline std::string pFormatNumber(float value) { return platform::formatMask(value, 2, 6); }
 // The same into out (at least kMaxNumberText bytes); gives the end.
-char* formatNumberTo(float value, char* out);
-// The same from the exact decimal expansion alone: slow, the reference for tests.
-std::string formatNumberReference(float value);
-// Decimal digits with "-" ahead of a negative value: 42 -> "42".
-std::string plainNumber(int64_t value);
-// A blank (or "-") ahead, the digits, one blank behind: 42 -> " 42 ", -3 -> "-3 ".
-std::string paddedNumber(int64_t value);
+inline char* formatNumberTo(float value, char* out) { return platform::formatMaskTo(value, 2, 6, out); }
+// The exact reference of pFormatNumber, for tests.
+inline std::string formatNumberReference(float value) { return platform::formatMaskReference(value, 2, 6); }
 // Lower case, every blank and every "?" replaced by "_".
 std::string pCleanName(const std::string& name);
 
@@ -43,7 +41,48 @@ TokenScan pScanToken(const std::string& line);
 
 // ---- The exporter -------------------------------------------------------------------
 
-class ObjectBones;
+// ---- Skin records ---------------------------------------------------------------------
+
+// One bone's share in one vertex; the weight is not normalised.
+class MeshWeight {
+public:
+    SGObjectPtr Bone;
+    float Weight = 0;
+};
+
+// The weights of one vertex, in order, addressed from 1.
+class PointBones {
+public:
+    std::shared_ptr<MeshWeight> Add(const SGObjectPtr& Bone, float Weight);
+    // Position from 1; fails outside the collection.
+    MeshWeight& Item(int32_t vntIndexKey);
+    int32_t Count() const { return static_cast<int32_t>(items_.size()); }
+    void Remove(int32_t vntIndexKey);
+    auto begin() const { return items_.begin(); }
+    auto end() const { return items_.end(); }
+
+private:
+    std::vector<std::shared_ptr<MeshWeight>> items_;
+};
+
+// The skin record of one mesh: a PointBones per vertex, at vertex index + 1.
+class ObjectBones {
+public:
+    SGShapePtr Object;
+    // Sets Object and appends an empty PointBones per vertex of the shape.
+    void Add(const SGShapePtr& o);
+    PointBones& Item(int32_t vntIndexKey);
+    int32_t Count() const { return static_cast<int32_t>(items_.size()); }
+    void Remove(int32_t vntIndexKey);
+    auto begin() const { return items_.begin(); }
+    auto end() const { return items_.end(); }
+    // Writes the MeshSkinWeights block of the mesh named sname (cleaned).
+    void Export(TextSink& i, const std::string& sname) const;
+
+private:
+    std::vector<std::shared_ptr<PointBones>> items_;
+};
+
 using ObjectBonesCollection = std::vector<std::shared_ptr<ObjectBones>>;
 
 // The fields of the main class that the X writers read and write.
@@ -73,6 +112,25 @@ public:
     void pWriteFrame(const SGObjectPtr& node, TextSink& file);
     // The "//" comment tree of the node and its descendants, indented by depth.
     void pWriteHierarchy(const SGObjectPtr& node, TextSink& file, int16_t depth);
+    // One Mesh block: positions, triangles, materials, normals, skin, texture pairs.
+    void pWriteMesh(const SGShapePtr& shape, TextSink& file, const std::string& meshName, const SGObjectPtr& node);
+    // Moves polygons of virtual cockpit materials to the end with v mirrored.
+    void pFlipTextureV(const SGShapePtr& shape);
+    // Skin records of the meshes below node, into colObjectBones.
+    void pFindSkins(const SGObjectPtr& node);
+    // The MeshMaterialList block of a mesh.
+    void pWriteMaterialList(const SGShapePtr& shape, TextSink& file, const std::string& meshName,
+                            int32_t triangleCount);
+    // The distinct materials by first use, and each triangle's index among them.
+    void pBuildMaterialTable(const SGShapePtr& shape, std::vector<int32_t>& faceMaterials, int32_t triangleCount,
+                             std::vector<SGMaterialPtr>& materials, int32_t& materialCount);
+    // One Material block with its FS10Material block.
+    void pWriteMaterial(const SGMaterialPtr& material, TextSink& file);
+
+    // The number of fan triangles of a polygon stream.
+    static int32_t pCountTriangles(int32_t polygonCount, const std::vector<int32_t>& stream);
+    // The file name of a path: the text behind its last backslash.
+    static std::string pTextureName(const std::string& path);
 
 private:
     std::string metreFactor(SGUnits& units);

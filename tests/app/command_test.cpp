@@ -62,7 +62,7 @@ TEST(Command, ExportsTheExampleBesideTheOutput) {
                          "Please convert the X and XANIM files from the command line.\n"),
               std::string::npos)
         << r.err;
-    EXPECT_NE(r.err.find("[information] FSX Export\nExport to " + d.file("trainer.x") + " Completed.\n"),
+    EXPECT_NE(r.err.find("Export to " + d.file("trainer.x") + " Completed.\n"),
               std::string::npos)
         << r.err;
     std::string x = readFile(d.file("trainer.x"));

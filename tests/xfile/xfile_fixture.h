@@ -35,6 +35,23 @@ struct XFileFixture {
         return readFile(out);
     }
 
+    // Runs `write` on an open sink and gives what it wrote.
+    template <typename Write>
+    std::string written(Write write) {
+        auto ctx = context();
+        xfile::XFileExporter x(ctx);
+        platform::TextSink sink;
+        std::string out = dir.file("part.x");
+        sink.open(out);
+        write(x, sink);
+        sink.close();
+        return readFile(out);
+    }
+
+    std::string mesh(const SGShapePtr& shape, const std::string& name) {
+        return written([&](xfile::XFileExporter& x, platform::TextSink& s) { x.pWriteMesh(shape, s, name, nullptr); });
+    }
+
     // One frame tree written on its own, with `root` as the export group.
     std::string frame(const SGObjectPtr& node, SGObjectPtr root) {
         exportGroup = std::move(root);
@@ -47,5 +64,38 @@ struct XFileFixture {
         return readFile(out);
     }
 };
+
+inline std::shared_ptr<scene::MemoryMaterial> makeMaterial(Rgba diffuse, float power, const std::string& name = "m") {
+    auto m = std::make_shared<scene::MemoryMaterial>();
+    m->name = name;
+    m->diffuse = diffuse;
+    m->power = power;
+    return m;
+}
+
+// A shape with the given positions (u, v taken from x, y) and one normal (0, 0, 1).
+inline std::shared_ptr<scene::MemoryShape> shapeOf(const std::vector<Vec3>& positions) {
+    auto s = std::make_shared<scene::MemoryShape>();
+    for (const Vec3& p : positions) {
+        s->positions().push_back(p);
+        s->uvs().push_back({p.x, p.y});
+    }
+    s->normals().push_back({0, 0, 1});
+    return s;
+}
+
+inline void addFace(scene::MemoryShape& s, const SGMaterialPtr& m, std::initializer_list<int> vertices) {
+    std::vector<scene::MemoryShape::Corner> c;
+    for (int v : vertices) c.push_back({v, 0, v});
+    s.addPolygon(m, c);
+}
+
+// The quad named panel: (0,0,0) (1,0,0) (1,1,0) (0,1,0), uv = xy, diffuse
+// (0.8, 0.1, 0.1, 0.98), power 50.
+inline std::shared_ptr<scene::MemoryShape> panelQuad() {
+    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}});
+    addFace(*s, makeMaterial({0.8f, 0.1f, 0.1f, 0.98f}, 50), {0, 1, 2, 3});
+    return s;
+}
 
 } // namespace tarnvale::test

@@ -1,12 +1,12 @@
-// The written forms of numbers: pFormatNumber's mask "0.00####" on a 32-bit float,
-// and the plain and padded whole numbers. Integer arithmetic, no locale.
-#include "xfile/xfile.h"
+// Numbers as text for the generated files: fixed masks on 32-bit floats in
+// integer arithmetic, general forms, whole numbers. No locale anywhere.
+#include "platform/number_text.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstring>
 
-namespace tarnvale::xfile {
+namespace tarnvale::platform {
 
 namespace {
 
@@ -30,37 +30,39 @@ constexpr uint64_t kPow10i[] = {1ull,
 
 char* writeDigits(char* out, uint64_t v) { return std::to_chars(out, out + 24, v).ptr; }
 
-// Writes m * 10^(e-6), m having 7 digits, rounded to six decimals half away from
-// zero, with two to six decimals.
-char* writeScaled(char* out, uint64_t m, int e) {
+// Writes m * 10^(e-6), m having 7 digits, rounded to maxDec decimals half away
+// from zero, with minDec to maxDec decimals.
+char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
     if (e >= 6) {
         // Whole number: the seven digits, then zeros.
         out = writeDigits(out, m);
         for (int i = 6; i < e; ++i) *out++ = '0';
         *out++ = '.';
-        *out++ = '0';
-        *out++ = '0';
+        for (int i = 0; i < minDec; ++i) *out++ = '0';
         return out;
     }
-    uint64_t micro; // the value in millionths
-    if (e >= 0) {
-        micro = m * kPow10i[e];
-    } else if (e >= -7) {
-        uint64_t div = kPow10i[-e];
-        micro = (m + div / 2) / div;
+    // The value in units of 10^-maxDec: m * 10^(e - 6 + maxDec).
+    int shift = e - 6 + maxDec;
+    uint64_t units;
+    if (shift >= 0) {
+        units = m * kPow10i[shift];
+    } else if (shift >= -7) {
+        uint64_t div = kPow10i[-shift];
+        units = (m + div / 2) / div;
     } else {
-        micro = 0;
+        units = 0;
     }
-    out = writeDigits(out, micro / 1000000);
+    const uint64_t one = kPow10i[maxDec];
+    out = writeDigits(out, units / one);
     *out++ = '.';
-    uint64_t frac = micro % 1000000;
-    char f[6];
-    for (int i = 5; i >= 0; --i) {
+    uint64_t frac = units % one;
+    char f[16];
+    for (int i = maxDec - 1; i >= 0; --i) {
         f[i] = static_cast<char>('0' + frac % 10);
         frac /= 10;
     }
-    int keep = 6;
-    while (keep > 2 && f[keep - 1] == '0') --keep;
+    int keep = maxDec;
+    while (keep > minDec && f[keep - 1] == '0') --keep;
     std::memcpy(out, f, keep);
     return out + keep;
 }
@@ -92,20 +94,31 @@ void exactDigits(double a, uint64_t& m, int& e) {
     }
 }
 
-char* formatFinite(float value, char* out, bool exactOnly) {
-    if (value == 0.0f) {
-        std::memcpy(out, "0.00", 4);
-        return out + 4;
-    }
+char* writeZero(char* out, int minDec) {
+    *out++ = '0';
+    *out++ = '.';
+    for (int i = 0; i < minDec; ++i) *out++ = '0';
+    return out;
+}
+
+// The seven significant digits of a (> 0, finite), half away from zero.
+void sevenDigits(double a, bool exactOnly, uint64_t& m, int& e);
+
+char* formatFinite(float value, char* out, int minDec, int maxDec, bool exactOnly) {
+    if (value == 0.0f) return writeZero(out, minDec);
     double a = std::fabs(static_cast<double>(value));
     if (value < 0) *out++ = '-';
-    // Anything below 5e-8 is 0.00 at six decimals, even after the seven-digit step.
-    if (a < 4.0e-8) {
-        std::memcpy(out, "0.00", 4);
-        return out + 4;
-    }
+    // Far below the last decimal: zero even after the seven-digit step.
+    if (a < 0.4 * std::pow(10.0, -maxDec - 1)) return writeZero(out, minDec);
     uint64_t m = 0;
     int e = 0;
+    sevenDigits(a, exactOnly, m, e);
+    return writeScaled(out, m, e, minDec, maxDec);
+}
+
+void sevenDigits(double a, bool exactOnly, uint64_t& m, int& e) {
+    m = 0;
+    e = 0;
     bool exact = exactOnly || a >= 1e22;
     if (!exact) {
         e = static_cast<int>(std::floor(std::log10(a)));
@@ -142,25 +155,72 @@ char* formatFinite(float value, char* out, bool exactOnly) {
         if (m == 0) exact = true;
     }
     if (exact) exactDigits(a, m, e);
-    return writeScaled(out, m, e);
+}
+
+void checkFinite(float value) {
+    if (!std::isfinite(value)) throw Failure(err::kOverflow, "Overflow");
 }
 
 } // namespace
 
-char* formatNumberTo(float value, char* out) {
-    if (!std::isfinite(value)) throw Failure(err::kOverflow, "Overflow");
-    return formatFinite(value, out, false);
+char* formatMaskTo(float value, int minDecimals, int maxDecimals, char* out) {
+    checkFinite(value);
+    return formatFinite(value, out, minDecimals, maxDecimals, false);
 }
 
-std::string pFormatNumber(float value) {
+std::string formatMask(float value, int minDecimals, int maxDecimals) {
     char buf[kMaxNumberText];
-    return std::string(buf, formatNumberTo(value, buf));
+    return std::string(buf, formatMaskTo(value, minDecimals, maxDecimals, buf));
 }
 
-std::string formatNumberReference(float value) {
-    if (!std::isfinite(value)) throw Failure(err::kOverflow, "Overflow");
+std::string formatMaskReference(float value, int minDecimals, int maxDecimals) {
+    checkFinite(value);
     char buf[kMaxNumberText];
-    return std::string(buf, formatFinite(value, buf, true));
+    return std::string(buf, formatFinite(value, buf, minDecimals, maxDecimals, true));
+}
+
+std::string generalSingle(float value, bool leadingZero) {
+    checkFinite(value);
+    if (value == 0.0f) return "0";
+    char buf[kMaxNumberText];
+    char* p = buf;
+    double a = std::fabs(static_cast<double>(value));
+    if (value < 0) *p++ = '-';
+    uint64_t m = 0;
+    int e = 0;
+    sevenDigits(a, false, m, e);
+    char digits[8];
+    for (int i = 6; i >= 0; --i) {
+        digits[i] = static_cast<char>('0' + m % 10);
+        m /= 10;
+    }
+    int n = 7;
+    while (n > 1 && digits[n - 1] == '0') --n;
+    if (e >= 7 || e < -5) {
+        // d.dddE+XX
+        *p++ = digits[0];
+        if (n > 1) {
+            *p++ = '.';
+            for (int i = 1; i < n; ++i) *p++ = digits[i];
+        }
+        *p++ = 'E';
+        *p++ = e < 0 ? '-' : '+';
+        int ae = e < 0 ? -e : e;
+        *p++ = static_cast<char>('0' + ae / 10);
+        *p++ = static_cast<char>('0' + ae % 10);
+    } else if (e >= 0) {
+        for (int i = 0; i <= e; ++i) *p++ = i < n ? digits[i] : '0';
+        if (n > e + 1) {
+            *p++ = '.';
+            for (int i = e + 1; i < n; ++i) *p++ = digits[i];
+        }
+    } else {
+        if (leadingZero) *p++ = '0';
+        *p++ = '.';
+        for (int i = -1; i > e; --i) *p++ = '0';
+        for (int i = 0; i < n; ++i) *p++ = digits[i];
+    }
+    return std::string(buf, p);
 }
 
 std::string plainNumber(int64_t value) {
@@ -177,4 +237,4 @@ std::string paddedNumber(int64_t value) {
     return std::string(buf, p);
 }
 
-} // namespace tarnvale::xfile
+} // namespace tarnvale::platform

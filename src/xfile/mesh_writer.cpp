@@ -1,0 +1,198 @@
+// pWriteMesh: one Mesh block, strictly in the order the file reads.
+#include "xfile/xfile.h"
+
+#include <charconv>
+#include <cstring>
+
+#include <charconv>
+#include <cmath>
+#include <unordered_map>
+
+namespace tarnvale::xfile {
+
+namespace {
+
+// Builds one line of numbers at a time, then hands it to the sink in one piece.
+class LineBuffer {
+public:
+    void raw(std::string_view s) {
+        std::memcpy(p_, s.data(), s.size());
+        p_ += s.size();
+    }
+    void real(float v) { p_ = formatNumberTo(v, p_); }
+    void plain(int32_t v) { p_ = std::to_chars(p_, buf_ + sizeof buf_, v).ptr; }
+    void flushTo(TextSink& file) {
+        file.writeRaw(std::string_view(buf_, p_ - buf_));
+        p_ = buf_;
+    }
+
+private:
+    char buf_[512];
+    char* p_ = buf_;
+};
+
+const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
+    if (at >= stream.size()) throw Failure(err::kSubscript, "Subscript out of range: polygon stream");
+    return stream[at];
+}
+
+// The fans of all polygons, " 3;a,b,c;" each, with the vertex (offset 0) or the
+// normal (offset 1) indices of the corners.
+void writeTriangleList(TextSink& file, int32_t polygonCount, const std::vector<int32_t>& stream, int offset) {
+    LineBuffer line;
+    size_t p = 0;
+    bool first = true;
+    for (int32_t poly = 0; poly < polygonCount; ++poly) {
+        const int32_t n = entry(stream, p);
+        for (int32_t j = 0; j <= n - 3; ++j) {
+            if (!first) line.raw(",\r\n");
+            first = false;
+            line.raw(" 3;");
+            line.plain(entry(stream, p + 1 + offset));
+            line.raw(",");
+            line.plain(entry(stream, p + 1 + 2 * (j + 1) + offset));
+            line.raw(",");
+            line.plain(entry(stream, p + 1 + 2 * (j + 2) + offset));
+            line.raw(";");
+            line.flushTo(file);
+        }
+        p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
+    }
+}
+
+} // namespace
+
+int32_t XFileExporter::pCountTriangles(int32_t polygonCount, const std::vector<int32_t>& stream) {
+    int64_t count = 0;
+    size_t p = 0;
+    for (int32_t poly = 0; poly < polygonCount; ++poly) {
+        const int32_t n = entry(stream, p);
+        count += n - 2;
+        p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
+    }
+    if (count > INT32_MAX) throw Failure(err::kOverflow, "Overflow");
+    return static_cast<int32_t>(count);
+}
+
+void XFileExporter::pFlipTextureV(const SGShapePtr& shape) {
+    const int32_t count = shape->GetPolygonCount();
+    std::vector<int32_t> toDelete;
+    SGMaterialPtr lastSeen;
+    bool seen = false, marked = false;
+    // A record per material object, made once: the records are the same for every
+    // polygon of that material, so alternating materials stay linear.
+    std::unordered_map<const SGMaterial*, bool> isVC;
+    for (int32_t i = 0; i < count; ++i) {
+        SGFace face = shape->GetPolygon(i);
+        SGMaterialPtr m = face.GetMaterial();
+        if (!seen || m != lastSeen) {
+            auto it = isVC.find(m.get());
+            if (it == isVC.end()) {
+                material::FS10Material record;
+                record.CreateCSG(m, f_.lMaterialFieldId);
+                it = isVC.emplace(m.get(), record.bIsVCTexture == 1).first;
+            }
+            marked = it->second;
+            lastSeen = m;
+            seen = true;
+        }
+        if (!marked) continue;
+        SGFace copy = shape->AddPolygon();
+        copy.SetMaterial(m);
+        for (int32_t j = 0, corners = face.GetCornerCount(); j < corners; ++j) {
+            Uv uv = face.GetCornerUV(j);
+            int32_t index = shape->AddUV(uv.u, -uv.v);
+            copy.AddCorner(face.GetCornerVertex(j), face.GetCornerNormal(j), index);
+        }
+        toDelete.push_back(i);
+    }
+    if (!toDelete.empty()) shape->DeletePolygons(toDelete);
+}
+
+void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const std::string& meshName,
+                               const SGObjectPtr&) {
+    file.writeRaw("Mesh ");
+    file.write(meshName);
+    file.writeRaw(" {");
+    file.endLine();
+    shape->Prepare();
+    pFlipTextureV(shape);
+    MeshArrays a;
+    shape->GetMeshArrays(a);
+    if (a.vertexCount < 0 || static_cast<size_t>(a.vertexCount) > a.vertices.size() || a.normalCount < 0 ||
+        static_cast<size_t>(a.normalCount) > a.normals.size())
+        throw Failure(err::kSubscript, "Subscript out of range: mesh arrays");
+
+    const std::string name = platform::toWindows1252(meshName);
+    LineBuffer line;
+    file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
+                  "vertices\r\n");
+    for (int32_t i = 0; i < a.vertexCount; ++i) {
+        if (i > 0) line.raw(",\r\n");
+        const MeshVertex& v = a.vertices[i];
+        line.real(v.x);
+        line.raw("; ");
+        line.real(v.y);
+        line.raw("; ");
+        line.real(v.z);
+        line.raw(";");
+        line.flushTo(file);
+    }
+    file.writeRaw(";\r\n\r\n");
+
+    const int32_t polygonCount = shape->GetPolygonCount();
+    const int32_t triangleCount = pCountTriangles(polygonCount, a.polygons);
+    file.writeRaw(plainNumber(triangleCount) + ";  // ***** " + name + " has " + paddedNumber(triangleCount) +
+                  "faces\r\n");
+    writeTriangleList(file, polygonCount, a.polygons, 0);
+    file.writeRaw(";\r\n\r\n");
+
+    pWriteMaterialList(shape, file, meshName, triangleCount);
+
+    file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
+                  paddedNumber(a.normalCount) + " normals\r\n");
+    for (int32_t i = 0; i < a.normalCount; ++i) {
+        if (i > 0) line.raw(",\r\n");
+        const MeshNormal& n = a.normals[i];
+        line.real(n.x);
+        line.raw("; ");
+        line.real(n.y);
+        line.raw("; ");
+        line.real(n.z);
+        line.raw(";");
+        line.flushTo(file);
+    }
+    file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
+                  " faces with normals\r\n");
+    writeTriangleList(file, polygonCount, a.polygons, 1);
+    file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
+
+    for (const auto& record : f_.colObjectBones) {
+        if (record->Object == shape) {
+            record->Export(file, meshName);
+            break;
+        }
+    }
+
+    // Shift each axis by the whole number that brings its smallest value (never
+    // above 0) into [0, 1): this also brings back the mirrored v of cockpit polygons.
+    float minU = 0, minV = 0;
+    for (int32_t i = 0; i < a.vertexCount; ++i) {
+        minU = std::min(minU, a.vertices[i].u);
+        minV = std::min(minV, a.vertices[i].v);
+    }
+    const float shiftU = -std::floor(minU), shiftV = -std::floor(minV);
+    file.writeRaw("MeshTextureCoords {\r\n" + plainNumber(a.vertexCount) + ";      // " +
+                  paddedNumber(a.vertexCount) + " uv pairs\r\n");
+    for (int32_t i = 0; i < a.vertexCount; ++i) {
+        if (i > 0) line.raw(",\r\n");
+        line.real(a.vertices[i].u + shiftU);
+        line.raw("; ");
+        line.real(a.vertices[i].v + shiftV);
+        line.raw(";");
+        line.flushTo(file);
+    }
+    file.writeRaw(";\r\n\r\n} // end mesh text coords " + name + "\r\n} // end mesh " + name + "\r\n");
+}
+
+} // namespace tarnvale::xfile

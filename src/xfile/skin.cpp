@@ -1,0 +1,85 @@
+// Skin records of meshes and their MeshSkinWeights block.
+#include "xfile/xfile.h"
+
+namespace tarnvale::xfile {
+
+namespace {
+
+template <typename T>
+T& itemAt(std::vector<std::shared_ptr<T>>& items, int32_t position) {
+    if (position < 1 || position > static_cast<int32_t>(items.size()))
+        throw Failure(err::kSubscript, "Subscript out of range: item " + std::to_string(position));
+    return *items[position - 1];
+}
+
+template <typename T>
+void removeAt(std::vector<std::shared_ptr<T>>& items, int32_t position) {
+    itemAt(items, position);
+    items.erase(items.begin() + (position - 1));
+}
+
+} // namespace
+
+std::shared_ptr<MeshWeight> PointBones::Add(const SGObjectPtr& Bone, float Weight) {
+    auto w = std::make_shared<MeshWeight>();
+    w->Bone = Bone;
+    w->Weight = Weight;
+    items_.push_back(w);
+    return w;
+}
+
+MeshWeight& PointBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
+void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
+
+void ObjectBones::Add(const SGShapePtr& o) {
+    Object = o;
+    int32_t n = o->GetVertexCount();
+    items_.reserve(items_.size() + std::max(n, 0));
+    for (int32_t i = 0; i < n; ++i) items_.push_back(std::make_shared<PointBones>());
+}
+
+PointBones& ObjectBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
+void ObjectBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
+
+void ObjectBones::Export(TextSink& i, const std::string& sname) const {
+    i.writeRaw("MeshSkinWeights {       // Mesh skin weights for ");
+    i.write(sname);
+    i.endLine();
+    i.writeRaw(paddedNumber(Count()) + ";");
+    i.endLine();
+    for (const auto& point : items_) {
+        i.nextPrintZone();
+        i.writeRaw(paddedNumber(point->Count()) + ";");
+        i.endLine();
+        for (const auto& w : *point) {
+            i.nextPrintZone();
+            i.nextPrintZone();
+            i.writeChar('"');
+            i.write(pCleanName(w->Bone->GetName()));
+            i.writeRaw("\",");
+            i.nextPrintZone();
+            i.writeRaw(pFormatNumber(w->Weight) + ";");
+            i.endLine();
+        }
+    }
+    i.writeRaw("} // End mesh skin weights ");
+    i.write(sname);
+    i.endLine();
+}
+
+void XFileExporter::pFindSkins(const SGObjectPtr& node) {
+    if (SGShapePtr shape = node->GetShape(); shape && shape->GetTypeCode() % 100 == kGeometryPolygonMesh) {
+        bool known = false;
+        for (const auto& record : f_.colObjectBones)
+            if (record->Object == shape) known = true;
+        if (!known) {
+            auto record = std::make_shared<ObjectBones>();
+            record->Add(shape);
+            f_.colObjectBones.push_back(record);
+        }
+    }
+    SGNodeListPtr children = node->GetChildren();
+    for (int32_t i = 0, n = children->GetCount(); i < n; ++i) pFindSkins(children->GetItem(i));
+}
+
+} // namespace tarnvale::xfile

@@ -1,0 +1,262 @@
+#include "material/material.h"
+#include "support.h"
+
+namespace tarnvale::material {
+namespace {
+
+using test::readFile;
+using test::sourcePath;
+
+const char* kDefaultText =
+    "SpecRed=0.9;SpecGreen=0.9;SpecBlue=0.9;DetailScale=1;BumpScale=1;EnvLevelScale=0.3;UseGlobalEnv=0;"
+    "ModEnvInvDiffAlpha=0;ModEnvSpecAlpha=0;FresnelDiff=0;FresnelSpec=0;FresnelEnv=0;UsePrecip=0;"
+    "UsePrecipOffset=0;PrecipOffset=0;SpecMapPowerScale=202;SrcBlend=One;DstBlend=Zero;BlendDiffBaseAlpha=0;"
+    "BlendDiffInvSpecMapAlpha=0;AllowBloom=1;SpecBloomFloor=0.9;EmissiveData=Blend;AlphaTestFunction=Never;"
+    "AlphaTestValue=0.1;ZTestAlpha=0;AssumeVerticalNormal=0;NoShadow=0;NoZWrite=0;PreLitVertices=0;"
+    "VolumeShadow=0;ZWriteAlpha=0;BaseMaterialSkin=0;DoubleSided=0;BlendConstantSetting=0;ForceTextureWrap=1;"
+    "ForceTextureClamp=0;BaseMaterialSpec=1;NoSpecBloom=0;EmissiveBloom=0;AmbientLightScale=1;EmissiveTexture=;"
+    "ReflectionTexture=;FresnelTexture=;BloomCopy=0;BloomModAlpha=0;IsNNumber=0;IsVCTexture=0;FinalAlpha=0;"
+    "FinalAlphaValue=255";
+
+std::string output(FS10Material& m, std::string* warnings = nullptr) {
+    test::TempDir d;
+    platform::TextSink sink;
+    sink.open(d.file("o.x"));
+    std::string w = m.Output(sink);
+    sink.close();
+    if (warnings) *warnings = w;
+    return readFile(d.file("o.x"));
+}
+
+TEST(FS10Material, DefaultTextForm) { EXPECT_EQ(FS10Material().toString(), kDefaultText); }
+
+TEST(FS10Material, DefaultBlockGolden) {
+    FS10Material m;
+    std::string warnings;
+    EXPECT_TRUE(test::sameText(readFile(sourcePath("tests/data/default_fs10.txt")), output(m, &warnings)));
+    EXPECT_EQ(warnings, "");
+}
+
+TEST(FS10Material, NumberFormsOfTheBlock) {
+    struct Row {
+        float v;
+        const char* formatted;
+    };
+    for (Row r : {Row{1.0f, "1.0"}, {202.0f, "202.0"}, {0.9f, "0.9"}, {0.3f, "0.3"}, {0.0f, "0.0"},
+                  {0.12345678f, "0.1234568"}, {-2.5f, "-2.5"}, {1e8f, "100000000.0"}})
+        EXPECT_EQ(FS10Material::FormatSingle(r.v), r.formatted) << r.v;
+    FS10Material m;
+    m.AlphaTestValue = 0.5f;
+    m.bUseGlobalEnv = -1;
+    m.ZTestAlpha = 1;
+    std::string out = output(m);
+    EXPECT_NE(out.find("\r\n .5 ;  // Alpha test threshold\r\n"), std::string::npos);
+    EXPECT_NE(out.find("\r\n-1 ; // use global env\r\n"), std::string::npos);
+    m.AlphaTestValue = 1.0f;
+    EXPECT_NE(output(m).find("\r\n 1 ;  // Alpha test threshold\r\n"), std::string::npos);
+    m.AlphaTestValue = 0.0f;
+    EXPECT_NE(output(m).find("\r\n 0 ;  // Alpha test threshold\r\n"), std::string::npos);
+}
+
+TEST(FS10Material, ConditionalBlocksInTheirOrder) {
+    FS10Material m;
+    m.bIsNNumber = 1;
+    m.DiffuseTextureFileName = "C:\\tex\\wing.bmp";
+    m.BumpTextureFileName = "wing_bump.dds";
+    m.EmissiveTextureFileName = "wing.bmp"; // the same name warns once
+    std::string warnings;
+    std::string out = output(m, &warnings);
+    size_t n = out.find("NNumberTexture {\r\n 1 ;\r\n}\r\n");
+    size_t bump = out.find("BumpTextureFileName {\r\n\"WING_BUMP.DDS\";\r\n}\r\n");
+    size_t diff = out.find("DiffuseTextureFileName {\r\n\"WING.DDS\";\r\n}\r\n");
+    size_t emis = out.find("EmissiveTextureFileName {\r\n\"WING.DDS\";\r\n}\r\n}  // FS10Material end\r\n");
+    ASSERT_NE(n, std::string::npos);
+    ASSERT_NE(bump, std::string::npos);
+    ASSERT_NE(diff, std::string::npos);
+    ASSERT_NE(emis, std::string::npos);
+    EXPECT_LT(n, bump);
+    EXPECT_LT(bump, diff);
+    EXPECT_LT(diff, emis);
+    EXPECT_EQ(warnings, "Warning - WING.BMP is not a DDS file and will need converting\r");
+    EXPECT_EQ(m.DiffuseTextureFileName, "WING.DDS");
+    m.bIsNNumber = 2;
+    EXPECT_EQ(output(m).find("NNumberTexture"), std::string::npos);
+}
+
+TEST(FS10Material, TextureNameRule) {
+    struct Row {
+        std::string in;
+        int16_t vc;
+        std::string out;
+        bool warned;
+    };
+    const std::vector<Row> rows = {
+        {"a.jpeg", 0, "A.JDDS", true},      {"mydds", 0, "MYDDS", false},
+        {"SKIN.dds", 0, "SKIN.DDS", false}, {"C:\\T\\skin.DDS", 0, "SKIN.DDS", false},
+        {"tex/skin.bmp", 0, "TEX/SKIN.DDS", true}, {"panel.bmp", 1, "PANEL", false},
+        {"C:\\vc\\gauges.v2.bmp", 1, "GAUGES.V2", false}, {"a", 0, "A", true},
+    };
+    for (const Row& r : rows) {
+        FS10Material m;
+        m.bIsVCTexture = r.vc;
+        std::string name = r.in, warnings;
+        EXPECT_EQ(m.NormalizeTextureName(name, warnings), r.out) << r.in;
+        EXPECT_EQ(name, r.out);
+        EXPECT_EQ(!warnings.empty(), r.warned) << r.in;
+    }
+}
+
+TEST(FS10Material, LoadStringRules) {
+    FS10Material m;
+    m.Power = 10;
+    m.loadString("SRCBLEND=Zero");
+    EXPECT_EQ(m.SrcBlend, "Zero");
+    EXPECT_EQ(m.DstBlend, "");
+    EXPECT_EQ(m.EmissiveData, "");
+    EXPECT_EQ(m.AlphaTestFunction, "");
+    EXPECT_FLOAT_EQ(m.DetailScale, 1.0f); // numbers keep their value
+    EXPECT_FLOAT_EQ(m.specular().r, 0.9f);
+
+    FS10Material e;
+    e.Power = 10;
+    e.loadString("EmissiveTexture=a=b.dds;FinalAlphaValue=12;DetailScale=abc;BumpScale=;AllowBloom=70000;"
+                 "DetailScale=3;prelitvertices=1;FinalAlpha=1;EmissiveData=x;y");
+    EXPECT_EQ(e.EmissiveTextureFileName, "a=b.dds");
+    EXPECT_FLOAT_EQ(e.FinalAlphaValue, 12);
+    EXPECT_EQ(e.FinalAlpha, 1);
+    EXPECT_FLOAT_EQ(e.DetailScale, 1.0f); // the first of two equal keys wins, and it is no number
+    EXPECT_FLOAT_EQ(e.BumpScale, 1.0f);
+    EXPECT_EQ(e.AllowBloom, 1); // out of the flag's range
+    EXPECT_EQ(e.EPPrelitVertices, 1);
+    EXPECT_EQ(e.EmissiveData, "x"); // a ";" cuts the value
+    EXPECT_EQ(e.fieldList().back(), "y");
+}
+
+TEST(FS10Material, LowPowerClearsTheSpecular) {
+    FS10Material fresh;
+    fresh.loadString("");
+    EXPECT_EQ(fresh.specular().r, 0);
+    EXPECT_EQ(fresh.BaseMaterialSpecular, 0);
+    FS10Material strong;
+    strong.Power = 3;
+    strong.loadString("");
+    EXPECT_FLOAT_EQ(strong.specular().g, 0.9f);
+    EXPECT_EQ(strong.BaseMaterialSpecular, 1);
+}
+
+TEST(FS10Material, TextFormRoundTrip) {
+    FS10Material a;
+    a.Power = 100;
+    a.loadString("SpecRed=0.25;DetailScale=2.5;UseGlobalEnv=1;SrcBlend=SrcAlpha;EmissiveTexture=night.dds;"
+                 "IsVCTexture=1;FinalAlphaValue=128;AmbientLightScale=0.1234567");
+    FS10Material b;
+    b.Power = 100;
+    b.loadString(a.toString());
+    EXPECT_EQ(b.toString(), a.toString());
+    EXPECT_FLOAT_EQ(b.specular().r, 0.25f);
+    EXPECT_EQ(b.bIsVCTexture, 1);
+}
+
+scene::MemoryMaterial hostMaterial(float alpha, float power) {
+    scene::MemoryMaterial m;
+    m.diffuse = {0.2f, 0.4f, 0.6f, alpha};
+    m.specular = {0.5f, 0.5f, 0.5f};
+    m.power = power;
+    return m;
+}
+
+TEST(FS10Material, CreateCsgBlendAndPower) {
+    struct Row {
+        float alpha, power;
+        float diffAlpha, fs10Power;
+        const char* src;
+        float specRed;
+    };
+    const Row rows[] = {
+        {0.969f, 50, 0.969f, 200, "SrcAlpha", 0.5f}, {0.97f, 50, 1.0f, 200, "One", 0.5f},
+        {0.98f, 50, 1.0f, 200, "One", 0.5f},         {1.0f, 0, 1.0f, 0, "One", 0.0f},
+        {1.0f, 248, 1.0f, 2, "One", 0.0f},           {1.0f, 247, 1.0f, 3, "One", 0.5f},
+    };
+    for (const Row& r : rows) {
+        auto host = std::make_shared<scene::MemoryMaterial>(hostMaterial(r.alpha, r.power));
+        FS10Material m;
+        m.CreateCSG(host, 0);
+        EXPECT_FLOAT_EQ(m.diffuse().a, r.diffAlpha) << r.alpha;
+        EXPECT_FLOAT_EQ(m.Power, r.fs10Power) << r.power;
+        EXPECT_EQ(m.SrcBlend, r.src) << r.alpha;
+        EXPECT_FLOAT_EQ(m.specular().r, r.specRed) << r.power;
+        EXPECT_EQ(m.hostMaterial(), host);
+    }
+}
+
+TEST(FS10Material, CreateCsgTexturesAndField) {
+    auto host = std::make_shared<scene::MemoryMaterial>(hostMaterial(1, 50));
+    host->textures = std::make_shared<scene::MemoryTextures>();
+    host->textures->fileName = ".";
+    host->textures->bumpFileName = ".";
+    host->textures->detailFileName = "detail.dds";
+    host->textures->specularFileName = "spec.dds";
+    host->textures->reflectionFileName = "ab";
+    host->fields[4] = "UseGlobalEnv=0;DstBlend=One;SpecRed=0.1";
+    FS10Material m;
+    m.CreateCSG(host, 4);
+    EXPECT_EQ(m.DiffuseTextureFileName, ".");
+    EXPECT_EQ(m.BumpTextureFileName, "");
+    EXPECT_EQ(m.DetailTextureFileName, "detail.dds");
+    EXPECT_EQ(m.SpecularTextureFileName, "spec.dds");
+    EXPECT_EQ(m.bUseGlobalEnv, 0); // a two-character reflection name does not count
+    EXPECT_EQ(m.DstBlend, "One");
+    EXPECT_EQ(m.SrcBlend, ""); // the field's text wins, keys it lacks empty the texts
+    EXPECT_FLOAT_EQ(m.specular().r, 0.1f);
+    host->textures->reflectionFileName = "env";
+    host->fields.clear();
+    FS10Material g;
+    g.CreateCSG(host, 4);
+    EXPECT_EQ(g.bUseGlobalEnv, 1);
+}
+
+TEST(FS10Material, CreateFromFlatMaterial) {
+    auto state = std::make_shared<scene::MemoryState>();
+    state->alphaPercent = 1;
+    state->shininess = 4;
+    state->fileName = ".";
+    FS10Material opaque;
+    opaque.Create(state, 0);
+    EXPECT_FLOAT_EQ(opaque.diffuse().a, 1.0f);
+    EXPECT_EQ(opaque.SrcBlend, "One");
+    EXPECT_FLOAT_EQ(opaque.Power, 10.0f);
+    EXPECT_FLOAT_EQ(opaque.specular().r, 0.9f);
+    EXPECT_EQ(opaque.DiffuseTextureFileName, ".");
+    EXPECT_FALSE(opaque.hostMaterial());
+    state->alphaPercent = 2;
+    FS10Material blended;
+    blended.Create(state, 0);
+    EXPECT_FLOAT_EQ(blended.diffuse().a, 0.02f);
+    EXPECT_EQ(blended.DstBlend, "InvSrcAlpha");
+}
+
+TEST(FS10Material, ColourIntegers) {
+    FS10Material m;
+    EXPECT_EQ(m.getSpecColor(), 15066597);
+    auto host = std::make_shared<scene::MemoryMaterial>(hostMaterial(1, 50));
+    m.CreateCSG(host, 0);
+    EXPECT_EQ(m.getDiffColor(), 51 + 102 * 256 + 153 * 65536);
+    m.setSpecular(m.getSpecColor());
+    EXPECT_FLOAT_EQ(m.specular().r, 128.0f / 255.0f);
+    EXPECT_FLOAT_EQ(host->specular.g, 128.0f / 255.0f);
+    // Bits above the blue byte land in blue, which then exceeds 1.
+    m.setSpecular(0x02FF0000);
+    EXPECT_FLOAT_EQ(m.specular().b, 767.0f / 255.0f);
+    EXPECT_EQ(m.specular().r, 0.0f);
+}
+
+TEST(FS10Material, FieldValueLookup) {
+    std::vector<std::string> list = {"FinalAlphaValue=3", "FinalAlpha=1", "SpecBlueX=9", "specblue=0.5"};
+    EXPECT_EQ(FS10Material::GetFieldValue(list, "FinalAlpha"), "1");
+    EXPECT_EQ(FS10Material::GetFieldValue(list, "SpecBlue"), "0.5");
+    EXPECT_EQ(FS10Material::GetFieldValue(list, ""), "");
+    EXPECT_EQ(FS10Material::GetFieldValue(list, "Missing"), "");
+}
+
+} // namespace
+} // namespace tarnvale::material
