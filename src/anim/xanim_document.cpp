@@ -20,10 +20,4 @@ void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExpo
     }
 }
 
-void XAnimExporter::pExportAnimObject(XmlElement root, const SGObjectPtr& object) {
-    SGNodeListPtr children = object->GetChildren();
-    int32_t count = children->GetCount();
-    for (int32_t i = 0; i < count; ++i) pExportAnimObject(root, children->GetItem(i));
-}
-
 } // namespace tarnvale::anim

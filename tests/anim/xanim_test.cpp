@@ -1,0 +1,299 @@
+#include "anim/anim.h"
+#include "support.h"
+
+#include <cmath>
+#include <random>
+
+namespace tarnvale::test {
+namespace {
+
+using anim::Quat;
+
+// The animation export over a model definition and a scene built in the test.
+struct AnimFixture {
+    TempDir dir;
+    std::shared_ptr<platform::XmlDocument> xmlAnim;
+    platform::XmlDocument modelDef;
+    std::vector<platform::XmlElement> nlAnimations;
+    bool hasAnimation = false;
+    int32_t keyTimeLimit = 999999;
+    anim::XAnimContext ctx{xmlAnim, nlAnimations, hasAnimation, keyTimeLimit};
+    std::shared_ptr<scene::MemoryScene> scene = scene::MemoryScene::create("root");
+
+    explicit AnimFixture(const std::string& definitions) {
+        EXPECT_TRUE(modelDef.loadText("<ModelInfo>" + definitions + "</ModelInfo>"));
+        nlAnimations = modelDef.select("ModelInfo/Animation");
+    }
+    // Exports the root; gives the XANIM text, or "" when no file was written.
+    std::string run() {
+        std::string out = dir.file("a.x");
+        SGObjectPtr group = scene->root();
+        anim::XAnimExporter(ctx).pExportXAnim(out, group);
+        return fs::exists(dir.file("a.xanim")) ? readFile(dir.file("a.xanim")) : std::string();
+    }
+    std::shared_ptr<scene::MemoryObject> part(const std::string& name, std::vector<KeyRecord> keys,
+                                              std::shared_ptr<scene::MemoryObject> parent = nullptr) {
+        auto p = (parent ? parent : scene->root())->addChild(name);
+        p->setKeyframes(std::move(keys));
+        return p;
+    }
+};
+
+KeyRecord rot(float t, float x, float y, float z, float w) { return {0, t, 2, x, y, z, w, 0}; }
+KeyRecord pos(float t, float x, float y, float z, float w = 0) { return {0, t, 0, x, y, z, w, 0}; }
+
+TEST(XAnim, DocumentLayoutAndAttributeOrder) {
+    AnimFixture f(R"(<Animation name="wheel" guid="G" type="Sim" typeParam="AutoPlay" typeParam2="x" length="100"/>)");
+    f.part("Wheel 1", {rot(0, 0, 0, 0, 1), rot(50, 0, 0, 0.5f, 0.866025f), pos(25, 1, 2, 3), pos(50, 1, 2, 4)});
+    std::string text = f.run();
+    EXPECT_TRUE(f.hasAnimation);
+    EXPECT_EQ(text,
+              "<?xml version=\"1.0\"?>\n<AnimLib version=\"9.1\">\n"
+              "\t<Anim name=\"wheel\" guid=\"G\" type=\"Sim\" typeParam=\"AutoPlay\" typeParam2=\"x\" length=\"100\">\n"
+              "\t\t<AnimStream id=\"0\" name=\"Rotation\" partName=\"wheel_1\" length=\"100\">\n"
+              "\t\t\t<Keyframe time=\"0.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\" />\n"
+              "\t\t\t<Keyframe time=\"100.00\" type=\"Quaternion\" data=\"0.00;0.00;-0.50;0.866025\" />\n"
+              "\t\t</AnimStream>\n"
+              "\t\t<AnimStream id=\"2\" name=\"Position\" partName=\"wheel_1\" length=\"100\">\n"
+              "\t\t\t<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;2.00;3.00;0.00\" />\n"
+              "\t\t\t<Keyframe time=\"100.00\" type=\"Vector\" data=\"1.00;2.00;4.00;0.00\" />\n"
+              "\t\t</AnimStream>\n\t</Anim>\n</AnimLib>\n");
+}
+
+TEST(XAnim, TwoKeysAreNoAnimationButChildrenAreWalked) {
+    AnimFixture f(R"(<Animation name="gear" length="10"/><Animation name="door" length="10"/>)");
+    auto gear = f.part("gear", {pos(0, 0, 0, 0), pos(1, 5, 5, 5)});
+    f.part("door", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}, gear);
+    std::string text = f.run();
+    EXPECT_EQ(text.find("partName=\"gear\""), std::string::npos);
+    EXPECT_NE(text.find("partName=\"door\""), std::string::npos);
+}
+
+TEST(XAnim, TimesFollowTheDeclaredLength) {
+    AnimFixture f(R"(<Animation name="flap" length="100"/><Animation name="slat"/>)");
+    f.part("flap", {pos(0, 0, 0, 0), pos(25, 1, 0, 0), pos(50, 2, 0, 0)});
+    f.part("slat", {pos(0, 0, 0, 0), pos(0.5f, 1, 0, 0), pos(1.5f, 2, 0, 0)});
+    std::string text = f.run();
+    EXPECT_NE(text.find("<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\" />"), std::string::npos);
+    EXPECT_NE(text.find("<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" "
+                        "length=\"100\">"),
+              std::string::npos);
+    // No declared length: times as the host gave them, and the length is the last time.
+    EXPECT_NE(text.find("<Keyframe time=\"0.50\""), std::string::npos);
+    EXPECT_NE(text.find("partName=\"slat\" length=\"1.5\""), std::string::npos);
+}
+
+TEST(XAnim, SecondPartReadsTheLengthTheFirstWrote) {
+    AnimFixture f(R"(<Animation name="wheel"/><Animation name="other"/>)");
+    f.part("wheel_a", {pos(0, 0, 0, 0), pos(5, 1, 0, 0), pos(10, 2, 0, 0)});
+    f.part("wheel_b", {pos(0, 0, 0, 0), pos(10, 1, 0, 0), pos(20, 2, 0, 0)});
+    std::string text = f.run();
+    EXPECT_EQ(text.find("<Anim ", text.find("<Anim ") + 1), std::string::npos); // one Anim for both
+    size_t b = text.find("partName=\"wheel_b\" length=\"10\"");
+    ASSERT_NE(b, std::string::npos);
+    EXPECT_NE(text.find("<Keyframe time=\"5.00\" type=\"Vector\" data=\"1.00", b), std::string::npos);
+    EXPECT_NE(text.find("<Keyframe time=\"10.00\" type=\"Vector\" data=\"2.00", b), std::string::npos);
+}
+
+TEST(XAnim, PositionsAreRelativeToTheRestPosition) {
+    AnimFixture f(R"(<Animation name="gear" length="10"/><Animation name="x"/>)");
+    auto gear = f.part("gear", {pos(0, 1, 2, 3, 7), pos(1, 1, 2, 4, 7), pos(2, 1, 2, 5, 7)});
+    gear->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
+    std::string text = f.run();
+    EXPECT_NE(text.find("data=\"0.00;0.00;0.00;7.00\""), std::string::npos);
+    EXPECT_NE(text.find("data=\"0.00;0.00;2.00;7.00\""), std::string::npos);
+}
+
+TEST(XAnim, ConstantStreamsAreDropped) {
+    AnimFixture f(R"(<Animation name="door" length="10"/><Animation name="x"/>)");
+    f.part("door", {rot(0, 0, 0, 0, 1), pos(1, 0, 0, 0), rot(2, 0, 0, 0, 1), pos(3, 0, 1, 0)});
+    std::string text = f.run();
+    EXPECT_EQ(text.find("Rotation"), std::string::npos);
+    EXPECT_NE(text.find("name=\"Position\""), std::string::npos);
+
+    AnimFixture still(R"(<Animation name="door" length="10"/><Animation name="x"/>)");
+    // Equal as written: the difference lies beyond the sixth decimal.
+    still.part("door", {rot(0, 0, 0, 0, 1), rot(2, 0, 0, -0.0000001f, 1), pos(3, 0, 1, 0)});
+    EXPECT_EQ(still.run(), "");
+    EXPECT_FALSE(still.hasAnimation);
+}
+
+TEST(XAnim, BaseRotationIsTheEarliestRotationKey) {
+    AnimFixture f(R"(<Animation name="prop" length="2"/><Animation name="x"/>)");
+    const float h = std::sqrt(0.5f);
+    f.part("prop", {rot(2, 0, 0, 0, 1), pos(0, 1, 1, 1), rot(1, 0, h, 0, h), rot(1, 1, 0, 0, 0)});
+    std::string text = f.run();
+    // Base (0, h, 0, h): the key at time 1 gives the identity, the key at 2 its inverse turn.
+    EXPECT_NE(text.find("<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\" />"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\" />"),
+              std::string::npos);
+}
+
+TEST(XAnim, AllKeysAtTimeZeroFail) {
+    AnimFixture f(R"(<Animation name="a" length="10"/><Animation name="b"/>)");
+    f.part("a", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)});
+    try {
+        f.run();
+        FAIL() << "no failure";
+    } catch (const Failure& e) {
+        EXPECT_EQ(e.number(), err::kDivisionByZero);
+    }
+    EXPECT_FALSE(fs::exists(f.dir.file("a.xanim")));
+}
+
+TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
+    struct Row {
+        std::string defs, part, chosen; // chosen "" means none
+    };
+    const std::vector<Row> rows = {
+        {R"(<Animation name="wheel"/><Animation name="wheel_left"/>)", "wheel_left_2", "wheel_left"},
+        {R"(<Animation name="wheel"/><Animation name="wheel_left"/>)", "wheel_2", "wheel"},
+        {R"(<Animation name="Wheel" guid="1"/><Animation name="wheel" guid="2"/>)", "wheel_1", "Wheel"},
+        {R"(<Animation name="wheel_left_long"/>)", "wheel_left", ""},
+        {R"(<Animation name="NonRandomAmbient"/><Animation name="gear"/>)", "gear_1", "gear"},
+        {R"(<Animation name="gear"/><Animation name="NonRandomAmbient"/>)", "gear_1", "gear"},
+        {R"(<Animation name="NonRandomAmbient"/><Animation name="wheel"/>)", "gear", "NonRandomAmbient"},
+        {R"(<Animation name="NONRANDOMAMBIENT"/><Animation name="wheel"/>)", "gear", ""},
+        {R"(<Animation name="NONRANDOMAMBIENT"/>)", "nonrandomambient_2", "NONRANDOMAMBIENT"},
+    };
+    for (const Row& r : rows) {
+        AnimFixture f(r.defs);
+        platform::XmlElement found = anim::XAnimExporter(f.ctx).pFindAnimationDef(r.part);
+        EXPECT_EQ(found ? found.attribute("name").value_or("?") : std::string(), r.chosen) << r.part << " in " << r.defs;
+    }
+}
+
+TEST(AnimationMatch, NoDefinitionFailsTheExportAtThatObject) {
+    AnimFixture f(R"(<Animation name="wheel"/><Animation name="NONRANDOMAMBIENT"/>)");
+    f.part("gear", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    EXPECT_THROW(f.run(), Failure);
+    AnimFixture nameless(R"(<Animation guid="x"/><Animation name="gear"/>)");
+    nameless.part("gear", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    EXPECT_THROW(nameless.run(), Failure);
+}
+
+TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
+    struct Row {
+        std::string def, head;
+    };
+    const std::vector<Row> rows = {
+        {R"(name="a")", R"(<Anim name="a" guid="" type="Standard" typeParam="AutoPlay" typeParam2="" length=")"},
+        {R"(name="a" typeParam="P" typeparam="Q" typeParam2="R" typeparam2="")",
+         R"(<Anim name="a" guid="" type="Standard" typeParam="Q" typeParam2="R" length=")"},
+        {R"(name="a" TypeParam="P" type="" guid="")",
+         R"(<Anim name="a" guid="" type="" typeParam="AutoPlay" typeParam2="" length=")"},
+        {R"(name="a" typeParam="" typeparam="")",
+         R"(<Anim name="a" guid="" type="Standard" typeParam="" typeParam2="" length=")"},
+    };
+    for (const Row& r : rows) {
+        AnimFixture f("<Animation " + r.def + "/><Animation name=\"zzz\"/>");
+        f.part("a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+        std::string text = f.run();
+        EXPECT_NE(text.find(r.head), std::string::npos) << r.def << "\n" << text;
+    }
+}
+
+TEST(AnimationMatch, ExistingAnimFoundByContainedName) {
+    AnimFixture f(R"(<Animation name="wheel" length="10"/><Animation name="c_wheel_left" length="50"/>)");
+    f.part("wheel", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    f.part("c_wheel_left", {rot(0, 0, 0, 0, 1), rot(1, 1, 0, 0, 0), rot(2, 0, 1, 0, 0), pos(2, 2, 0, 0)});
+    std::string text = f.run();
+    EXPECT_EQ(text.find("name=\"c_wheel_left\" guid"), std::string::npos);
+    size_t anim = text.find("<Anim name=\"wheel\"");
+    ASSERT_NE(anim, std::string::npos);
+    // Both parts in the one Anim, each with its own streams, rotation before position.
+    EXPECT_LT(text.find("partName=\"wheel\""), text.find("partName=\"c_wheel_left\" length=\"10\""));
+    EXPECT_LT(text.find("name=\"Rotation\" partName=\"c_wheel_left\""), text.find("name=\"Position\" partName=\"c_wheel_left\""));
+}
+
+TEST(AnimationMatch, LengthThatIsNoNumberCountsAsUndeclared) {
+    AnimFixture f(R"(<Animation name="a" length="abc"/><Animation name="b" length=" 12.5xyz"/>)");
+    f.part("a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(4, 2, 0, 0)});
+    f.part("b", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    std::string text = f.run();
+    EXPECT_NE(text.find("<Anim name=\"a\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" length=\"4\">"),
+              std::string::npos);
+    EXPECT_NE(text.find("partName=\"b\" length=\"12.5\""), std::string::npos);
+    EXPECT_FLOAT_EQ(anim::leadingNumber("abc"), 0);
+    EXPECT_FLOAT_EQ(anim::leadingNumber("-2.5e1x"), -25);
+    EXPECT_FLOAT_EQ(anim::leadingNumber(".5"), 0.5f);
+}
+
+// One ulp of a 32-bit float at v.
+double ulp(float v) { return std::nextafter(std::fabs(v), INFINITY) - std::fabs(v); }
+
+TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlp) {
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> d(-1, 1);
+    for (int i = 0; i < 200000; ++i) {
+        Quat a{d(rng), d(rng), d(rng), d(rng)}, b{d(rng), d(rng), d(rng), d(rng)};
+        Quat r = anim::pQuatMultiply(a, b);
+        // The Hamilton product, written the usual way.
+        double x = double(a.w) * b.x + double(a.x) * b.w + double(a.y) * b.z - double(a.z) * b.y;
+        double y = double(a.w) * b.y - double(a.x) * b.z + double(a.y) * b.w + double(a.z) * b.x;
+        double z = double(a.w) * b.z + double(a.x) * b.y - double(a.y) * b.x + double(a.z) * b.w;
+        double w = double(a.w) * b.w - double(a.x) * b.x - double(a.y) * b.y - double(a.z) * b.z;
+        ASSERT_LE(std::fabs(r.x - x), ulp(static_cast<float>(x))) << i;
+        ASSERT_LE(std::fabs(r.y - y), ulp(static_cast<float>(y))) << i;
+        ASSERT_LE(std::fabs(r.z - z), ulp(static_cast<float>(z))) << i;
+        ASSERT_LE(std::fabs(r.w - w), ulp(static_cast<float>(w))) << i;
+    }
+}
+
+TEST(QuatMultiply, KeyTimesItsOwnConjugateIsTheIdentity) {
+    const float h = std::sqrt(0.5f);
+    Quat k{0.1f, 0.2f, 0.3f, std::sqrt(1 - 0.14f)}, c{-k.x, -k.y, -k.z, k.w};
+    Quat r = anim::pQuatMultiply(k, c);
+    EXPECT_EQ(platform::formatMask(r.x, 2, 6) + ";" + platform::formatMask(r.y, 2, 6) + ";" +
+                  platform::formatMask(r.z, 2, 6) + ";" + platform::formatMask(r.w, 2, 6),
+              "0.00;0.00;0.00;1.00");
+    Quat i = anim::pQuatMultiply({0, h, 0, h}, {0, -h, 0, h});
+    EXPECT_FLOAT_EQ(i.w, 1.0f);
+}
+
+TEST(XAnimExport, DriverWritesTheFileAndTellsTheTool) {
+    Rig rig;
+    rig.installTool();
+    auto wheel = rig.scene->root()->addChild("Wheel");
+    wheel->setKeyframes({rot(0, 0, 0, 0, 1), rot(1, 0, 0, 1, 0), rot(2, 0, 0, 0, 1)});
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    EXPECT_TRUE(t->bHasAnimation);
+    platform::XmlDocument doc;
+    ASSERT_TRUE(doc.load(rig.dir.file("plane.xanim")));
+    EXPECT_EQ(doc.select("AnimLib/Anim/AnimStream/Keyframe").size(), 3u);
+    ASSERT_EQ(rig.processes.started.size(), 1u);
+    EXPECT_NE(rig.processes.started[0].find("xtomdl.exe /xanim /dict:\""), std::string::npos);
+}
+
+TEST(XAnimExport, ConstantPartsWriteNoFileAndNoSwitch) {
+    Rig rig;
+    rig.installTool();
+    auto wheel = rig.scene->root()->addChild("Wheel");
+    wheel->setKeyframes({rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)});
+    writeFile(rig.dir.file("plane.xanim"), "an older file");
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    EXPECT_FALSE(t->bHasAnimation);
+    EXPECT_EQ(readFile(rig.dir.file("plane.xanim")), "an older file"); // not removed
+    ASSERT_EQ(rig.processes.started.size(), 1u);
+    EXPECT_EQ(rig.processes.started[0].find("/xanim"), std::string::npos);
+}
+
+TEST(XAnimExport, NoDefinitionEndsInTheFailureBoxWithoutSidecar) {
+    Rig rig;
+    writeFile(rig.pluginFolder + "/modeldef.xml",
+              "<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>");
+    rig.scene->root()->addChild("gear")->setKeyframes({pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("plane.x"));
+    ASSERT_EQ(rig.boxes.shown.size(), 1u);
+    EXPECT_EQ(rig.boxes.shown[0].text.rfind("Creating XANIM file\r91 - ", 0), 0u);
+    EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
+    EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
+}
+
+} // namespace
+} // namespace tarnvale::test
