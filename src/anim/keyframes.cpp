@@ -136,9 +136,9 @@ void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& objec
         }
     }
     anim.setAttribute("length", shortest(L));
-    if (rotation.childCount() > 0) pAttachStream(anim, rotation, L);
-    if (position.childCount() > 0) pAttachStream(anim, position, L);
-    if (anim.childCount() > 0) root.appendChild(anim);
+    if (rotation.hasChildren()) pAttachStream(anim, rotation, L);
+    if (position.hasChildren()) pAttachStream(anim, position, L);
+    if (anim.hasChildren()) root.appendChild(anim);
 }
 
 } // namespace tarnvale::anim

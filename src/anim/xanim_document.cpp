@@ -14,7 +14,7 @@ void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExpo
     root = doc.documentElement();
     root.setAttribute("version", "9.1");
     pExportAnimObject(root, cgExportGroup);
-    if (root.childCount() > 0) {
+    if (root.hasChildren()) {
         doc.save(xanimPath(strOutputFile));
         f_.bHasAnimation = true;
     }

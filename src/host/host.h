@@ -112,7 +112,8 @@ public:
     SGFace(SGShape* shape, int32_t index) : shape_(shape), index_(index) {}
     int32_t index() const { return index_; }
     int32_t GetCornerCount() const;
-    SGMaterialPtr GetMaterial() const;
+    // The polygon's material, or none; the reference is valid until the shape changes.
+    const SGMaterialPtr& GetMaterial() const;
     void SetMaterial(const SGMaterialPtr& material);
     Uv GetCornerUV(int32_t corner) const;
     int32_t GetCornerVertex(int32_t corner) const;
@@ -219,7 +220,7 @@ public:
 
     // Polygon operations behind SGFace.
     virtual int32_t FaceCornerCount(int32_t face) = 0;
-    virtual SGMaterialPtr FaceMaterial(int32_t face) = 0;
+    virtual const SGMaterialPtr& FaceMaterial(int32_t face) = 0;
     virtual void FaceSetMaterial(int32_t face, const SGMaterialPtr& material) = 0;
     virtual Uv FaceCornerUV(int32_t face, int32_t corner) = 0;
     virtual int32_t FaceCornerVertex(int32_t face, int32_t corner) = 0;
@@ -271,7 +272,7 @@ public:
 };
 
 inline int32_t SGFace::GetCornerCount() const { return shape_->FaceCornerCount(index_); }
-inline SGMaterialPtr SGFace::GetMaterial() const { return shape_->FaceMaterial(index_); }
+inline const SGMaterialPtr& SGFace::GetMaterial() const { return shape_->FaceMaterial(index_); }
 inline void SGFace::SetMaterial(const SGMaterialPtr& m) { shape_->FaceSetMaterial(index_, m); }
 inline Uv SGFace::GetCornerUV(int32_t c) const { return shape_->FaceCornerUV(index_, c); }
 inline int32_t SGFace::GetCornerVertex(int32_t c) const { return shape_->FaceCornerVertex(index_, c); }

@@ -124,11 +124,14 @@ void TextSink::open(const std::string& path) {
     file_ = std::fopen(nativePath(path).c_str(), "wb");
     if (!file_) throw fileFailure(path, errno, true);
     buffer_.resize(kSinkBuffer);
-    used_ = written_ = lineStart_ = 0;
+    used_ = flushed_ = lineStart_ = 0;
 }
 
 void TextSink::flush() {
     if (used_ == 0) return;
+    if (const void* nl = ::memrchr(buffer_.data(), '\n', used_))
+        lineStart_ = flushed_ + static_cast<size_t>(static_cast<const char*>(nl) - buffer_.data()) + 1;
+    flushed_ += used_;
     if (std::fwrite(buffer_.data(), 1, used_, file_) != used_) {
         int e = errno;
         used_ = 0;
@@ -141,8 +144,11 @@ void TextSink::writeRaw(std::string_view bytes) {
     if (!file_) throw Failure(err::kFileAccess, "Output file is not open");
     const char* p = bytes.data();
     size_t n = bytes.size();
-    if (const void* nl = ::memrchr(p, '\n', n)) lineStart_ = written_ + (static_cast<const char*>(nl) - p) + 1;
-    written_ += n;
+    if (n <= buffer_.size() - used_) {
+        std::memcpy(buffer_.data() + used_, p, n);
+        used_ += n;
+        return;
+    }
     while (n > 0) {
         if (used_ == buffer_.size()) flush();
         size_t take = std::min(n, buffer_.size() - used_);
@@ -160,6 +166,13 @@ void TextSink::write(std::string_view text) {
             return;
         }
     writeRaw(text);
+}
+
+size_t TextSink::column() const {
+    // Only the print zone asks, rarely: the line start is found when asked.
+    if (const void* nl = ::memrchr(buffer_.data(), '\n', used_))
+        return used_ - (static_cast<const char*>(nl) - buffer_.data()) - 1;
+    return flushed_ + used_ - lineStart_;
 }
 
 void TextSink::nextPrintZone() {

@@ -28,7 +28,31 @@ constexpr uint64_t kPow10i[] = {1ull,
                                 10000000000000ull,
                                 100000000000000ull};
 
-char* writeDigits(char* out, uint64_t v) { return std::to_chars(out, out + 24, v).ptr; }
+constexpr char kPairs[201] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                             "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                             "8081828384858687888990919293949596979899";
+
+// Decimal digits of v, two at a time from a table.
+char* writeDigits(char* out, uint64_t v) {
+    char tmp[24];
+    char* end = tmp + sizeof tmp;
+    char* p = end;
+    while (v >= 100) {
+        const auto pair = static_cast<size_t>(v % 100) * 2;
+        v /= 100;
+        *--p = kPairs[pair + 1];
+        *--p = kPairs[pair];
+    }
+    if (v >= 10) {
+        *--p = kPairs[v * 2 + 1];
+        *--p = kPairs[v * 2];
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
+    const auto n = static_cast<size_t>(end - p);
+    std::memcpy(out, p, n);
+    return out + n;
+}
 
 // Writes m * 10^(e-6), m having 7 digits, rounded to maxDec decimals half away
 // from zero, with minDec to maxDec decimals.
@@ -57,10 +81,14 @@ char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
     *out++ = '.';
     uint64_t frac = units % one;
     char f[16];
-    for (int i = maxDec - 1; i >= 0; --i) {
-        f[i] = static_cast<char>('0' + frac % 10);
-        frac /= 10;
+    int i = maxDec;
+    for (; i >= 2; i -= 2) {
+        const auto pair = static_cast<size_t>(frac % 100) * 2;
+        frac /= 100;
+        f[i - 1] = kPairs[pair + 1];
+        f[i - 2] = kPairs[pair];
     }
+    if (i == 1) f[0] = static_cast<char>('0' + frac);
     int keep = maxDec;
     while (keep > minDec && f[keep - 1] == '0') --keep;
     std::memcpy(out, f, keep);
@@ -109,7 +137,8 @@ char* formatFinite(float value, char* out, int minDec, int maxDec, bool exactOnl
     double a = std::fabs(static_cast<double>(value));
     if (value < 0) *out++ = '-';
     // Far below the last decimal: zero even after the seven-digit step.
-    if (a < 0.4 * std::pow(10.0, -maxDec - 1)) return writeZero(out, minDec);
+    static constexpr double kZeroBelow[] = {4e-2, 4e-3, 4e-4, 4e-5, 4e-6, 4e-7, 4e-8, 4e-9};
+    if (a < kZeroBelow[maxDec]) return writeZero(out, minDec);
     uint64_t m = 0;
     int e = 0;
     sevenDigits(a, exactOnly, m, e);
@@ -119,16 +148,15 @@ char* formatFinite(float value, char* out, int minDec, int maxDec, bool exactOnl
 void sevenDigits(double a, bool exactOnly, uint64_t& m, int& e) {
     m = 0;
     e = 0;
-    bool exact = exactOnly || a >= 1e22;
-    if (!exact) {
-        e = static_cast<int>(std::floor(std::log10(a)));
+    if (!exactOnly && a >= 1e-15 && a < 1e22) {
+        // The binary exponent gives the decimal one, or one below it.
+        uint64_t bits;
+        std::memcpy(&bits, &a, 8);
+        const int e2 = static_cast<int>((bits >> 52) & 0x7FF) - 1023;
+        e = (e2 * 78913) >> 18; // floor(e2 * log10(2))
         for (int tries = 0; tries < 3; ++tries) {
-            int k = 6 - e;
-            if (k > 22 || k < -22) {
-                exact = true;
-                break;
-            }
-            double scaled = k >= 0 ? a * kPow10[k] : a / kPow10[-k];
+            const int k = 6 - e;
+            const double scaled = k >= 0 ? a * kPow10[k] : a / kPow10[-k];
             if (scaled >= 1e7) {
                 ++e;
                 continue;
@@ -137,24 +165,20 @@ void sevenDigits(double a, bool exactOnly, uint64_t& m, int& e) {
                 --e;
                 continue;
             }
-            double fl = std::floor(scaled);
-            double frac = scaled - fl;
+            const auto whole = static_cast<uint64_t>(scaled);
+            const double frac = scaled - static_cast<double>(whole);
             // The double product is off by far less than 1e-6 here; near a tie the
             // exact expansion decides.
-            if (std::fabs(frac - 0.5) < 1e-6) {
-                exact = true;
-                break;
-            }
-            m = static_cast<uint64_t>(fl) + (frac > 0.5 ? 1 : 0);
+            if (std::fabs(frac - 0.5) < 1e-6) break;
+            m = whole + (frac > 0.5 ? 1 : 0);
             if (m == 10000000) {
                 m = 1000000;
                 ++e;
             }
-            break;
+            return;
         }
-        if (m == 0) exact = true;
     }
-    if (exact) exactDigits(a, m, e);
+    exactDigits(a, m, e);
 }
 
 void checkFinite(float value) {

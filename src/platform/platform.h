@@ -50,7 +50,14 @@ public:
     // CR LF.
     void endLine() { writeRaw("\r\n"); }
     // Column of the next byte on the current line, from 0.
-    size_t column() const { return written_ - lineStart_; }
+    size_t column() const;
+    // Room for up to `bytes` bytes written in place; commit() says where they end.
+    // Nothing else may be written in between.
+    char* claim(size_t bytes) {
+        if (buffer_.size() - used_ < bytes) flush();
+        return buffer_.data() + used_;
+    }
+    void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.data()); }
     // Advances to the next print zone (tab stops every 14 columns).
     void nextPrintZone();
     // Flushes and closes; fails when the data cannot be written.
@@ -63,8 +70,8 @@ private:
     std::string path_;
     std::vector<char> buffer_;
     size_t used_ = 0;
-    size_t written_ = 0;
-    size_t lineStart_ = 0;
+    size_t flushed_ = 0;   // bytes written to the file before the buffer's start
+    size_t lineStart_ = 0; // offset in the file of the line that was open at the last flush
 };
 
 // A text file read line by line; a line ends at CR LF, LF or CR.

@@ -102,6 +102,8 @@ size_t XmlElement::childCount() const {
     return n;
 }
 
+bool XmlElement::hasChildren() const { return static_cast<bool>(toNode(node_).first_child()); }
+
 XmlElement XmlElement::appendChild(XmlElement child) {
     pugi::xml_node parent = toNode(node_), c = toNode(child.node_);
     if (!parent || !c) throw Failure(err::kObjectNotSet, "XML: no element to append");

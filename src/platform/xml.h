@@ -32,6 +32,8 @@ public:
     std::vector<XmlElement> childElements() const;
     // Number of child nodes of any kind.
     size_t childCount() const;
+    // Whether it has a child node of any kind.
+    bool hasChildren() const;
     // Appends `child` as last child and gives its handle there. A detached element
     // of the same document is moved; an element that is already attached moves to
     // the end. Handles to elements inside a moved detached tree stay valid only

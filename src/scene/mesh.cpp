@@ -30,8 +30,12 @@ void MemoryShape::checkCorner(int32_t vertex, int32_t normal, int32_t uv) const 
 
 uint32_t MemoryShape::materialSlot(const SGMaterialPtr& material) {
     if (!material) return kNoMaterial;
+    // Polygons come in runs of one material: the last answer is the likely one.
+    if (material.get() == lastMaterial_) return lastSlot_;
     auto [it, added] = materialIndex_.try_emplace(material.get(), static_cast<uint32_t>(materials_.size()));
     if (added) materials_.push_back(material);
+    lastMaterial_ = material.get();
+    lastSlot_ = it->second;
     return it->second;
 }
 
@@ -120,72 +124,58 @@ void MemoryShape::MergeShape(const SGShapePtr& other) {
     }
 }
 
-namespace {
-
-struct ComboKey {
-    int32_t vertex;
-    uint32_t u, v;
-    bool operator==(const ComboKey&) const = default;
-};
-struct ComboHash {
-    size_t operator()(const ComboKey& k) const {
-        uint64_t h = (uint64_t(k.u) << 32 | k.v) * 0x9E3779B97F4A7C15ull;
-        return static_cast<size_t>(h ^ (uint64_t(uint32_t(k.vertex)) * 0xC2B2AE3D27D4EB4Full));
-    }
-};
-
-} // namespace
-
 void MemoryShape::GetMeshArrays(MeshArrays& out) {
     // Each position gets the pair of its first corner; a corner with another pair
     // gets a record of its own, appended, shared by all corners with that
-    // (position, pair) combination.
+    // (position, pair) combination. A position's further records form a chain, so
+    // that the search stays near the corner's own data.
     const size_t nPos = positions_.size();
-    out.vertices.assign(nPos, MeshVertex{});
-    for (size_t i = 0; i < nPos; ++i) {
-        out.vertices[i].x = positions_[i].x;
-        out.vertices[i].y = positions_[i].y;
-        out.vertices[i].z = positions_[i].z;
-    }
+    out.vertices.resize(nPos);
+    for (size_t i = 0; i < nPos; ++i) out.vertices[i] = {positions_[i].x, positions_[i].y, positions_[i].z, 0, 0};
     std::vector<uint8_t> claimed(nPos, 0);
-    std::unordered_map<ComboKey, int32_t, ComboHash> extraFor;
-    std::vector<int32_t> record(corners_.size());
-    for (size_t c = 0; c < corners_.size(); ++c) {
-        const Corner& k = corners_[c];
-        const uint32_t u = std::bit_cast<uint32_t>(uvs_[k.uv].u);
-        const uint32_t v = std::bit_cast<uint32_t>(uvs_[k.uv].v);
-        MeshVertex& own = out.vertices[k.vertex];
-        if (!claimed[k.vertex]) {
-            claimed[k.vertex] = 1;
-            own.u = uvs_[k.uv].u;
-            own.v = uvs_[k.uv].v;
-            record[c] = k.vertex;
-        } else if (std::bit_cast<uint32_t>(own.u) == u && std::bit_cast<uint32_t>(own.v) == v) {
-            record[c] = k.vertex;
-        } else {
-            auto [it, added] = extraFor.try_emplace(ComboKey{k.vertex, u, v}, 0);
-            if (added) {
-                it->second = static_cast<int32_t>(out.vertices.size());
-                const Vec3& p = positions_[k.vertex];
-                out.vertices.push_back({p.x, p.y, p.z, uvs_[k.uv].u, uvs_[k.uv].v});
-            }
-            record[c] = it->second;
-        }
-    }
-    out.vertexCount = static_cast<int32_t>(out.vertices.size());
-    out.normals.resize(normals_.size());
-    for (size_t i = 0; i < normals_.size(); ++i) out.normals[i] = {normals_[i].x, normals_[i].y, normals_[i].z};
-    out.normalCount = static_cast<int32_t>(normals_.size());
+    std::vector<int32_t> firstExtra; // per position: its first further record, -1 if none
+    std::vector<int32_t> nextExtra;  // per further record: the next of the same position
 
     out.polygons.clear();
     out.polygons.reserve(polyMaterial_.size() + 2 * corners_.size());
     for (size_t p = 0; p < polyMaterial_.size(); ++p) {
         out.polygons.push_back(static_cast<int32_t>(polyStart_[p + 1] - polyStart_[p]));
         for (uint32_t c = polyStart_[p]; c < polyStart_[p + 1]; ++c) {
-            out.polygons.push_back(record[c]);
-            out.polygons.push_back(corners_[c].normal);
+            const Corner& k = corners_[c];
+            const Uv t = uvs_[k.uv];
+            const uint32_t u = std::bit_cast<uint32_t>(t.u), v = std::bit_cast<uint32_t>(t.v);
+            int32_t record = k.vertex;
+            MeshVertex& own = out.vertices[k.vertex];
+            if (!claimed[k.vertex]) {
+                claimed[k.vertex] = 1;
+                own.u = t.u;
+                own.v = t.v;
+            } else if (std::bit_cast<uint32_t>(own.u) != u || std::bit_cast<uint32_t>(own.v) != v) {
+                if (firstExtra.empty()) firstExtra.assign(nPos, -1);
+                int32_t r = firstExtra[k.vertex], last = -1;
+                while (r >= 0 && (std::bit_cast<uint32_t>(out.vertices[r].u) != u ||
+                                  std::bit_cast<uint32_t>(out.vertices[r].v) != v)) {
+                    last = r;
+                    r = nextExtra[r - nPos];
+                }
+                if (r < 0) {
+                    r = static_cast<int32_t>(out.vertices.size());
+                    const Vec3& q = positions_[k.vertex];
+                    out.vertices.push_back({q.x, q.y, q.z, t.u, t.v});
+                    nextExtra.push_back(-1);
+                    if (last < 0) firstExtra[k.vertex] = r;
+                    else nextExtra[last - nPos] = r;
+                }
+                record = r;
+            }
+            out.polygons.push_back(record);
+            out.polygons.push_back(k.normal);
         }
     }
+    out.vertexCount = static_cast<int32_t>(out.vertices.size());
+    out.normals.resize(normals_.size());
+    for (size_t i = 0; i < normals_.size(); ++i) out.normals[i] = {normals_[i].x, normals_[i].y, normals_[i].z};
+    out.normalCount = static_cast<int32_t>(normals_.size());
     out.extra = static_cast<int32_t>(out.polygons.size());
 }
 
@@ -194,10 +184,11 @@ int32_t MemoryShape::FaceCornerCount(int32_t face) {
     return static_cast<int32_t>(polyStart_[face + 1] - polyStart_[face]);
 }
 
-SGMaterialPtr MemoryShape::FaceMaterial(int32_t face) {
+const SGMaterialPtr& MemoryShape::FaceMaterial(int32_t face) {
+    static const SGMaterialPtr kNone;
     checkFace(face);
     uint32_t slot = polyMaterial_[face];
-    return slot == kNoMaterial ? nullptr : materials_[slot];
+    return slot == kNoMaterial ? kNone : materials_[slot];
 }
 
 void MemoryShape::FaceSetMaterial(int32_t face, const SGMaterialPtr& material) {

@@ -124,7 +124,7 @@ public:
     void GetMeshArrays(MeshArrays& out) override;
 
     int32_t FaceCornerCount(int32_t face) override;
-    SGMaterialPtr FaceMaterial(int32_t face) override;
+    const SGMaterialPtr& FaceMaterial(int32_t face) override;
     void FaceSetMaterial(int32_t face, const SGMaterialPtr& material) override;
     Uv FaceCornerUV(int32_t face, int32_t corner) override;
     int32_t FaceCornerVertex(int32_t face, int32_t corner) override;
@@ -150,6 +150,8 @@ private:
     std::vector<uint32_t> polyMaterial_;
     std::vector<SGMaterialPtr> materials_; // distinct materials, by first assignment
     std::unordered_map<const SGMaterial*, uint32_t> materialIndex_;
+    const SGMaterial* lastMaterial_ = nullptr; // the material of the last slot lookup
+    uint32_t lastSlot_ = kNoMaterial;
 };
 
 class MemoryScene;

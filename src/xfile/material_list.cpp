@@ -38,7 +38,7 @@ void XFileExporter::pBuildMaterialTable(const SGShapePtr& shape, std::vector<int
     const int32_t polygons = shape->GetPolygonCount();
     for (int32_t i = 0; i < polygons; ++i) {
         SGFace polygon = shape->GetPolygon(i);
-        SGMaterialPtr m = polygon.GetMaterial();
+        const SGMaterialPtr& m = polygon.GetMaterial();
         const int32_t triangles = polygon.GetCornerCount() - 2;
         int32_t index;
         auto it = m ? slotOf.find(m.get()) : slotOf.end();

@@ -12,23 +12,23 @@ namespace tarnvale::xfile {
 
 namespace {
 
-// Builds one line of numbers at a time, then hands it to the sink in one piece.
+// Writes one line of numbers at a time straight into the sink's buffer.
 class LineBuffer {
 public:
+    static constexpr size_t kMaxLine = 512;
+    explicit LineBuffer(TextSink& file) : file_(file) {}
+    void begin() { p_ = file_.claim(kMaxLine); }
     void raw(std::string_view s) {
         std::memcpy(p_, s.data(), s.size());
         p_ += s.size();
     }
     void real(float v) { p_ = formatNumberTo(v, p_); }
-    void plain(int32_t v) { p_ = std::to_chars(p_, buf_ + sizeof buf_, v).ptr; }
-    void flushTo(TextSink& file) {
-        file.writeRaw(std::string_view(buf_, p_ - buf_));
-        p_ = buf_;
-    }
+    void plain(int32_t v) { p_ = std::to_chars(p_, p_ + 12, v).ptr; }
+    void end() { file_.commit(p_); }
 
 private:
-    char buf_[512];
-    char* p_ = buf_;
+    TextSink& file_;
+    char* p_ = nullptr;
 };
 
 const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
@@ -39,12 +39,13 @@ const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
 // The fans of all polygons, " 3;a,b,c;" each, with the vertex (offset 0) or the
 // normal (offset 1) indices of the corners.
 void writeTriangleList(TextSink& file, int32_t polygonCount, const std::vector<int32_t>& stream, int offset) {
-    LineBuffer line;
+    LineBuffer line(file);
     size_t p = 0;
     bool first = true;
     for (int32_t poly = 0; poly < polygonCount; ++poly) {
         const int32_t n = entry(stream, p);
         for (int32_t j = 0; j <= n - 3; ++j) {
+            line.begin();
             if (!first) line.raw(",\r\n");
             first = false;
             line.raw(" 3;");
@@ -54,7 +55,7 @@ void writeTriangleList(TextSink& file, int32_t polygonCount, const std::vector<i
             line.raw(",");
             line.plain(entry(stream, p + 1 + 2 * (j + 2) + offset));
             line.raw(";");
-            line.flushTo(file);
+            line.end();
         }
         p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
     }
@@ -77,15 +78,15 @@ int32_t XFileExporter::pCountTriangles(int32_t polygonCount, const std::vector<i
 void XFileExporter::pFlipTextureV(const SGShapePtr& shape) {
     const int32_t count = shape->GetPolygonCount();
     std::vector<int32_t> toDelete;
-    SGMaterialPtr lastSeen;
+    const SGMaterial* lastSeen = nullptr;
     bool seen = false, marked = false;
     // A record per material object, made once: the records are the same for every
     // polygon of that material, so alternating materials stay linear.
     std::unordered_map<const SGMaterial*, bool> isVC;
     for (int32_t i = 0; i < count; ++i) {
         SGFace face = shape->GetPolygon(i);
-        SGMaterialPtr m = face.GetMaterial();
-        if (!seen || m != lastSeen) {
+        const SGMaterialPtr m = face.GetMaterial(); // held: the shape grows below
+        if (!seen || m.get() != lastSeen) {
             auto it = isVC.find(m.get());
             if (it == isVC.end()) {
                 material::FS10Material record;
@@ -93,7 +94,7 @@ void XFileExporter::pFlipTextureV(const SGShapePtr& shape) {
                 it = isVC.emplace(m.get(), record.bIsVCTexture == 1).first;
             }
             marked = it->second;
-            lastSeen = m;
+            lastSeen = m.get();
             seen = true;
         }
         if (!marked) continue;
@@ -124,10 +125,11 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
         throw Failure(err::kSubscript, "Subscript out of range: mesh arrays");
 
     const std::string name = platform::toWindows1252(meshName);
-    LineBuffer line;
+    LineBuffer line(file);
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
     for (int32_t i = 0; i < a.vertexCount; ++i) {
+        line.begin();
         if (i > 0) line.raw(",\r\n");
         const MeshVertex& v = a.vertices[i];
         line.real(v.x);
@@ -136,7 +138,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
         line.raw("; ");
         line.real(v.z);
         line.raw(";");
-        line.flushTo(file);
+        line.end();
     }
     file.writeRaw(";\r\n\r\n");
 
@@ -152,6 +154,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
     for (int32_t i = 0; i < a.normalCount; ++i) {
+        line.begin();
         if (i > 0) line.raw(",\r\n");
         const MeshNormal& n = a.normals[i];
         line.real(n.x);
@@ -160,7 +163,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
         line.raw("; ");
         line.real(n.z);
         line.raw(";");
-        line.flushTo(file);
+        line.end();
     }
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
@@ -185,12 +188,13 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.writeRaw("MeshTextureCoords {\r\n" + plainNumber(a.vertexCount) + ";      // " +
                   paddedNumber(a.vertexCount) + " uv pairs\r\n");
     for (int32_t i = 0; i < a.vertexCount; ++i) {
+        line.begin();
         if (i > 0) line.raw(",\r\n");
         line.real(a.vertices[i].u + shiftU);
         line.raw("; ");
         line.real(a.vertices[i].v + shiftV);
         line.raw(";");
-        line.flushTo(file);
+        line.end();
     }
     file.writeRaw(";\r\n\r\n} // end mesh text coords " + name + "\r\n} // end mesh " + name + "\r\n");
 }
