@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace tarnvale::app {
@@ -83,6 +84,9 @@ int runExport(const ExportOptions& o) {
         std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
         return kUnreadable;
     }
+    // The reader's scratch (the file, its JSON, its buffers) is freed by now; hand
+    // those pages back before the export needs its own.
+    ::malloc_trim(0);
     if (!o.quiet)
         for (const auto& w : loaded.warnings) std::fprintf(stderr, "tarnvale: %s: %s\n", o.scene.c_str(), w.c_str());
 

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 
 namespace tarnvale::gltf {
@@ -376,40 +377,40 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
         haveNormals = true;
     }
 
-    std::vector<uint32_t> idx;
+    // The triangles of the primitive, read straight from the index accessor.
+    std::optional<AccessorView> ia;
+    size_t indexCount = n;
     if (prim.indices >= 0) {
-        AccessorView ia(model_, prim.indices, what + " indices");
-        if (ia.components() != 1) throw SceneError(what + " indices are not scalars");
-        idx.resize(ia.count());
-        for (size_t i = 0; i < idx.size(); ++i) {
-            idx[i] = ia.index(i);
-            if (idx[i] >= n) throw SceneError(what + " has an index past its last vertex");
+        ia.emplace(model_, prim.indices, what + " indices");
+        if (ia->components() != 1) throw SceneError(what + " indices are not scalars");
+        indexCount = ia->count();
+    }
+    auto indexAt = [&](size_t i) -> int32_t {
+        const uint32_t v = ia ? ia->index(i) : static_cast<uint32_t>(i);
+        if (v >= n) throw SceneError(what + " has an index past its last vertex");
+        return static_cast<int32_t>(v);
+    };
+    const int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
+    const size_t triangles = indexCount < 3                          ? 0
+                             : mode == TINYGLTF_MODE_TRIANGLES ? indexCount / 3
+                                                               : indexCount - 2;
+    const auto mat = material(prim.material);
+    shape->reserve(triangles, triangles * 3);
+    if (!haveNormals) shape->normals().reserve(triangles);
+    for (size_t i = 0; i < triangles; ++i) {
+        int32_t a, b, c;
+        if (mode == TINYGLTF_MODE_TRIANGLES) {
+            a = indexAt(3 * i), b = indexAt(3 * i + 1), c = indexAt(3 * i + 2);
+        } else if (mode == TINYGLTF_MODE_TRIANGLE_STRIP) {
+            // Every other strip triangle swaps its first two corners to keep the winding.
+            a = indexAt(i % 2 ? i + 1 : i), b = indexAt(i % 2 ? i : i + 1), c = indexAt(i + 2);
+        } else {
+            a = indexAt(0), b = indexAt(i + 1), c = indexAt(i + 2);
         }
-    } else {
-        idx.resize(n);
-        for (size_t i = 0; i < n; ++i) idx[i] = static_cast<uint32_t>(i);
-    }
-    std::vector<std::array<uint32_t, 3>> tris;
-    int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
-    if (mode == TINYGLTF_MODE_TRIANGLES) {
-        for (size_t i = 0; i + 2 < idx.size(); i += 3) tris.push_back({idx[i], idx[i + 1], idx[i + 2]});
-    } else if (mode == TINYGLTF_MODE_TRIANGLE_STRIP) {
-        for (size_t i = 0; i + 2 < idx.size(); ++i)
-            tris.push_back(i % 2 ? std::array<uint32_t, 3>{idx[i + 1], idx[i], idx[i + 2]}
-                                 : std::array<uint32_t, 3>{idx[i], idx[i + 1], idx[i + 2]});
-    } else {
-        for (size_t i = 1; i + 1 < idx.size(); ++i) tris.push_back({idx[0], idx[i], idx[i + 1]});
-    }
-
-    auto mat = material(prim.material);
-    shape->reserve(tris.size(), tris.size() * 3);
-    if (!haveNormals) shape->normals().reserve(tris.size());
-    for (const auto& t : tris) {
-        int32_t a = static_cast<int32_t>(t[0]), b = static_cast<int32_t>(t[1]), c = static_cast<int32_t>(t[2]);
         int32_t na = a, nb = b, nc = c;
         if (!haveNormals) {
             // The face normal of the glTF triangle, mirrored like the positions.
-            Vec3 p0 = positions[a], p1 = positions[b], p2 = positions[c];
+            const Vec3 p0 = positions[a], p1 = positions[b], p2 = positions[c];
             double ux = -(p1.x - p0.x), uy = p1.y - p0.y, uz = p1.z - p0.z;
             double vx = -(p2.x - p0.x), vy = p2.y - p0.y, vz = p2.z - p0.z;
             double nx = uy * vz - uz * vy, ny = uz * vx - ux * vz, nz = ux * vy - uy * vx;

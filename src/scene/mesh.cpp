@@ -1,5 +1,5 @@
-// Polygon meshes in flat arrays: corners of all polygons in one array, a start
-// offset per polygon, a material slot per polygon.
+// Polygon meshes: compact flat arrays, shared between the shapes that merged them
+// until one of them changes.
 #include "scene/scene.h"
 
 #include <algorithm>
@@ -16,112 +16,282 @@ namespace {
 
 } // namespace
 
-void MemoryShape::reserve(size_t polygons, size_t corners) {
-    polyStart_.reserve(polyStart_.size() + polygons);
-    polyMaterial_.reserve(polyMaterial_.size() + polygons);
-    corners_.reserve(corners_.size() + corners);
+// ---- MeshData ----------------------------------------------------------------------
+
+void MeshData::makeFull() {
+    if (!uniform) return;
+    full.resize(single.size());
+    for (size_t c = 0; c < single.size(); ++c) full[c] = {single[c], single[c], single[c]};
+    std::vector<int32_t>().swap(single);
+    uniform = false;
 }
 
-void MemoryShape::checkCorner(int32_t vertex, int32_t normal, int32_t uv) const {
-    if (vertex < 0 || static_cast<size_t>(vertex) >= positions_.size()) failIndex("vertex", vertex);
-    if (normal < 0 || static_cast<size_t>(normal) >= normals_.size()) failIndex("normal", normal);
-    if (uv < 0 || static_cast<size_t>(uv) >= uvs_.size()) failIndex("texture pair", uv);
+void MeshData::makeGeneral() {
+    if (!triangles) return;
+    start.resize(polygonCount() + 1);
+    for (size_t p = 0; p < start.size(); ++p) start[p] = static_cast<uint32_t>(3 * p);
+    triangles = false;
 }
 
-uint32_t MemoryShape::materialSlot(const SGMaterialPtr& material) {
-    if (!material) return kNoMaterial;
-    // Polygons come in runs of one material: the last answer is the likely one.
-    if (material.get() == lastMaterial_) return lastSlot_;
-    auto [it, added] = materialIndex_.try_emplace(material.get(), static_cast<uint32_t>(materials_.size()));
-    if (added) materials_.push_back(material);
-    lastMaterial_ = material.get();
-    lastSlot_ = it->second;
-    return it->second;
-}
+// ---- MemoryShape: pieces --------------------------------------------------------------
 
-void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners) {
-    for (const Corner& c : corners) checkCorner(c.vertex, c.normal, c.uv);
-    corners_.insert(corners_.end(), corners.begin(), corners.end());
-    polyStart_.push_back(static_cast<uint32_t>(corners_.size()));
-    polyMaterial_.push_back(materialSlot(material));
-}
-
-void MemoryShape::checkFace(int32_t face) const {
-    if (face < 0 || static_cast<size_t>(face) >= polyMaterial_.size()) failIndex("polygon", face);
-}
-
-const MemoryShape::Corner& MemoryShape::corner(int32_t face, int32_t c) const {
-    checkFace(face);
-    uint32_t count = polyStart_[face + 1] - polyStart_[face];
-    if (c < 0 || static_cast<uint32_t>(c) >= count) failIndex("corner", c);
-    return corners_[polyStart_[face] + c];
-}
-
-SGFace MemoryShape::GetPolygon(int32_t position) {
-    checkFace(position);
-    return SGFace(this, position);
-}
-
-SGFace MemoryShape::AddPolygon() {
-    polyStart_.push_back(polyStart_.back());
-    polyMaterial_.push_back(kNoMaterial);
-    return SGFace(this, static_cast<int32_t>(polyMaterial_.size() - 1));
-}
-
-void MemoryShape::DeletePolygons(const std::vector<int32_t>& positions) {
-    int32_t count = GetPolygonCount();
-    for (size_t i = 0; i < positions.size(); ++i) {
-        if (positions[i] < 0 || positions[i] >= count) failIndex("polygon", positions[i]);
-        if (i > 0 && positions[i] <= positions[i - 1])
-            throw Failure(err::kInvalidCall, "Polygon positions to delete must be ascending");
+MeshData& MemoryShape::own() {
+    if (pieces_.size() == 1 && pieces_[0].data.use_count() == 1)
+        return const_cast<MeshData&>(*pieces_[0].data); // made here as non-const, and held alone
+    auto merged = std::make_shared<MeshData>();
+    MeshData& m = *merged;
+    materialIndex_.clear();
+    lastMaterial_ = nullptr;
+    if (pieces_.size() == 1 && pieces_[0].vertexBase == 0 && pieces_[0].normalBase == 0 &&
+        pieces_[0].uvBase == 0) {
+        m = *pieces_[0].data; // one shared piece: a plain copy
+        for (size_t i = 0; i < m.materials.size(); ++i) materialIndex_.emplace(m.materials[i].get(), uint32_t(i));
+        pieces_.assign(1, Piece{merged});
+        lastPiece_ = 0;
+        return m;
     }
-    // One compaction pass over polygons and corners.
-    size_t next = 0, keptPolys = 0, keptCorners = 0;
-    std::vector<uint32_t> newStart{0};
-    newStart.reserve(polyStart_.size() - positions.size());
-    for (int32_t p = 0; p < count; ++p) {
-        if (next < positions.size() && positions[next] == p) {
-            ++next;
-            continue;
+    bool sameBases = true;
+    size_t positions = 0, normals = 0, uvs = 0, corners = 0, polygons = 0;
+    for (const Piece& q : pieces_) {
+        m.uniform = m.uniform && q.data->uniform;
+        m.triangles = m.triangles && q.data->triangles;
+        sameBases = sameBases && q.vertexBase == q.normalBase && q.vertexBase == q.uvBase;
+        positions += q.data->positions.size();
+        normals += q.data->normals.size();
+        uvs += q.data->uvs.size();
+        corners += q.data->cornerCount();
+        polygons += q.data->polygonCount();
+    }
+    m.uniform = m.uniform && sameBases;
+    m.positions.reserve(positions);
+    m.normals.reserve(normals);
+    m.uvs.reserve(uvs);
+    if (m.uniform) m.single.reserve(corners);
+    else m.full.reserve(corners);
+    m.material.reserve(polygons);
+    if (!m.triangles) {
+        m.start.reserve(polygons + 1);
+        m.start.push_back(0);
+    }
+    for (const Piece& q : pieces_) {
+        const MeshData& d = *q.data;
+        m.positions.insert(m.positions.end(), d.positions.begin(), d.positions.end());
+        m.normals.insert(m.normals.end(), d.normals.begin(), d.normals.end());
+        m.uvs.insert(m.uvs.end(), d.uvs.begin(), d.uvs.end());
+        const auto cornerBase = static_cast<uint32_t>(m.cornerCount());
+        if (m.uniform) {
+            for (int32_t i : d.single) m.single.push_back(i + q.vertexBase);
+        } else {
+            for (size_t c = 0; c < d.cornerCount(); ++c) {
+                Corner k = d.corner(c);
+                m.full.push_back({k.vertex + q.vertexBase, k.normal + q.normalBase, k.uv + q.uvBase});
+            }
         }
-        for (uint32_t c = polyStart_[p]; c < polyStart_[p + 1]; ++c) corners_[keptCorners++] = corners_[c];
-        polyMaterial_[keptPolys++] = polyMaterial_[p];
-        newStart.push_back(static_cast<uint32_t>(keptCorners));
+        if (!m.triangles)
+            for (size_t p = 0; p < d.polygonCount(); ++p) m.start.push_back(d.last(p) + cornerBase);
+        std::vector<uint32_t> slotMap(d.materials.size());
+        for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = materialSlot(m, d.materials[i]);
+        for (uint32_t slot : d.material) m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
     }
-    corners_.resize(keptCorners);
-    polyMaterial_.resize(keptPolys);
-    polyStart_ = std::move(newStart);
+    pieces_.assign(1, Piece{merged});
+    lastPiece_ = 0;
+    return m;
 }
 
-int32_t MemoryShape::AddUV(float u, float v) {
-    uvs_.push_back({u, v});
-    return static_cast<int32_t>(uvs_.size() - 1);
+MemoryShape::Located MemoryShape::locate(int32_t face) {
+    if (face < 0 || pieces_.empty()) failIndex("polygon", face);
+    const auto f = static_cast<uint32_t>(face);
+    auto holds = [f](const Piece& q) { return f >= q.polygonBase && f - q.polygonBase < q.data->polygonCount(); };
+    if (lastPiece_ < pieces_.size() && holds(pieces_[lastPiece_]))
+        return {&pieces_[lastPiece_], f - pieces_[lastPiece_].polygonBase};
+    auto it = std::upper_bound(pieces_.begin(), pieces_.end(), f,
+                               [](uint32_t v, const Piece& q) { return v < q.polygonBase; });
+    // The last piece that starts at or before the face; empty pieces are skipped back over.
+    while (it != pieces_.begin()) {
+        --it;
+        if (holds(*it)) {
+            lastPiece_ = static_cast<size_t>(it - pieces_.begin());
+            return {&*it, f - it->polygonBase};
+        }
+        if (f >= it->polygonBase + it->data->polygonCount()) break;
+    }
+    failIndex("polygon", face);
+}
+
+int32_t MemoryShape::GetVertexCount() {
+    if (pieces_.empty()) return 0;
+    return pieces_.back().vertexBase + static_cast<int32_t>(pieces_.back().data->positions.size());
+}
+
+int32_t MemoryShape::GetPolygonCount() {
+    if (pieces_.empty()) return 0;
+    return static_cast<int32_t>(pieces_.back().polygonBase + pieces_.back().data->polygonCount());
 }
 
 void MemoryShape::MergeShape(const SGShapePtr& other) {
     auto* src = dynamic_cast<MemoryShape*>(other.get());
     if (!src) throw Failure(err::kInvalidCall, "MergeShape: the shape is not of this scene");
     if (src == this) throw Failure(err::kInvalidCall, "MergeShape: a shape cannot be merged into itself");
-    const auto vBase = static_cast<int32_t>(positions_.size());
-    const auto nBase = static_cast<int32_t>(normals_.size());
-    const auto tBase = static_cast<int32_t>(uvs_.size());
-    positions_.insert(positions_.end(), src->positions_.begin(), src->positions_.end());
-    normals_.insert(normals_.end(), src->normals_.begin(), src->normals_.end());
-    uvs_.insert(uvs_.end(), src->uvs_.begin(), src->uvs_.end());
-
-    const auto cBase = static_cast<uint32_t>(corners_.size());
-    corners_.reserve(corners_.size() + src->corners_.size());
-    for (const Corner& c : src->corners_) corners_.push_back({c.vertex + vBase, c.normal + nBase, c.uv + tBase});
-
-    std::vector<uint32_t> slotMap(src->materials_.size());
-    for (size_t i = 0; i < src->materials_.size(); ++i) slotMap[i] = materialSlot(src->materials_[i]);
-    polyStart_.reserve(polyStart_.size() + src->polyMaterial_.size());
-    polyMaterial_.reserve(polyMaterial_.size() + src->polyMaterial_.size());
-    for (size_t p = 0; p < src->polyMaterial_.size(); ++p) {
-        polyStart_.push_back(src->polyStart_[p + 1] + cBase);
-        uint32_t slot = src->polyMaterial_[p];
-        polyMaterial_.push_back(slot == kNoMaterial ? kNoMaterial : slotMap[slot]);
+    int32_t vBase = GetVertexCount(), nBase = 0, tBase = 0;
+    auto pBase = static_cast<uint32_t>(GetPolygonCount());
+    if (!pieces_.empty()) {
+        nBase = pieces_.back().normalBase + static_cast<int32_t>(pieces_.back().data->normals.size());
+        tBase = pieces_.back().uvBase + static_cast<int32_t>(pieces_.back().data->uvs.size());
     }
+    for (const Piece& q : src->pieces_)
+        pieces_.push_back({q.data, vBase + q.vertexBase, nBase + q.normalBase, tBase + q.uvBase, pBase + q.polygonBase});
+    lastMaterial_ = nullptr;
+}
+
+// ---- MemoryShape: building and changing ----------------------------------------------
+
+void MemoryShape::reserve(size_t polygons, size_t corners) {
+    MeshData& d = own();
+    d.material.reserve(d.material.size() + polygons);
+    if (!d.triangles) d.start.reserve(d.start.size() + polygons);
+    if (d.uniform) d.single.reserve(d.single.size() + corners);
+    else d.full.reserve(d.full.size() + corners);
+}
+
+void MemoryShape::checkCorner(const MeshData& d, int32_t vertex, int32_t normal, int32_t uv) const {
+    if (vertex < 0 || static_cast<size_t>(vertex) >= d.positions.size()) failIndex("vertex", vertex);
+    if (normal < 0 || static_cast<size_t>(normal) >= d.normals.size()) failIndex("normal", normal);
+    if (uv < 0 || static_cast<size_t>(uv) >= d.uvs.size()) failIndex("texture pair", uv);
+}
+
+uint32_t MemoryShape::materialSlot(MeshData& d, const SGMaterialPtr& material) {
+    if (!material) return MeshData::kNoMaterial;
+    // Polygons come in runs of one material: the last answer is the likely one.
+    if (material.get() == lastMaterial_) return lastSlot_;
+    auto [it, added] = materialIndex_.try_emplace(material.get(), static_cast<uint32_t>(d.materials.size()));
+    if (added) d.materials.push_back(material);
+    lastMaterial_ = material.get();
+    lastSlot_ = it->second;
+    return it->second;
+}
+
+void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners) {
+    MeshData& d = own();
+    bool uniform = true;
+    for (const Corner& c : corners) {
+        checkCorner(d, c.vertex, c.normal, c.uv);
+        uniform = uniform && c.vertex == c.normal && c.vertex == c.uv;
+    }
+    if (d.uniform && !uniform) d.makeFull();
+    if (d.triangles && corners.size() != 3) d.makeGeneral();
+    if (d.uniform) {
+        for (const Corner& c : corners) d.single.push_back(c.vertex);
+    } else {
+        d.full.insert(d.full.end(), corners.begin(), corners.end());
+    }
+    if (!d.triangles) d.start.push_back(static_cast<uint32_t>(d.cornerCount()));
+    d.material.push_back(materialSlot(d, material));
+}
+
+SGFace MemoryShape::GetPolygon(int32_t position) {
+    locate(position);
+    return SGFace(this, position);
+}
+
+SGFace MemoryShape::AddPolygon() {
+    MeshData& d = own();
+    d.makeGeneral();
+    d.start.push_back(d.start.back());
+    d.material.push_back(MeshData::kNoMaterial);
+    return SGFace(this, static_cast<int32_t>(d.polygonCount() - 1));
+}
+
+void MemoryShape::DeletePolygons(const std::vector<int32_t>& positions) {
+    const int32_t count = GetPolygonCount();
+    for (size_t i = 0; i < positions.size(); ++i) {
+        if (positions[i] < 0 || positions[i] >= count) failIndex("polygon", positions[i]);
+        if (i > 0 && positions[i] <= positions[i - 1])
+            throw Failure(err::kInvalidCall, "Polygon positions to delete must be ascending");
+    }
+    MeshData& d = own();
+    // One compaction pass over polygons and corners.
+    size_t next = 0, keptPolys = 0, keptCorners = 0;
+    std::vector<uint32_t> newStart;
+    if (!d.triangles) newStart.push_back(0);
+    for (int32_t p = 0; p < count; ++p) {
+        if (next < positions.size() && positions[next] == p) {
+            ++next;
+            continue;
+        }
+        for (uint32_t c = d.first(p); c < d.last(p); ++c, ++keptCorners) {
+            if (d.uniform) d.single[keptCorners] = d.single[c];
+            else d.full[keptCorners] = d.full[c];
+        }
+        d.material[keptPolys++] = d.material[p];
+        if (!d.triangles) newStart.push_back(static_cast<uint32_t>(keptCorners));
+    }
+    if (d.uniform) d.single.resize(keptCorners);
+    else d.full.resize(keptCorners);
+    d.material.resize(keptPolys);
+    if (!d.triangles) d.start = std::move(newStart);
+}
+
+int32_t MemoryShape::AddUV(float u, float v) {
+    MeshData& d = own();
+    d.uvs.push_back({u, v});
+    return static_cast<int32_t>(d.uvs.size() - 1);
+}
+
+void MemoryShape::FaceSetMaterial(int32_t face, const SGMaterialPtr& material) {
+    locate(face);
+    MeshData& d = own();
+    d.material[face] = materialSlot(d, material);
+}
+
+void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) {
+    locate(face);
+    MeshData& d = own();
+    checkCorner(d, vertex, normal, uv);
+    d.makeGeneral();
+    if (d.uniform && !(vertex == normal && vertex == uv)) d.makeFull();
+    // Corners of a polygon are contiguous: appending to the last polygon is cheap,
+    // to an earlier one shifts the later corners.
+    const uint32_t at = d.start[face + 1];
+    if (d.uniform) d.single.insert(d.single.begin() + at, vertex);
+    else d.full.insert(d.full.begin() + at, Corner{vertex, normal, uv});
+    for (size_t p = static_cast<size_t>(face) + 1; p < d.start.size(); ++p) ++d.start[p];
+}
+
+// ---- MemoryShape: reading ----------------------------------------------------------
+
+int32_t MemoryShape::FaceCornerCount(int32_t face) {
+    Located l = locate(face);
+    return static_cast<int32_t>(l.piece->data->last(l.local) - l.piece->data->first(l.local));
+}
+
+const SGMaterialPtr& MemoryShape::FaceMaterial(int32_t face) {
+    static const SGMaterialPtr kNone;
+    Located l = locate(face);
+    const uint32_t slot = l.piece->data->material[l.local];
+    return slot == MeshData::kNoMaterial ? kNone : l.piece->data->materials[slot];
+}
+
+MemoryShape::Corner MemoryShape::cornerOf(int32_t face, int32_t c) {
+    Located l = locate(face);
+    const MeshData& d = *l.piece->data;
+    const uint32_t count = d.last(l.local) - d.first(l.local);
+    if (c < 0 || static_cast<uint32_t>(c) >= count) failIndex("corner", c);
+    return d.corner(d.first(l.local) + static_cast<uint32_t>(c));
+}
+
+Uv MemoryShape::FaceCornerUV(int32_t face, int32_t c) {
+    const Corner k = cornerOf(face, c);
+    return pieces_[lastPiece_].data->uvs[k.uv];
+}
+
+int32_t MemoryShape::FaceCornerVertex(int32_t face, int32_t c) {
+    const Corner k = cornerOf(face, c);
+    return k.vertex + pieces_[lastPiece_].vertexBase;
+}
+
+int32_t MemoryShape::FaceCornerNormal(int32_t face, int32_t c) {
+    const Corner k = cornerOf(face, c);
+    return k.normal + pieces_[lastPiece_].normalBase;
 }
 
 void MemoryShape::GetMeshArrays(MeshArrays& out) {
@@ -129,85 +299,64 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
     // gets a record of its own, appended, shared by all corners with that
     // (position, pair) combination. A position's further records form a chain, so
     // that the search stays near the corner's own data.
-    const size_t nPos = positions_.size();
+    const auto nPos = static_cast<size_t>(GetVertexCount());
     out.vertices.resize(nPos);
-    for (size_t i = 0; i < nPos; ++i) out.vertices[i] = {positions_[i].x, positions_[i].y, positions_[i].z, 0, 0};
+    out.normals.clear();
+    size_t cornersTotal = 0;
+    for (const Piece& q : pieces_) {
+        const MeshData& d = *q.data;
+        for (size_t i = 0; i < d.positions.size(); ++i)
+            out.vertices[q.vertexBase + i] = {d.positions[i].x, d.positions[i].y, d.positions[i].z, 0, 0};
+        for (const Vec3& n : d.normals) out.normals.push_back({n.x, n.y, n.z});
+        cornersTotal += d.cornerCount();
+    }
     std::vector<uint8_t> claimed(nPos, 0);
     std::vector<int32_t> firstExtra; // per position: its first further record, -1 if none
     std::vector<int32_t> nextExtra;  // per further record: the next of the same position
 
     out.polygons.clear();
-    out.polygons.reserve(polyMaterial_.size() + 2 * corners_.size());
-    for (size_t p = 0; p < polyMaterial_.size(); ++p) {
-        out.polygons.push_back(static_cast<int32_t>(polyStart_[p + 1] - polyStart_[p]));
-        for (uint32_t c = polyStart_[p]; c < polyStart_[p + 1]; ++c) {
-            const Corner& k = corners_[c];
-            const Uv t = uvs_[k.uv];
-            const uint32_t u = std::bit_cast<uint32_t>(t.u), v = std::bit_cast<uint32_t>(t.v);
-            int32_t record = k.vertex;
-            MeshVertex& own = out.vertices[k.vertex];
-            if (!claimed[k.vertex]) {
-                claimed[k.vertex] = 1;
-                own.u = t.u;
-                own.v = t.v;
-            } else if (std::bit_cast<uint32_t>(own.u) != u || std::bit_cast<uint32_t>(own.v) != v) {
-                if (firstExtra.empty()) firstExtra.assign(nPos, -1);
-                int32_t r = firstExtra[k.vertex], last = -1;
-                while (r >= 0 && (std::bit_cast<uint32_t>(out.vertices[r].u) != u ||
-                                  std::bit_cast<uint32_t>(out.vertices[r].v) != v)) {
-                    last = r;
-                    r = nextExtra[r - nPos];
+    out.polygons.reserve(static_cast<size_t>(GetPolygonCount()) + 2 * cornersTotal);
+    for (const Piece& q : pieces_) {
+        const MeshData& d = *q.data;
+        for (size_t p = 0; p < d.polygonCount(); ++p) {
+            out.polygons.push_back(static_cast<int32_t>(d.last(p) - d.first(p)));
+            for (uint32_t c = d.first(p); c < d.last(p); ++c) {
+                const Corner k = d.corner(c);
+                const int32_t vertex = k.vertex + q.vertexBase;
+                const Uv t = d.uvs[k.uv];
+                const uint32_t u = std::bit_cast<uint32_t>(t.u), v = std::bit_cast<uint32_t>(t.v);
+                int32_t record = vertex;
+                MeshVertex& own = out.vertices[vertex];
+                if (!claimed[vertex]) {
+                    claimed[vertex] = 1;
+                    own.u = t.u;
+                    own.v = t.v;
+                } else if (std::bit_cast<uint32_t>(own.u) != u || std::bit_cast<uint32_t>(own.v) != v) {
+                    if (firstExtra.empty()) firstExtra.assign(nPos, -1);
+                    int32_t r = firstExtra[vertex], last = -1;
+                    while (r >= 0 && (std::bit_cast<uint32_t>(out.vertices[r].u) != u ||
+                                      std::bit_cast<uint32_t>(out.vertices[r].v) != v)) {
+                        last = r;
+                        r = nextExtra[r - nPos];
+                    }
+                    if (r < 0) {
+                        r = static_cast<int32_t>(out.vertices.size());
+                        const MeshVertex base = out.vertices[vertex];
+                        out.vertices.push_back({base.x, base.y, base.z, t.u, t.v});
+                        nextExtra.push_back(-1);
+                        if (last < 0) firstExtra[vertex] = r;
+                        else nextExtra[last - nPos] = r;
+                    }
+                    record = r;
                 }
-                if (r < 0) {
-                    r = static_cast<int32_t>(out.vertices.size());
-                    const Vec3& q = positions_[k.vertex];
-                    out.vertices.push_back({q.x, q.y, q.z, t.u, t.v});
-                    nextExtra.push_back(-1);
-                    if (last < 0) firstExtra[k.vertex] = r;
-                    else nextExtra[last - nPos] = r;
-                }
-                record = r;
+                out.polygons.push_back(record);
+                out.polygons.push_back(k.normal + q.normalBase);
             }
-            out.polygons.push_back(record);
-            out.polygons.push_back(k.normal);
         }
     }
     out.vertexCount = static_cast<int32_t>(out.vertices.size());
-    out.normals.resize(normals_.size());
-    for (size_t i = 0; i < normals_.size(); ++i) out.normals[i] = {normals_[i].x, normals_[i].y, normals_[i].z};
-    out.normalCount = static_cast<int32_t>(normals_.size());
+    out.normalCount = static_cast<int32_t>(out.normals.size());
     out.extra = static_cast<int32_t>(out.polygons.size());
-}
-
-int32_t MemoryShape::FaceCornerCount(int32_t face) {
-    checkFace(face);
-    return static_cast<int32_t>(polyStart_[face + 1] - polyStart_[face]);
-}
-
-const SGMaterialPtr& MemoryShape::FaceMaterial(int32_t face) {
-    static const SGMaterialPtr kNone;
-    checkFace(face);
-    uint32_t slot = polyMaterial_[face];
-    return slot == kNoMaterial ? kNone : materials_[slot];
-}
-
-void MemoryShape::FaceSetMaterial(int32_t face, const SGMaterialPtr& material) {
-    checkFace(face);
-    polyMaterial_[face] = materialSlot(material);
-}
-
-Uv MemoryShape::FaceCornerUV(int32_t face, int32_t c) { return uvs_[corner(face, c).uv]; }
-int32_t MemoryShape::FaceCornerVertex(int32_t face, int32_t c) { return corner(face, c).vertex; }
-int32_t MemoryShape::FaceCornerNormal(int32_t face, int32_t c) { return corner(face, c).normal; }
-
-void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) {
-    checkFace(face);
-    checkCorner(vertex, normal, uv);
-    // Corners of a polygon are contiguous: appending to the last polygon is cheap,
-    // to an earlier one shifts the later corners.
-    uint32_t at = polyStart_[face + 1];
-    corners_.insert(corners_.begin() + at, Corner{vertex, normal, uv});
-    for (size_t p = face + 1; p < polyStart_.size(); ++p) ++polyStart_[p];
 }
 
 } // namespace tarnvale::scene

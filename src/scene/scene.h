@@ -91,28 +91,61 @@ public:
     std::string GetMaterialField(int32_t fieldId) override;
 };
 
-// A shape: a polygon mesh (geometry kind 11) or any other kind (a bone: type code 16).
-class MemoryShape : public SGShape {
-public:
+// The geometry of a shape, in flat arrays. Compact while it can be: corners that
+// use one index for vertex, normal and pair keep one number, and a mesh of
+// triangles keeps no start offsets. Shared, read-only, between shapes that merged it.
+struct MeshData {
     struct Corner {
         int32_t vertex, normal, uv;
     };
+    static constexpr uint32_t kNoMaterial = UINT32_MAX;
+
+    std::vector<Vec3> positions;
+    std::vector<Vec3> normals;
+    std::vector<Uv> uvs;
+    bool uniform = true;             // corners in `single`, else in `full`
+    std::vector<int32_t> single;     // one index per corner: vertex, normal and pair
+    std::vector<Corner> full;        // per corner (vertex, normal, pair)
+    bool triangles = true;           // polygon p has corners [3p, 3p + 3), else `start`
+    std::vector<uint32_t> start;     // polygon p has corners [start[p], start[p + 1])
+    std::vector<uint32_t> material;  // per polygon: a slot of `materials`
+    std::vector<SGMaterialPtr> materials;
+
+    size_t polygonCount() const { return material.size(); }
+    size_t cornerCount() const { return uniform ? single.size() : full.size(); }
+    uint32_t first(size_t p) const { return triangles ? static_cast<uint32_t>(3 * p) : start[p]; }
+    uint32_t last(size_t p) const { return triangles ? static_cast<uint32_t>(3 * p + 3) : start[p + 1]; }
+    Corner corner(size_t c) const {
+        if (!uniform) return full[c];
+        const int32_t i = single[c];
+        return {i, i, i};
+    }
+    void makeFull();    // corners as (vertex, normal, pair) records
+    void makeGeneral(); // explicit start offsets
+};
+
+// A shape: a polygon mesh (geometry kind 11) or any other kind (a bone: type code 16).
+// Merging another shape shares its geometry; the first change of a shape that
+// shares or holds several pieces copies them into one array set of its own.
+class MemoryShape : public SGShape {
+public:
+    using Corner = MeshData::Corner;
 
     explicit MemoryShape(int32_t geometryKind = kGeometryPolygonMesh, int32_t typeCode = kGeometryPolygonMesh)
         : kind_(geometryKind), typeCode_(typeCode) {}
 
     // Bulk building, for readers of large scenes. Indices are checked by addPolygon.
-    std::vector<Vec3>& positions() { return positions_; }
-    std::vector<Vec3>& normals() { return normals_; }
-    std::vector<Uv>& uvs() { return uvs_; }
+    std::vector<Vec3>& positions() { return own().positions; }
+    std::vector<Vec3>& normals() { return own().normals; }
+    std::vector<Uv>& uvs() { return own().uvs; }
     // Appends a polygon with its corners; fails on an index out of range.
     void addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners);
     void reserve(size_t polygons, size_t corners);
 
     int32_t GetGeometryKind() override { return kind_; }
     int32_t GetTypeCode() override { return typeCode_; }
-    int32_t GetVertexCount() override { return static_cast<int32_t>(positions_.size()); }
-    int32_t GetPolygonCount() override { return static_cast<int32_t>(polyMaterial_.size()); }
+    int32_t GetVertexCount() override;
+    int32_t GetPolygonCount() override;
     SGFace GetPolygon(int32_t position) override;
     SGFace AddPolygon() override;
     void DeletePolygons(const std::vector<int32_t>& positions) override;
@@ -132,26 +165,32 @@ public:
     void FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) override;
 
 private:
-    static constexpr uint32_t kNoMaterial = UINT32_MAX;
+    // One piece of the shape's geometry, with the offsets of its indices in the shape.
+    struct Piece {
+        std::shared_ptr<const MeshData> data;
+        int32_t vertexBase = 0, normalBase = 0, uvBase = 0;
+        uint32_t polygonBase = 0;
+    };
+    // The piece that holds a polygon, and the polygon's index in it.
+    struct Located {
+        const Piece* piece;
+        uint32_t local;
+    };
 
-    void checkFace(int32_t face) const;
-    const Corner& corner(int32_t face, int32_t c) const;
-    uint32_t materialSlot(const SGMaterialPtr& material);
-    void checkCorner(int32_t vertex, int32_t normal, int32_t uv) const;
+    MeshData& own();
+    Located locate(int32_t face);
+    Corner cornerOf(int32_t face, int32_t corner);
+    uint32_t materialSlot(MeshData& d, const SGMaterialPtr& material);
+    void checkCorner(const MeshData& d, int32_t vertex, int32_t normal, int32_t uv) const;
 
     int32_t kind_;
     int32_t typeCode_;
     std::string name_;
-    std::vector<Vec3> positions_;
-    std::vector<Vec3> normals_;
-    std::vector<Uv> uvs_;
-    std::vector<Corner> corners_;
-    std::vector<uint32_t> polyStart_{0}; // polygon i has corners [polyStart_[i], polyStart_[i+1])
-    std::vector<uint32_t> polyMaterial_;
-    std::vector<SGMaterialPtr> materials_; // distinct materials, by first assignment
-    std::unordered_map<const SGMaterial*, uint32_t> materialIndex_;
-    const SGMaterial* lastMaterial_ = nullptr; // the material of the last slot lookup
-    uint32_t lastSlot_ = kNoMaterial;
+    std::vector<Piece> pieces_;
+    size_t lastPiece_ = 0; // where the last polygon was found
+    std::unordered_map<const SGMaterial*, uint32_t> materialIndex_; // of the own piece
+    const SGMaterial* lastMaterial_ = nullptr;
+    uint32_t lastSlot_ = MeshData::kNoMaterial;
 };
 
 class MemoryScene;

@@ -48,6 +48,51 @@ TEST(MemoryShape, MergeAppendsWithShiftedIndicesAndMaterials) {
     EXPECT_EQ(b->GetVertexCount(), 4);
 }
 
+TEST(MemoryShape, MergedShapesShareUntilOneChanges) {
+    auto a = strip(3), b = strip(4, 10);
+    auto red = std::make_shared<MemoryMaterial>(), blue = std::make_shared<MemoryMaterial>();
+    a->addPolygon(red, corners({0, 1, 2}));
+    b->addPolygon(blue, corners({0, 1, 2}));
+    b->addPolygon(red, corners({1, 2, 3}));
+    auto merged = std::make_shared<MemoryShape>();
+    merged->MergeShape(a);
+    merged->MergeShape(b);
+    // Reads across the pieces see one mesh.
+    EXPECT_EQ(merged->GetPolygon(2).GetCornerVertex(2), 6);
+    EXPECT_EQ(merged->GetPolygon(0).GetCornerVertex(1), 1);
+    EXPECT_EQ(merged->GetPolygon(1).GetMaterial(), blue);
+    // Changes of the merged shape leave the sources alone, and the other way round.
+    SGFace added = merged->AddPolygon();
+    added.SetMaterial(blue);
+    added.AddCorner(0, 0, merged->AddUV(5, 5));
+    merged->DeletePolygons({0});
+    merged->GetPolygon(0).SetMaterial(red);
+    EXPECT_EQ(a->GetPolygonCount(), 1);
+    EXPECT_EQ(b->GetPolygon(0).GetMaterial(), blue);
+    EXPECT_EQ(b->uvs().size(), 4u);
+    a->addPolygon(blue, corners({2, 1, 0}));
+    EXPECT_EQ(merged->GetPolygonCount(), 3);
+    EXPECT_EQ(merged->GetPolygon(2).GetCornerCount(), 1);
+    EXPECT_FLOAT_EQ(merged->GetPolygon(2).GetCornerUV(0).u, 5);
+}
+
+TEST(MemoryShape, CompactStorageTurnsGeneralWhenNeeded) {
+    auto s = strip(5);
+    for (int i = 1; i < 5; ++i) s->normals().push_back({0, float(i), 0});
+    auto m = std::make_shared<MemoryMaterial>();
+    s->addPolygon(m, std::vector<Corner>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}); // one index per corner
+    s->addPolygon(m, corners({0, 1, 2, 3})); // no longer all triangles
+    s->addPolygon(m, std::vector<Corner>{{4, 0, 1}, {3, 0, 2}, {2, 0, 3}}); // indices differ per corner
+    ASSERT_EQ(s->GetPolygonCount(), 3);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerCount(), 4);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerVertex(3), 3);
+    EXPECT_EQ(s->GetPolygon(0).GetCornerNormal(2), 2);
+    EXPECT_EQ(s->GetPolygon(2).GetCornerNormal(0), 0);
+    EXPECT_FLOAT_EQ(s->GetPolygon(2).GetCornerUV(0).u, 1);
+    s->DeletePolygons({1});
+    EXPECT_EQ(s->GetPolygon(1).GetCornerVertex(0), 4);
+}
+
 TEST(MemoryShape, DeletePolygonsKeepsTheOthersInOrder) {
     auto s = strip(5);
     auto m = std::make_shared<MemoryMaterial>();
