@@ -21,8 +21,11 @@ namespace {
 void MeshData::makeFull() {
     if (!uniform) return;
     full.resize(single.size());
-    for (size_t c = 0; c < single.size(); ++c) full[c] = {single[c], single[c], single[c]};
-    std::vector<int32_t>().swap(single);
+    for (size_t c = 0; c < single.size(); ++c) {
+        const auto i = static_cast<int32_t>(single[c]);
+        full[c] = {i, i, i};
+    }
+    single.clear();
     uniform = false;
 }
 
@@ -80,7 +83,8 @@ MeshData& MemoryShape::own() {
         m.uvs.insert(m.uvs.end(), d.uvs.begin(), d.uvs.end());
         const auto cornerBase = static_cast<uint32_t>(m.cornerCount());
         if (m.uniform) {
-            for (int32_t i : d.single) m.single.push_back(i + q.vertexBase);
+            for (size_t c = 0; c < d.single.size(); ++c)
+                m.single.push_back(d.single[c] + static_cast<uint32_t>(q.vertexBase));
         } else {
             for (size_t c = 0; c < d.cornerCount(); ++c) {
                 Corner k = d.corner(c);
@@ -91,7 +95,10 @@ MeshData& MemoryShape::own() {
             for (size_t p = 0; p < d.polygonCount(); ++p) m.start.push_back(d.last(p) + cornerBase);
         std::vector<uint32_t> slotMap(d.materials.size());
         for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = materialSlot(m, d.materials[i]);
-        for (uint32_t slot : d.material) m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
+        for (size_t p = 0; p < d.material.size(); ++p) {
+            const uint32_t slot = d.material[p];
+            m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
+        }
     }
     pieces_.assign(1, Piece{merged});
     lastPiece_ = 0;
@@ -180,7 +187,7 @@ void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corn
     if (d.uniform && !uniform) d.makeFull();
     if (d.triangles && corners.size() != 3) d.makeGeneral();
     if (d.uniform) {
-        for (const Corner& c : corners) d.single.push_back(c.vertex);
+        for (const Corner& c : corners) d.single.push_back(static_cast<uint32_t>(c.vertex));
     } else {
         d.full.insert(d.full.end(), corners.begin(), corners.end());
     }
@@ -219,10 +226,10 @@ void MemoryShape::DeletePolygons(const std::vector<int32_t>& positions) {
             continue;
         }
         for (uint32_t c = d.first(p); c < d.last(p); ++c, ++keptCorners) {
-            if (d.uniform) d.single[keptCorners] = d.single[c];
+            if (d.uniform) d.single.set(keptCorners, d.single[c]);
             else d.full[keptCorners] = d.full[c];
         }
-        d.material[keptPolys++] = d.material[p];
+        d.material.set(keptPolys++, d.material[p]);
         if (!d.triangles) newStart.push_back(static_cast<uint32_t>(keptCorners));
     }
     if (d.uniform) d.single.resize(keptCorners);
@@ -240,7 +247,7 @@ int32_t MemoryShape::AddUV(float u, float v) {
 void MemoryShape::FaceSetMaterial(int32_t face, const SGMaterialPtr& material) {
     locate(face);
     MeshData& d = own();
-    d.material[face] = materialSlot(d, material);
+    d.material.set(static_cast<size_t>(face), materialSlot(d, material));
 }
 
 void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) {
@@ -252,7 +259,7 @@ void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, in
     // Corners of a polygon are contiguous: appending to the last polygon is cheap,
     // to an earlier one shifts the later corners.
     const uint32_t at = d.start[face + 1];
-    if (d.uniform) d.single.insert(d.single.begin() + at, vertex);
+    if (d.uniform) d.single.insert(at, static_cast<uint32_t>(vertex));
     else d.full.insert(d.full.begin() + at, Corner{vertex, normal, uv});
     for (size_t p = static_cast<size_t>(face) + 1; p < d.start.size(); ++p) ++d.start[p];
 }

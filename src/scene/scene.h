@@ -91,6 +91,60 @@ public:
     std::string GetMaterialField(int32_t fieldId) override;
 };
 
+// An array of whole numbers that takes 16 bits a number until a number needs more
+// (UINT32_MAX, "none", is kept in either form).
+class IndexArray {
+public:
+    size_t size() const { return wide_ ? wideValues_.size() : narrow_.size(); }
+    bool empty() const { return size() == 0; }
+    uint32_t operator[](size_t i) const {
+        if (wide_) return wideValues_[i];
+        const uint16_t v = narrow_[i];
+        return v == kNarrowNone ? UINT32_MAX : v;
+    }
+    void set(size_t i, uint32_t v) {
+        fit(v);
+        if (wide_) wideValues_[i] = v;
+        else narrow_[i] = static_cast<uint16_t>(v);
+    }
+    void push_back(uint32_t v) {
+        fit(v);
+        if (wide_) wideValues_.push_back(v);
+        else narrow_.push_back(static_cast<uint16_t>(v));
+    }
+    void insert(size_t at, uint32_t v) {
+        fit(v);
+        if (wide_) wideValues_.insert(wideValues_.begin() + static_cast<std::ptrdiff_t>(at), v);
+        else narrow_.insert(narrow_.begin() + static_cast<std::ptrdiff_t>(at), static_cast<uint16_t>(v));
+    }
+    void resize(size_t n) {
+        if (wide_) wideValues_.resize(n);
+        else narrow_.resize(n);
+    }
+    void reserve(size_t n) {
+        if (wide_) wideValues_.reserve(n);
+        else narrow_.reserve(n);
+    }
+    void clear() {
+        std::vector<uint16_t>().swap(narrow_);
+        std::vector<uint32_t>().swap(wideValues_);
+        wide_ = false;
+    }
+
+private:
+    static constexpr uint16_t kNarrowNone = 0xFFFF;
+    void fit(uint32_t v) {
+        if (wide_ || v < kNarrowNone || v == UINT32_MAX) return;
+        wideValues_.resize(narrow_.size());
+        for (size_t i = 0; i < narrow_.size(); ++i) wideValues_[i] = (*this)[i];
+        std::vector<uint16_t>().swap(narrow_);
+        wide_ = true;
+    }
+    bool wide_ = false;
+    std::vector<uint16_t> narrow_;
+    std::vector<uint32_t> wideValues_;
+};
+
 // The geometry of a shape, in flat arrays. Compact while it can be: corners that
 // use one index for vertex, normal and pair keep one number, and a mesh of
 // triangles keeps no start offsets. Shared, read-only, between shapes that merged it.
@@ -104,11 +158,11 @@ struct MeshData {
     std::vector<Vec3> normals;
     std::vector<Uv> uvs;
     bool uniform = true;             // corners in `single`, else in `full`
-    std::vector<int32_t> single;     // one index per corner: vertex, normal and pair
+    IndexArray single;               // one index per corner: vertex, normal and pair
     std::vector<Corner> full;        // per corner (vertex, normal, pair)
     bool triangles = true;           // polygon p has corners [3p, 3p + 3), else `start`
     std::vector<uint32_t> start;     // polygon p has corners [start[p], start[p + 1])
-    std::vector<uint32_t> material;  // per polygon: a slot of `materials`
+    IndexArray material;             // per polygon: a slot of `materials`
     std::vector<SGMaterialPtr> materials;
 
     size_t polygonCount() const { return material.size(); }
@@ -117,7 +171,7 @@ struct MeshData {
     uint32_t last(size_t p) const { return triangles ? static_cast<uint32_t>(3 * p + 3) : start[p + 1]; }
     Corner corner(size_t c) const {
         if (!uniform) return full[c];
-        const int32_t i = single[c];
+        const auto i = static_cast<int32_t>(single[c]);
         return {i, i, i};
     }
     void makeFull();    // corners as (vertex, normal, pair) records

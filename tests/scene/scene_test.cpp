@@ -93,6 +93,35 @@ TEST(MemoryShape, CompactStorageTurnsGeneralWhenNeeded) {
     EXPECT_EQ(s->GetPolygon(1).GetCornerVertex(0), 4);
 }
 
+TEST(IndexArray, WidensWhenANumberNeedsMoreThanSixteenBits) {
+    IndexArray a;
+    a.push_back(7);
+    a.push_back(UINT32_MAX); // "none" fits either form
+    a.push_back(65534);
+    EXPECT_EQ(a[1], UINT32_MAX);
+    a.insert(1, 65535); // needs the wide form
+    a.set(0, 123456);
+    ASSERT_EQ(a.size(), 4u);
+    EXPECT_EQ(a[0], 123456u);
+    EXPECT_EQ(a[1], 65535u);
+    EXPECT_EQ(a[2], UINT32_MAX);
+    EXPECT_EQ(a[3], 65534u);
+}
+
+TEST(MemoryShape, LargeIndicesAfterSmallOnes) {
+    auto s = strip(70000);
+    for (int i = 1; i < 70000; ++i) s->normals().push_back({0, 0, 1});
+    auto m = std::make_shared<MemoryMaterial>();
+    s->addPolygon(m, std::vector<Corner>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}});
+    s->addPolygon(m, std::vector<Corner>{{69999, 69999, 69999}, {65535, 65535, 65535}, {3, 3, 3}});
+    EXPECT_EQ(s->GetPolygon(0).GetCornerVertex(1), 1);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerVertex(0), 69999);
+    EXPECT_EQ(s->GetPolygon(1).GetCornerNormal(1), 65535);
+    MeshArrays a;
+    s->GetMeshArrays(a);
+    EXPECT_EQ(a.polygons[8], 69999);
+}
+
 TEST(MemoryShape, DeletePolygonsKeepsTheOthersInOrder) {
     auto s = strip(5);
     auto m = std::make_shared<MemoryMaterial>();
