@@ -32,10 +32,18 @@ constexpr char kPairs[201] = "00010203040506070809101112131415161718192021222324
                              "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
                              "8081828384858687888990919293949596979899";
 
-// Decimal digits of v, two at a time from a table.
+int digitCount(uint64_t v) {
+    int n = 1;
+    while (v >= 10000) {
+        v /= 10000;
+        n += 4;
+    }
+    return n + (v >= 10) + (v >= 100) + (v >= 1000);
+}
+
+// Decimal digits of v, two at a time from a table, written in place.
 char* writeDigits(char* out, uint64_t v) {
-    char tmp[24];
-    char* end = tmp + sizeof tmp;
+    char* end = out + digitCount(v);
     char* p = end;
     while (v >= 100) {
         const auto pair = static_cast<size_t>(v % 100) * 2;
@@ -49,14 +57,27 @@ char* writeDigits(char* out, uint64_t v) {
     } else {
         *--p = static_cast<char>('0' + v);
     }
-    const auto n = static_cast<size_t>(end - p);
-    std::memcpy(out, p, n);
-    return out + n;
+    return end;
 }
 
-// Writes m * 10^(e-6), m having 7 digits, rounded to maxDec decimals half away
-// from zero, with minDec to maxDec decimals.
-char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
+// m / 10^k rounded half up, for k from 1 to 7, by constant divisors.
+uint64_t roundDown(uint64_t m, int k) {
+    switch (k) {
+    case 1: return (m + 5) / 10;
+    case 2: return (m + 50) / 100;
+    case 3: return (m + 500) / 1000;
+    case 4: return (m + 5000) / 10000;
+    case 5: return (m + 50000) / 100000;
+    case 6: return (m + 500000) / 1000000;
+    case 7: return (m + 5000000) / 10000000;
+    default: return 0;
+    }
+}
+
+// Writes m * 10^(e-6), m having 7 digits, rounded to MaxDec decimals half away
+// from zero, with minDec to MaxDec decimals.
+template <int MaxDec>
+char* writeScaled(char* out, uint64_t m, int e, int minDec) {
     if (e >= 6) {
         // Whole number: the seven digits, then zeros.
         out = writeDigits(out, m);
@@ -65,34 +86,38 @@ char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
         for (int i = 0; i < minDec; ++i) *out++ = '0';
         return out;
     }
-    // The value in units of 10^-maxDec: m * 10^(e - 6 + maxDec).
-    int shift = e - 6 + maxDec;
-    uint64_t units;
-    if (shift >= 0) {
-        units = m * kPow10i[shift];
-    } else if (shift >= -7) {
-        uint64_t div = kPow10i[-shift];
-        units = (m + div / 2) / div;
-    } else {
-        units = 0;
-    }
-    const uint64_t one = kPow10i[maxDec];
-    out = writeDigits(out, units / one);
+    // The value in units of 10^-MaxDec: m * 10^(e - 6 + MaxDec).
+    const int shift = e - 6 + MaxDec;
+    const uint64_t units = shift >= 0 ? m * kPow10i[shift] : roundDown(m, -shift);
+    constexpr uint64_t kOne = kPow10i[MaxDec];
+    out = writeDigits(out, units / kOne);
     *out++ = '.';
-    uint64_t frac = units % one;
-    char f[16];
-    int i = maxDec;
+    uint64_t frac = units % kOne;
+    // All MaxDec decimals go in place; the zeros past minDec are then given back.
+    int i = MaxDec;
     for (; i >= 2; i -= 2) {
         const auto pair = static_cast<size_t>(frac % 100) * 2;
         frac /= 100;
-        f[i - 1] = kPairs[pair + 1];
-        f[i - 2] = kPairs[pair];
+        out[i - 1] = kPairs[pair + 1];
+        out[i - 2] = kPairs[pair];
     }
-    if (i == 1) f[0] = static_cast<char>('0' + frac);
-    int keep = maxDec;
-    while (keep > minDec && f[keep - 1] == '0') --keep;
-    std::memcpy(out, f, keep);
+    if (i == 1) out[0] = static_cast<char>('0' + frac);
+    int keep = MaxDec;
+    while (keep > minDec && out[keep - 1] == '0') --keep;
     return out + keep;
+}
+
+char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
+    switch (maxDec) {
+    case 6: return writeScaled<6>(out, m, e, minDec);
+    case 7: return writeScaled<7>(out, m, e, minDec);
+    case 5: return writeScaled<5>(out, m, e, minDec);
+    case 4: return writeScaled<4>(out, m, e, minDec);
+    case 3: return writeScaled<3>(out, m, e, minDec);
+    case 2: return writeScaled<2>(out, m, e, minDec);
+    case 1: return writeScaled<1>(out, m, e, minDec);
+    default: return writeScaled<0>(out, m, e, minDec);
+    }
 }
 
 // The seven significant digits of a (> 0, finite) from its exact decimal
@@ -245,6 +270,14 @@ std::string generalSingle(float value, bool leadingZero) {
         for (int i = 0; i < n; ++i) *p++ = digits[i];
     }
     return std::string(buf, p);
+}
+
+char* plainNumberTo(int64_t value, char* out) {
+    if (value < 0) {
+        *out++ = '-';
+        return writeDigits(out, static_cast<uint64_t>(0) - static_cast<uint64_t>(value));
+    }
+    return writeDigits(out, static_cast<uint64_t>(value));
 }
 
 std::string plainNumber(int64_t value) {

@@ -29,6 +29,8 @@ std::string generalSingle(float value, bool leadingZero);
 
 // Decimal digits with "-" ahead of a negative value: 42 -> "42".
 std::string plainNumber(int64_t value);
+// The same into out (at least 21 bytes); gives the end.
+char* plainNumberTo(int64_t value, char* out);
 // A blank (or "-") ahead, the digits, one blank behind: 42 -> " 42 ", -3 -> "-3 ".
 std::string paddedNumber(int64_t value);
 

@@ -105,7 +105,7 @@ MeshData& MemoryShape::own() {
     return m;
 }
 
-MemoryShape::Located MemoryShape::locate(int32_t face) {
+MemoryShape::Located MemoryShape::locateAmongPieces(int32_t face) {
     if (face < 0 || pieces_.empty()) failIndex("polygon", face);
     const auto f = static_cast<uint32_t>(face);
     auto holds = [f](const Piece& q) { return f >= q.polygonBase && f - q.polygonBase < q.data->polygonCount(); };
@@ -278,8 +278,9 @@ const SGMaterialPtr& MemoryShape::FaceMaterial(int32_t face) {
     return slot == MeshData::kNoMaterial ? kNone : l.piece->data->materials[slot];
 }
 
-MemoryShape::Corner MemoryShape::cornerOf(int32_t face, int32_t c) {
+MemoryShape::Corner MemoryShape::cornerOf(int32_t face, int32_t c, const Piece*& piece) {
     Located l = locate(face);
+    piece = l.piece;
     const MeshData& d = *l.piece->data;
     const uint32_t count = d.last(l.local) - d.first(l.local);
     if (c < 0 || static_cast<uint32_t>(c) >= count) failIndex("corner", c);
@@ -287,18 +288,21 @@ MemoryShape::Corner MemoryShape::cornerOf(int32_t face, int32_t c) {
 }
 
 Uv MemoryShape::FaceCornerUV(int32_t face, int32_t c) {
-    const Corner k = cornerOf(face, c);
-    return pieces_[lastPiece_].data->uvs[k.uv];
+    const Piece* piece = nullptr;
+    const Corner k = cornerOf(face, c, piece);
+    return piece->data->uvs[k.uv];
 }
 
 int32_t MemoryShape::FaceCornerVertex(int32_t face, int32_t c) {
-    const Corner k = cornerOf(face, c);
-    return k.vertex + pieces_[lastPiece_].vertexBase;
+    const Piece* piece = nullptr;
+    const Corner k = cornerOf(face, c, piece);
+    return k.vertex + piece->vertexBase;
 }
 
 int32_t MemoryShape::FaceCornerNormal(int32_t face, int32_t c) {
-    const Corner k = cornerOf(face, c);
-    return k.normal + pieces_[lastPiece_].normalBase;
+    const Piece* piece = nullptr;
+    const Corner k = cornerOf(face, c, piece);
+    return k.normal + piece->normalBase;
 }
 
 void MemoryShape::GetMeshArrays(MeshArrays& out) {

@@ -232,8 +232,15 @@ private:
     };
 
     MeshData& own();
-    Located locate(int32_t face);
-    Corner cornerOf(int32_t face, int32_t corner);
+    // Most shapes hold one piece: that case is decided here, the rest by a search.
+    Located locate(int32_t face) {
+        if (pieces_.size() == 1 && face >= 0 && static_cast<size_t>(face) < pieces_[0].data->polygonCount())
+            return {&pieces_[0], static_cast<uint32_t>(face)};
+        return locateAmongPieces(face);
+    }
+    Located locateAmongPieces(int32_t face);
+    // A corner in its piece's own indices, and the piece.
+    Corner cornerOf(int32_t face, int32_t corner, const Piece*& piece);
     uint32_t materialSlot(MeshData& d, const SGMaterialPtr& material);
     void checkCorner(const MeshData& d, int32_t vertex, int32_t normal, int32_t uv) const;
 

@@ -23,7 +23,7 @@ public:
         p_ += s.size();
     }
     void real(float v) { p_ = formatNumberTo(v, p_); }
-    void plain(int32_t v) { p_ = std::to_chars(p_, p_ + 12, v).ptr; }
+    void plain(int32_t v) { p_ = platform::plainNumberTo(v, p_); }
     void end() { file_.commit(p_); }
 
 private:
