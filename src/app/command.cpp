@@ -33,34 +33,25 @@ private:
     platform::MessageBoxes& inner_;
 };
 
-// Progress on a terminal, once the export has run for a second.
-class TerminalProgress : public platform::Progress {
-public:
-    using Clock = std::chrono::steady_clock;
-    void report(const std::string& stage, double share) override {
-        auto now = Clock::now();
-        if (now - start_ < std::chrono::seconds(1)) return;
-        if (stage == stage_ && now - last_ < std::chrono::milliseconds(100)) return;
-        stage_ = stage;
-        last_ = now;
-        std::fprintf(stderr, "\r\033[K%s: %3d%%", stage.c_str(), static_cast<int>(share * 100 + 0.5));
-        std::fflush(stderr);
-        shown_ = true;
-    }
-    void clear() {
-        if (shown_) std::fprintf(stderr, "\r\033[K");
-        shown_ = false;
-    }
-
-private:
-    Clock::time_point start_ = Clock::now(), last_{};
-    std::string stage_;
-    bool shown_ = false;
-};
-
 bool isTerminal(int fd) { return ::isatty(fd) == 1; }
 
 } // namespace
+
+void ProgressLine::report(const std::string& stage, double share) {
+    const auto now = Clock::now();
+    if (now - start_ < delay_) return;
+    if (stage == stage_ && now - last_ < std::chrono::milliseconds(100)) return;
+    stage_ = stage;
+    last_ = now;
+    std::fprintf(out_, "\r\033[K%s: %3d%%", stage.c_str(), static_cast<int>(share * 100 + 0.5));
+    std::fflush(out_);
+    shown_ = true;
+}
+
+void ProgressLine::clear() {
+    if (shown_) std::fprintf(out_, "\r\033[K");
+    shown_ = false;
+}
 
 std::string defaultPluginDir(const char* argv0) {
     std::error_code ec;
@@ -109,7 +100,7 @@ int runExport(const ExportOptions& o) {
     platform::PosixProcesses processes;
     const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
     shell::ConsoleExportDialogs dialogs(person && !o.yes, o.name);
-    TerminalProgress progress;
+    ProgressLine progress(stderr);
     const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);
     boxes.before = [&] { progress.clear(); };
 

@@ -1,6 +1,10 @@
 // The command line: parsing, the export run and its exit codes.
 #pragma once
 
+#include "platform/platform.h"
+
+#include <chrono>
+#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -24,6 +28,24 @@ struct ExportOptions {
     std::string pluginDir;
     std::string settings;
     std::string registry;
+};
+
+// Progress on a terminal line: shown once the export has run for `delay`, at most
+// ten times a second per stage, as "stage: NN%"; clear() removes the line.
+class ProgressLine : public platform::Progress {
+public:
+    using Clock = std::chrono::steady_clock;
+    explicit ProgressLine(std::FILE* out, Clock::duration delay = std::chrono::seconds(1))
+        : out_(out), delay_(delay) {}
+    void report(const std::string& stage, double share) override;
+    void clear();
+
+private:
+    std::FILE* out_;
+    Clock::duration delay_;
+    Clock::time_point start_ = Clock::now(), last_{};
+    std::string stage_;
+    bool shown_ = false;
 };
 
 // The folder holding the template and the model definition: the installed data

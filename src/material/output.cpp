@@ -15,8 +15,18 @@ std::string D(float v) { return FS10Material::FormatSingle(v); }
 std::string N(int16_t v) { return platform::paddedNumber(v); }
 // A Single as the runtime prints it: a blank ahead unless negative, no digit
 // before the point below 1, a blank behind.
-std::string F(float v) { return (v < 0 ? "" : " ") + platform::generalSingle(v, false) + " "; }
-std::string quoted(const std::string& s) { return "\"" + s + "\""; }
+std::string F(float v) {
+    std::string text(v < 0 ? "" : " ");
+    text += platform::generalSingle(v, false);
+    text += ' ';
+    return text;
+}
+std::string quoted(const std::string& s) {
+    std::string text(1, '"');
+    text += s;
+    text += '"';
+    return text;
+}
 
 void line(TextSink& file, const std::string& text) {
     file.write(text);

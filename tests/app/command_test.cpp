@@ -1,5 +1,6 @@
 // The tarnvale command run as a user runs it: a process, its exit code and its
 // standard error.
+#include "app/command.h"
 #include "support.h"
 
 #include <pty.h>
@@ -129,6 +130,36 @@ TEST(Command, AtATerminalTheDialogAsksForTheName) {
     EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("b.x")}, "\x04"), 3);
     EXPECT_FALSE(fs::exists(d.file("b.x")));
     EXPECT_FALSE(fs::exists(d.file("b.config")));
+}
+
+TEST(Command, InstalledCommandFindsItsDataFolder) {
+    TempDir d;
+    std::string cmd = "cmake --install \"" + std::string(TARNVALE_BUILD_DIR) + "\" --prefix \"" + d.file("prefix") +
+                      "\" > /dev/null 2>&1";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    ASSERT_TRUE(fs::exists(d.file("prefix/share/tarnvale/Tarnvale.X")));
+    ASSERT_TRUE(fs::exists(d.file("prefix/share/tarnvale/modeldef.xml")));
+    // Run from elsewhere, the installed command uses the installed data folder.
+    std::string run = "cd / && \"" + d.file("prefix/bin/tarnvale") + "\" export " + example() + " -o " +
+                      d.file("a.x") + " < /dev/null > /dev/null 2> " + d.file("err.txt");
+    int status = std::system(run.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 0) << readFile(d.file("err.txt"));
+    EXPECT_TRUE(fs::exists(d.file("a.xanim")));
+}
+
+TEST(ProgressLine, ShowsStageAndShareAfterTheDelayAndClears) {
+    TempDir d;
+    std::FILE* out = std::fopen(d.file("progress.txt").c_str(), "w+");
+    app::ProgressLine later(out, std::chrono::hours(1));
+    later.report("Creating X file", 0.5);
+    app::ProgressLine now(out, std::chrono::seconds(0));
+    now.report("Creating X file", 0.25);
+    now.report("Creating X file", 0.30); // within a tenth of a second: not shown
+    now.report("Running xtomdl.exe", 0);
+    now.clear();
+    std::fclose(out);
+    EXPECT_EQ(readFile(d.file("progress.txt")),
+              "\r\033[KCreating X file:  25%\r\033[KRunning xtomdl.exe:   0%\r\033[K");
 }
 
 } // namespace

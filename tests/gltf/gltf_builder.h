@@ -40,6 +40,16 @@ public:
         writeFile(path, d.dump());
         return path;
     }
+    // A .gltf beside a .bin file that holds the buffer.
+    std::string saveGltfWithBin(const std::string& path, const std::string& binName) {
+        json d = withBuffer();
+        if (!bin.empty()) {
+            d["buffers"][0]["uri"] = binName;
+            writeFile(path.substr(0, path.find_last_of('/') + 1) + binName, bin);
+        }
+        writeFile(path, d.dump());
+        return path;
+    }
     std::string saveGlb(const std::string& path) {
         std::string j = withBuffer().dump();
         while (j.size() % 4) j += ' ';

@@ -17,12 +17,14 @@ std::shared_ptr<scene::MemoryObject> child(const std::shared_ptr<scene::MemorySc
     return n;
 }
 
-// Reads the builder's document from both containers and hands each scene over.
+// Reads the builder's document from both containers (and a .gltf with an external
+// .bin) and hands each scene over.
 template <typename Check>
 void forBothContainers(GltfBuilder& b, Check check) {
     TempDir d;
     check(readScene(b.saveGltf(d.file("scene.gltf"))));
     check(readScene(b.saveGlb(d.file("scene.glb"))));
+    check(readScene(b.saveGltfWithBin(d.file("external.gltf"), "external data.bin")));
 }
 
 TEST(GltfReader, HierarchyNamesAndRoot) {
@@ -281,6 +283,10 @@ TEST(GltfReader, BadFilesGiveAReason) {
         }
     }
     EXPECT_THROW(readScene(d.file("missing.gltf")), SceneError);
+    // A .gltf whose .bin is missing.
+    good.saveGltfWithBin(d.file("nobin.gltf"), "nobin.bin");
+    fs::remove(d.file("nobin.bin"));
+    EXPECT_THROW(readScene(d.file("nobin.gltf")), SceneError);
 }
 
 } // namespace
