@@ -62,6 +62,16 @@ tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& war
 
 bool finite3(float x, float y, float z) { return std::isfinite(x) && std::isfinite(y) && std::isfinite(z); }
 
+// 3D vectors of an accessor with x mirrored; fails on a value that is not finite.
+void readMirrored(const AccessorView& a, std::vector<Vec3>& out, const std::string& notANumber) {
+    out.resize(a.count());
+    for (size_t i = 0; i < a.count(); ++i) {
+        const float x = a.component(i, 0), y = a.component(i, 1), z = a.component(i, 2);
+        if (!finite3(x, y, z)) throw SceneError(notANumber);
+        out[i] = {-x, y, z};
+    }
+}
+
 std::string percentDecode(const std::string& s) {
     std::string out;
     for (size_t i = 0; i < s.size(); ++i) {
@@ -346,12 +356,7 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
 
     auto shape = std::make_shared<MemoryShape>();
     auto& positions = shape->positions();
-    positions.resize(n);
-    for (size_t i = 0; i < n; ++i) {
-        float x = pos.component(i, 0), y = pos.component(i, 1), z = pos.component(i, 2);
-        if (!finite3(x, y, z)) throw SceneError(what + " has a coordinate that is not a number");
-        positions[i] = {-x, y, z};
-    }
+    readMirrored(pos, positions, what + " has a coordinate that is not a number");
     auto& uvs = shape->uvs();
     uvs.assign(n, Uv{});
     if (auto it = prim.attributes.find("TEXCOORD_0"); it != prim.attributes.end()) {
@@ -367,13 +372,7 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
     if (auto it = prim.attributes.find("NORMAL"); it != prim.attributes.end()) {
         AccessorView nm(model_, it->second, what + " NORMAL");
         if (nm.count() != n || nm.components() < 3) throw SceneError(what + " NORMAL does not match POSITION");
-        auto& normals = shape->normals();
-        normals.resize(n);
-        for (size_t i = 0; i < n; ++i) {
-            float x = nm.component(i, 0), y = nm.component(i, 1), z = nm.component(i, 2);
-            if (!finite3(x, y, z)) throw SceneError(what + " has a normal that is not a number");
-            normals[i] = {-x, y, z};
-        }
+        readMirrored(nm, shape->normals(), what + " has a normal that is not a number");
         haveNormals = true;
     }
 

@@ -8,33 +8,25 @@ namespace tarnvale::scene {
 
 namespace {
 
-class VectorNodeList : public SGNodeList {
+// A list interface over a copied vector of items.
+template <typename Interface, typename Item>
+class VectorList : public Interface {
 public:
-    explicit VectorNodeList(std::vector<SGObjectPtr> items) : items_(std::move(items)) {}
+    VectorList(std::vector<Item> items, const char* what) : items_(std::move(items)), what_(what) {}
     int32_t GetCount() override { return static_cast<int32_t>(items_.size()); }
-    SGObjectPtr GetItem(int32_t i) override {
+    Item GetItem(int32_t i) override {
         if (i < 0 || static_cast<size_t>(i) >= items_.size())
-            throw Failure(err::kSubscript, "Subscript out of range: node " + std::to_string(i));
-        return items_[i];
+            throw Failure(err::kSubscript, std::string("Subscript out of range: ") + what_ + " " + std::to_string(i));
+        return items_[static_cast<size_t>(i)];
     }
 
 private:
-    std::vector<SGObjectPtr> items_;
+    std::vector<Item> items_;
+    const char* what_;
 };
 
-class VectorShapeList : public SGShapeList {
-public:
-    explicit VectorShapeList(std::vector<SGShapePtr> items) : items_(std::move(items)) {}
-    int32_t GetCount() override { return static_cast<int32_t>(items_.size()); }
-    SGShapePtr GetItem(int32_t i) override {
-        if (i < 0 || static_cast<size_t>(i) >= items_.size())
-            throw Failure(err::kSubscript, "Subscript out of range: shape " + std::to_string(i));
-        return items_[i];
-    }
-
-private:
-    std::vector<SGShapePtr> items_;
-};
+using VectorNodeList = VectorList<SGNodeList, SGObjectPtr>;
+using VectorShapeList = VectorList<SGShapeList, SGShapePtr>;
 
 std::string fieldText(const std::map<int32_t, std::string>& fields, int32_t id) {
     auto it = fields.find(id);
@@ -79,10 +71,10 @@ std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) 
 }
 
 SGNodeListPtr MemoryObject::GetChildren() {
-    return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()));
+    return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()), "node");
 }
 
-SGShapeListPtr MemoryObject::GetShapes() { return std::make_shared<VectorShapeList>(shapes_); }
+SGShapeListPtr MemoryObject::GetShapes() { return std::make_shared<VectorShapeList>(shapes_, "shape"); }
 
 SGShapePtr MemoryObject::GetShape() { return shapes_.empty() ? nullptr : shapes_.front(); }
 

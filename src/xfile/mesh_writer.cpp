@@ -31,6 +31,24 @@ private:
     char* p_ = nullptr;
 };
 
+// A list of (x, y, z) records: "x; y; z;" each, joined by "," and a line end.
+template <typename Record>
+void writeTriples(TextSink& file, const std::vector<Record>& records, int32_t count) {
+    LineBuffer line(file);
+    for (int32_t i = 0; i < count; ++i) {
+        line.begin();
+        if (i > 0) line.raw(",\r\n");
+        const Record& r = records[static_cast<size_t>(i)];
+        line.real(r.x);
+        line.raw("; ");
+        line.real(r.y);
+        line.raw("; ");
+        line.real(r.z);
+        line.raw(";");
+        line.end();
+    }
+}
+
 const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
     if (at >= stream.size()) throw Failure(err::kSubscript, "Subscript out of range: polygon stream");
     return stream[at];
@@ -128,18 +146,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     LineBuffer line(file);
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
-    for (int32_t i = 0; i < a.vertexCount; ++i) {
-        line.begin();
-        if (i > 0) line.raw(",\r\n");
-        const MeshVertex& v = a.vertices[i];
-        line.real(v.x);
-        line.raw("; ");
-        line.real(v.y);
-        line.raw("; ");
-        line.real(v.z);
-        line.raw(";");
-        line.end();
-    }
+    writeTriples(file, a.vertices, a.vertexCount);
     file.writeRaw(";\r\n\r\n");
 
     const int32_t polygonCount = shape->GetPolygonCount();
@@ -153,18 +160,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
 
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
-    for (int32_t i = 0; i < a.normalCount; ++i) {
-        line.begin();
-        if (i > 0) line.raw(",\r\n");
-        const MeshNormal& n = a.normals[i];
-        line.real(n.x);
-        line.raw("; ");
-        line.real(n.y);
-        line.raw("; ");
-        line.real(n.z);
-        line.raw(";");
-        line.end();
-    }
+    writeTriples(file, a.normals, a.normalCount);
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
     writeTriangleList(file, polygonCount, a.polygons, 1);
