@@ -148,6 +148,7 @@ private:
     std::string textureName(int textureIndex, const std::string& materialName, const char* slot);
     const std::vector<std::shared_ptr<MemoryShape>>& meshShapes(int meshIndex);
     std::shared_ptr<MemoryShape> primitiveShape(const tinygltf::Primitive& p, const std::string& what);
+    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals, const std::string& what);
     void readAnimations();
 };
 
@@ -375,8 +376,15 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
         readMirrored(nm, shape->normals(), what + " has a normal that is not a number");
         haveNormals = true;
     }
+    addTriangles(*shape, prim, haveNormals, what);
+    return shape;
+}
 
+void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals,
+                           const std::string& what) {
     // The triangles of the primitive, read straight from the index accessor.
+    const auto& positions = shape.positions();
+    const size_t n = positions.size();
     std::optional<AccessorView> ia;
     size_t indexCount = n;
     if (prim.indices >= 0) {
@@ -394,8 +402,8 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
                              : mode == TINYGLTF_MODE_TRIANGLES ? indexCount / 3
                                                                : indexCount - 2;
     const auto mat = material(prim.material);
-    shape->reserve(triangles, triangles * 3);
-    if (!haveNormals) shape->normals().reserve(triangles);
+    shape.reserve(triangles, triangles * 3);
+    if (!haveNormals) shape.normals().reserve(triangles);
     for (size_t i = 0; i < triangles; ++i) {
         int32_t a, b, c;
         if (mode == TINYGLTF_MODE_TRIANGLES) {
@@ -415,14 +423,13 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
             double nx = uy * vz - uz * vy, ny = uz * vx - ux * vz, nz = ux * vy - uy * vx;
             double len = std::sqrt(nx * nx + ny * ny + nz * nz);
             if (len > 0) nx /= len, ny /= len, nz /= len;
-            shape->normals().push_back({static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
-            na = nb = nc = static_cast<int32_t>(shape->normals().size() - 1);
+            shape.normals().push_back({static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
+            na = nb = nc = static_cast<int32_t>(shape.normals().size() - 1);
         }
         // Reversed corner order keeps front faces in front after the mirror.
         const MemoryShape::Corner corners[3] = {{a, na, a}, {c, nc, c}, {b, nb, b}};
-        shape->addPolygon(mat, corners);
+        shape.addPolygon(mat, corners);
     }
-    return shape;
 }
 
 void Builder::readAnimations() {

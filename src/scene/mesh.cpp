@@ -49,10 +49,15 @@ MeshData& MemoryShape::own() {
         pieces_[0].uvBase == 0) {
         m = *pieces_[0].data; // one shared piece: a plain copy
         for (size_t i = 0; i < m.materials.size(); ++i) materialIndex_.emplace(m.materials[i].get(), uint32_t(i));
-        pieces_.assign(1, Piece{merged});
-        lastPiece_ = 0;
-        return m;
+    } else {
+        concatenatePieces(m);
     }
+    pieces_.assign(1, Piece{merged});
+    lastPiece_ = 0;
+    return m;
+}
+
+void MemoryShape::concatenatePieces(MeshData& m) {
     bool sameBases = true;
     size_t positions = 0, normals = 0, uvs = 0, corners = 0, polygons = 0;
     for (const Piece& q : pieces_) {
@@ -100,9 +105,6 @@ MeshData& MemoryShape::own() {
             m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
         }
     }
-    pieces_.assign(1, Piece{merged});
-    lastPiece_ = 0;
-    return m;
 }
 
 MemoryShape::Located MemoryShape::locateAmongPieces(int32_t face) {
@@ -264,7 +266,42 @@ void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, in
     for (size_t p = static_cast<size_t>(face) + 1; p < d.start.size(); ++p) ++d.start[p];
 }
 
-// ---- MemoryShape: reading ----------------------------------------------------------
+// ---- MemoryShape: reading ----
+
+namespace {
+
+// The vertex records beyond one per position: a chain per position, so that the
+// search stays near the corner's own data.
+class ExtraRecords {
+public:
+    explicit ExtraRecords(size_t positions) : positions_(positions) {}
+
+    // The record of (vertex, pair), appended to `vertices` when it is new.
+    int32_t recordFor(std::vector<MeshVertex>& vertices, int32_t vertex, Uv pair) {
+        if (first_.empty()) first_.assign(positions_, -1);
+        const uint32_t u = std::bit_cast<uint32_t>(pair.u), v = std::bit_cast<uint32_t>(pair.v);
+        int32_t r = first_[vertex], last = -1;
+        while (r >= 0 && (std::bit_cast<uint32_t>(vertices[r].u) != u || std::bit_cast<uint32_t>(vertices[r].v) != v)) {
+            last = r;
+            r = next_[r - positions_];
+        }
+        if (r >= 0) return r;
+        r = static_cast<int32_t>(vertices.size());
+        const MeshVertex base = vertices[vertex];
+        vertices.push_back({base.x, base.y, base.z, pair.u, pair.v});
+        next_.push_back(-1);
+        if (last < 0) first_[vertex] = r;
+        else next_[last - positions_] = r;
+        return r;
+    }
+
+private:
+    size_t positions_;
+    std::vector<int32_t> first_; // per position: its first further record, -1 if none
+    std::vector<int32_t> next_;  // per further record: the next of the same position
+};
+
+} // namespace------------------------------------------------------
 
 int32_t MemoryShape::FaceCornerCount(int32_t face) {
     Located l = locate(face);
@@ -308,8 +345,7 @@ int32_t MemoryShape::FaceCornerNormal(int32_t face, int32_t c) {
 void MemoryShape::GetMeshArrays(MeshArrays& out) {
     // Each position gets the pair of its first corner; a corner with another pair
     // gets a record of its own, appended, shared by all corners with that
-    // (position, pair) combination. A position's further records form a chain, so
-    // that the search stays near the corner's own data.
+    // (position, pair) combination.
     const auto nPos = static_cast<size_t>(GetVertexCount());
     out.vertices.resize(nPos);
     out.normals.clear();
@@ -322,8 +358,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
         cornersTotal += d.cornerCount();
     }
     std::vector<uint8_t> claimed(nPos, 0);
-    std::vector<int32_t> firstExtra; // per position: its first further record, -1 if none
-    std::vector<int32_t> nextExtra;  // per further record: the next of the same position
+    ExtraRecords extras(nPos);
 
     out.polygons.clear();
     out.polygons.reserve(static_cast<size_t>(GetPolygonCount()) + 2 * cornersTotal);
@@ -343,22 +378,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
                     own.u = t.u;
                     own.v = t.v;
                 } else if (std::bit_cast<uint32_t>(own.u) != u || std::bit_cast<uint32_t>(own.v) != v) {
-                    if (firstExtra.empty()) firstExtra.assign(nPos, -1);
-                    int32_t r = firstExtra[vertex], last = -1;
-                    while (r >= 0 && (std::bit_cast<uint32_t>(out.vertices[r].u) != u ||
-                                      std::bit_cast<uint32_t>(out.vertices[r].v) != v)) {
-                        last = r;
-                        r = nextExtra[r - nPos];
-                    }
-                    if (r < 0) {
-                        r = static_cast<int32_t>(out.vertices.size());
-                        const MeshVertex base = out.vertices[vertex];
-                        out.vertices.push_back({base.x, base.y, base.z, t.u, t.v});
-                        nextExtra.push_back(-1);
-                        if (last < 0) firstExtra[vertex] = r;
-                        else nextExtra[last - nPos] = r;
-                    }
-                    record = r;
+                    record = extras.recordFor(out.vertices, vertex, t);
                 }
                 out.polygons.push_back(record);
                 out.polygons.push_back(k.normal + q.normalBase);

@@ -232,6 +232,8 @@ private:
     };
 
     MeshData& own();
+    // All pieces into one new array set, indices shifted by their bases.
+    void concatenatePieces(MeshData& m);
     // Most shapes hold one piece: that case is decided here, the rest by a search.
     Located locate(int32_t face) {
         if (pieces_.size() == 1 && face >= 0 && static_cast<size_t>(face) < pieces_[0].data->polygonCount())
