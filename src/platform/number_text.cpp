@@ -33,16 +33,14 @@ constexpr char kPairs[201] = "00010203040506070809101112131415161718192021222324
                              "8081828384858687888990919293949596979899";
 
 int digitCount(uint64_t v) {
+    // Most numbers here are small: comparisons, not divisions.
     int n = 1;
-    while (v >= 10000) {
-        v /= 10000;
-        n += 4;
-    }
-    return n + (v >= 10) + (v >= 100) + (v >= 1000);
+    for (uint64_t limit = 10; n < 20 && v >= limit; limit *= 10) ++n;
+    return n;
 }
 
 // Decimal digits of v, two at a time from a table, written in place.
-char* writeDigits(char* out, uint64_t v) {
+inline char* writeDigits(char* out, uint64_t v) {
     char* end = out + digitCount(v);
     char* p = end;
     while (v >= 100) {
