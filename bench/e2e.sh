@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 triangles="${1:-1000000}"
 materials="${2:-20}"
-scripts/setup.sh assimp-utils time
+scripts/setup.sh assimp-utils time bc
 cmake -S . -B build-bench -G Ninja -DTARNVALE_BENCH=ON -DTARNVALE_TESTS=OFF -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build-bench --target tarnvale make_grid_glb >/dev/null
 

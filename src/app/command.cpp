@@ -93,12 +93,14 @@ int runExport(const ExportOptions& o) {
     platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
     platform::RegFileRegistry registry = o.registry.empty() ? platform::RegFileRegistry()
                                                             : platform::RegFileRegistry(o.registry);
-    platform::ConsoleBoxes console(stderr, false);
+    // A person at the terminal acknowledges each box with Enter, as a dialog is
+    // closed; --yes and runs without a terminal do not wait.
+    const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+    platform::ConsoleBoxes console(stderr, person && !o.yes);
     OutcomeBoxes boxes(console);
     platform::RandomGuids guids;
     platform::SystemClock clock;
     platform::PosixProcesses processes;
-    const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
     shell::ConsoleExportDialogs dialogs(person && !o.yes, o.name);
     ProgressLine progress(stderr);
     const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);

@@ -124,7 +124,8 @@ TEST(Command, UsageErrorsAndUnreadableScenesGiveExitTwo) {
 
 TEST(Command, AtATerminalTheDialogAsksForTheName) {
     TempDir d;
-    EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("a.x")}, "Typed Name\n"), 0);
+    // The name, then Enter for each of the two boxes (tool not found, closing).
+    EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("a.x")}, "Typed Name\n\n\n"), 0);
     EXPECT_NE(readFile(d.file("a.config")).find("<FriendlyName>Typed Name</FriendlyName>"), std::string::npos);
     // End of input at the prompt cancels: nothing is written.
     EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("b.x")}, "\x04"), 3);
