@@ -146,17 +146,20 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     LineBuffer line(file);
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
+    const int32_t polygonCount = shape->GetPolygonCount();
     writeTriples(file, a.vertices, a.vertexCount);
     file.writeRaw(";\r\n\r\n");
+    meshProgress(polygonCount, 0.2);
 
-    const int32_t polygonCount = shape->GetPolygonCount();
     const int32_t triangleCount = pCountTriangles(polygonCount, a.polygons);
     file.writeRaw(plainNumber(triangleCount) + ";  // ***** " + name + " has " + paddedNumber(triangleCount) +
                   "faces\r\n");
     writeTriangleList(file, polygonCount, a.polygons, 0);
     file.writeRaw(";\r\n\r\n");
+    meshProgress(polygonCount, 0.4);
 
     pWriteMaterialList(shape, file, meshName, triangleCount);
+    meshProgress(polygonCount, 0.5);
 
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
@@ -165,6 +168,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
                   " faces with normals\r\n");
     writeTriangleList(file, polygonCount, a.polygons, 1);
     file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
+    meshProgress(polygonCount, 0.8);
 
     for (const auto& record : f_.colObjectBones) {
         if (record->Object == shape) {
@@ -193,6 +197,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
         line.end();
     }
     file.writeRaw(";\r\n\r\n} // end mesh text coords " + name + "\r\n} // end mesh " + name + "\r\n");
+    meshProgress(polygonCount, 1.0);
 }
 
 } // namespace tarnvale::xfile

@@ -14,11 +14,17 @@ std::string upperAscii(std::string s) {
     return s;
 }
 
-size_t countNodes(const SGObjectPtr& node) {
+// The frames and polygons below a node, for the progress report.
+double countWork(const SGObjectPtr& node) {
+    double work = 1;
+    SGShapeListPtr shapes = node->GetShapes();
+    for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i) {
+        SGShapePtr shape = shapes->GetItem(i);
+        if (shape->GetGeometryKind() == kGeometryPolygonMesh) work += shape->GetPolygonCount();
+    }
     SGNodeListPtr children = node->GetChildren();
-    size_t n = 1;
-    for (int32_t i = 0, c = children->GetCount(); i < c; ++i) n += countNodes(children->GetItem(i));
-    return n;
+    for (int32_t i = 0, c = children->GetCount(); i < c; ++i) work += countWork(children->GetItem(i));
+    return work;
 }
 
 bool hasLodWord(const std::string& name) { return upperAscii(name).find("LOD_") != std::string::npos; }
@@ -72,7 +78,7 @@ void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExport
     SGUnitsPtr units = f_.SceneGraph->CreateUnits();
     f_.colObjectBones = ObjectBonesCollection();
     pFindSkins(cgExportGroup);
-    if (f_.progress) framesTotal_ = countNodes(cgExportGroup);
+    if (f_.progress) workTotal_ = countWork(cgExportGroup);
 
     TextSink out;
     out.open(strOutputFile);
@@ -116,10 +122,22 @@ void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExport
     out.close();
 }
 
+void XFileExporter::reportProgress(double done) {
+    if (f_.progress && workTotal_ > 0) f_.progress->report("Creating X file", std::min(1.0, done / workTotal_));
+}
+
 void XFileExporter::frameDone() {
-    ++framesDone_;
-    if (f_.progress && framesTotal_ > 0)
-        f_.progress->report("Creating X file", std::min(1.0, double(framesDone_) / double(framesTotal_)));
+    workDone_ += 1;
+    reportProgress(workDone_);
+}
+
+void XFileExporter::meshProgress(int32_t polygons, double fraction) {
+    if (fraction >= 1.0) {
+        workDone_ += polygons;
+        reportProgress(workDone_);
+    } else {
+        reportProgress(workDone_ + polygons * fraction);
+    }
 }
 
 void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {

@@ -141,10 +141,14 @@ private:
     void pWriteAnimLink(const SGObjectPtr& node, TextSink& file);
 
     void frameDone();
+    // Progress within the mesh being written: `fraction` of its polygons.
+    void meshProgress(int32_t polygons, double fraction);
+    void reportProgress(double done);
 
     XFileContext& f_;
-    size_t framesTotal_ = 0;
-    size_t framesDone_ = 0;
+    // Work units of the progress report: one per frame and one per polygon.
+    double workTotal_ = 0;
+    double workDone_ = 0;
 };
 
 } // namespace tarnvale::xfile

@@ -1,5 +1,7 @@
 #include "xfile/xfile_fixture.h"
 
+#include <algorithm>
+
 namespace tarnvale::test {
 namespace {
 
@@ -140,6 +142,36 @@ TEST(FrameWriter, MergeShapeIsRemovedWhenTheMeshFails) {
     EXPECT_THROW(f.frame(node, f.scene->root()), Failure);
     ASSERT_EQ(node->GetShapes()->GetCount(), 1);
     EXPECT_EQ(node->GetShape(), s);
+}
+
+// Records every progress report.
+class RecordingProgress : public platform::Progress {
+public:
+    std::vector<double> shares;
+    void report(const std::string& stage, double share) override {
+        EXPECT_EQ(stage, "Creating X file");
+        shares.push_back(share);
+    }
+};
+
+TEST(Progress, XFileReportsRiseThroughTheMeshToTheEnd) {
+    XFileFixture f;
+    auto node = f.scene->root()->addChild("Big");
+    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
+    for (int i = 0; i < 100; ++i) addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
+    node->AddShape(s);
+    f.scene->root()->addChild("Small");
+    RecordingProgress progress;
+    writeFile(f.templateFile, "#scene#\r\n");
+    f.exportGroup = f.scene->root();
+    auto ctx = f.context();
+    ctx.progress = &progress;
+    std::string out = f.dir.file("out.x");
+    xfile::XFileExporter(ctx).pExportFSX(out, f.exportGroup);
+    ASSERT_GE(progress.shares.size(), 6u); // sections of the mesh, then each frame
+    EXPECT_TRUE(std::is_sorted(progress.shares.begin(), progress.shares.end()));
+    EXPECT_LT(progress.shares.front(), 0.5);
+    EXPECT_DOUBLE_EQ(progress.shares.back(), 1.0);
 }
 
 TEST(FrameWriter, EmptyPolygonShapeWritesNoMesh) {
