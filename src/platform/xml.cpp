@@ -93,15 +93,6 @@ std::vector<XmlElement> XmlElement::childElements() const {
     return out;
 }
 
-size_t XmlElement::childCount() const {
-    size_t n = 0;
-    for (pugi::xml_node c : toNode(node_).children()) {
-        (void)c;
-        ++n;
-    }
-    return n;
-}
-
 bool XmlElement::hasChildren() const { return static_cast<bool>(toNode(node_).first_child()); }
 
 XmlElement XmlElement::appendChild(XmlElement child) {

@@ -30,8 +30,6 @@ public:
     // Elements by a relative path of element names joined by "/".
     std::vector<XmlElement> select(const std::string& path) const;
     std::vector<XmlElement> childElements() const;
-    // Number of child nodes of any kind.
-    size_t childCount() const;
     // Whether it has a child node of any kind.
     bool hasChildren() const;
     // Appends `child` as last child and gives its handle there. A detached element

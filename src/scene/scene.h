@@ -96,7 +96,6 @@ public:
 class IndexArray {
 public:
     size_t size() const { return wide_ ? wideValues_.size() : narrow_.size(); }
-    bool empty() const { return size() == 0; }
     uint32_t operator[](size_t i) const {
         if (wide_) return wideValues_[i];
         const uint16_t v = narrow_[i];

@@ -103,7 +103,7 @@ void XFileExporter::pFlipTextureV(const SGShapePtr& shape) {
     std::unordered_map<const SGMaterial*, bool> isVC;
     for (int32_t i = 0; i < count; ++i) {
         SGFace face = shape->GetPolygon(i);
-        const SGMaterialPtr m = face.GetMaterial(); // held: the shape grows below
+        const SGMaterialPtr& m = face.GetMaterial(); // valid until the shape changes
         if (!seen || m.get() != lastSeen) {
             auto it = isVC.find(m.get());
             if (it == isVC.end()) {
@@ -116,8 +116,9 @@ void XFileExporter::pFlipTextureV(const SGShapePtr& shape) {
             seen = true;
         }
         if (!marked) continue;
+        const SGMaterialPtr material = m; // held: the shape grows below
         SGFace copy = shape->AddPolygon();
-        copy.SetMaterial(m);
+        copy.SetMaterial(material);
         for (int32_t j = 0, corners = face.GetCornerCount(); j < corners; ++j) {
             Uv uv = face.GetCornerUV(j);
             int32_t index = shape->AddUV(uv.u, -uv.v);

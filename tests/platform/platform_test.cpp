@@ -15,11 +15,6 @@ TEST(CodePage, Utf8ToWindows1252AndBack) {
     EXPECT_EQ(fromWindows1252("\xE9\x80"), "\xC3\xA9\xE2\x82\xAC");
 }
 
-TEST(Paths, BackslashesBecomeSlashes) {
-    EXPECT_EQ(nativePath("C:\\a\\b.x"), "C:/a/b.x");
-    EXPECT_EQ(nativePath("/tmp/x\\Tarnvale.X"), "/tmp/x/Tarnvale.X");
-}
-
 TEST(TextSink, ColumnsPrintZonesAndCodePage) {
     TempDir d;
     TextSink s;

@@ -213,13 +213,5 @@ TEST(MemoryObject, FieldsKeyframesAndShapes) {
     EXPECT_THROW(n->GetChildren()->GetItem(0), Failure);
 }
 
-TEST(MemoryUnits, MetresOfEachUnit) {
-    MemoryUnits u;
-    EXPECT_EQ(u.ToMetres(1.0, kMetres), "1");
-    EXPECT_EQ(u.ToMetres(1.0, kInches), "0.0254");
-    EXPECT_EQ(u.ToMetres(2.0, kFeet), "0.6096");
-    EXPECT_THROW(u.ToMetres(1.0, 99), Failure);
-}
-
 } // namespace
 } // namespace tarnvale::scene

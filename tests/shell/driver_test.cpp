@@ -5,19 +5,14 @@ namespace {
 
 using platform::BoxIcon;
 
-TEST(Plugin, ConstantAnswers) {
+TEST(Plugin, ImportChangesNothing) {
     Rig rig;
     auto t = rig.plugin();
-    EXPECT_EQ(t->PluginImportExport_Author(), "Ansel Kirrow");
-    EXPECT_EQ(t->PluginImportExport_PluginClass(), 0);
-    EXPECT_EQ(t->PluginImportExport_Cost(), 0);
-    EXPECT_EQ(t->PluginImportExport_FileType(), "X");
-    EXPECT_EQ(t->PluginImportExport_FileTypeDescription(), "Flight Sim X (.MDL)");
-    EXPECT_TRUE(t->PluginImportExport_SupportExport());
     EXPECT_FALSE(t->PluginImportExport_SupportImport());
-    EXPECT_EQ(t->PluginImportExport_Icon(), nullptr);
     t->PluginImportExport_Import(rig.dir.file("in.x"), rig.scene->root(), rig.scene, 0, {}, {}, "");
     EXPECT_TRUE(rig.boxes.shown.empty());
+    EXPECT_FALSE(fs::exists(rig.dir.file("in.x")));
+    EXPECT_TRUE(rig.scene->root()->children().empty());
 }
 
 TEST(Plugin, ConstructionReadsTemplateSettingAndModelDefinition) {
