@@ -36,25 +36,60 @@ void MeshData::makeGeneral() {
     triangles = false;
 }
 
+uint32_t MeshData::slotFor(const SGMaterialPtr& m) {
+    if (!m) return kNoMaterial;
+    if (m.get() == lastMaterial_) return lastSlot_;
+    auto [it, added] = slotOf_.try_emplace(m.get(), static_cast<uint32_t>(materials.size()));
+    if (added) materials.push_back(m);
+    lastMaterial_ = m.get();
+    lastSlot_ = it->second;
+    return it->second;
+}
+
+MeshData MeshData::without(std::span<const uint32_t> gone) const {
+    MeshData m;
+    m.uniform = uniform;
+    m.triangles = triangles;
+    m.materials = materials;
+    m.slotOf_ = slotOf_;
+    size_t goneCorners = 0;
+    for (uint32_t p : gone) goneCorners += last(p) - first(p);
+    const size_t keptPolygons = polygonCount() - gone.size(), keptCorners = cornerCount() - goneCorners;
+    if (uniform) m.single.reserve(keptCorners);
+    else m.full.reserve(keptCorners);
+    m.material.reserve(keptPolygons);
+    if (!triangles) {
+        m.start.reserve(keptPolygons + 1);
+        m.start.push_back(0);
+    }
+    size_t next = 0;
+    for (size_t p = 0; p < polygonCount(); ++p) {
+        if (next < gone.size() && gone[next] == p) {
+            ++next;
+            continue;
+        }
+        if (uniform)
+            for (uint32_t c = first(p); c < last(p); ++c) m.single.push_back(single[c]);
+        else
+            m.full.insert(m.full.end(), full.begin() + first(p), full.begin() + last(p));
+        if (!triangles) m.start.push_back(static_cast<uint32_t>(m.cornerCount()));
+        m.material.push_back(material[p]);
+    }
+    return m;
+}
+
 // ---- MemoryShape: pieces --------------------------------------------------------------
 
 MeshData& MemoryShape::own() {
     if (pieces_.size() == 1 && pieces_[0].data.use_count() == 1)
         return const_cast<MeshData&>(*pieces_[0].data); // made here as non-const, and held alone
     auto merged = std::make_shared<MeshData>();
-    MeshData& m = *merged;
-    materialIndex_.clear();
-    lastMaterial_ = nullptr;
-    if (pieces_.size() == 1 && pieces_[0].vertexBase == 0 && pieces_[0].normalBase == 0 &&
-        pieces_[0].uvBase == 0) {
-        m = *pieces_[0].data; // one shared piece: a plain copy
-        for (size_t i = 0; i < m.materials.size(); ++i) materialIndex_.emplace(m.materials[i].get(), uint32_t(i));
-    } else {
-        concatenatePieces(m);
-    }
+    // A single piece has bases 0: a plain copy.
+    if (pieces_.size() == 1) *merged = *pieces_[0].data;
+    else concatenatePieces(*merged);
     pieces_.assign(1, Piece{merged});
     lastPiece_ = 0;
-    return m;
+    return *merged;
 }
 
 void MemoryShape::concatenatePieces(MeshData& m) {
@@ -99,7 +134,7 @@ void MemoryShape::concatenatePieces(MeshData& m) {
         if (!m.triangles)
             for (size_t p = 0; p < d.polygonCount(); ++p) m.start.push_back(d.last(p) + cornerBase);
         std::vector<uint32_t> slotMap(d.materials.size());
-        for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = materialSlot(m, d.materials[i]);
+        for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = m.slotFor(d.materials[i]);
         for (size_t p = 0; p < d.material.size(); ++p) {
             const uint32_t slot = d.material[p];
             m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
@@ -107,18 +142,23 @@ void MemoryShape::concatenatePieces(MeshData& m) {
     }
 }
 
+MemoryShape::Piece& MemoryShape::addEditPiece() {
+    pieces_.push_back({std::make_shared<MeshData>(), vertexCount(), normalCount(), uvCount(),
+                       static_cast<uint32_t>(polygonCount())});
+    return pieces_.back();
+}
+
+void MemoryShape::unshare(Piece& piece) { piece.data = std::make_shared<MeshData>(*piece.data); }
+
 MemoryShape::Located MemoryShape::locateAmongPieces(int32_t face) {
     if (face < 0 || pieces_.empty()) failIndex("polygon", face);
     const auto f = static_cast<uint32_t>(face);
-    auto holds = [f](const Piece& q) { return f >= q.polygonBase && f - q.polygonBase < q.data->polygonCount(); };
-    if (lastPiece_ < pieces_.size() && holds(pieces_[lastPiece_]))
-        return {&pieces_[lastPiece_], f - pieces_[lastPiece_].polygonBase};
     auto it = std::upper_bound(pieces_.begin(), pieces_.end(), f,
                                [](uint32_t v, const Piece& q) { return v < q.polygonBase; });
     // The last piece that starts at or before the face; empty pieces are skipped back over.
     while (it != pieces_.begin()) {
         --it;
-        if (holds(*it)) {
+        if (f - it->polygonBase < it->data->polygonCount()) {
             lastPiece_ = static_cast<size_t>(it - pieces_.begin());
             return {&*it, f - it->polygonBase};
         }
@@ -127,12 +167,39 @@ MemoryShape::Located MemoryShape::locateAmongPieces(int32_t face) {
     failIndex("polygon", face);
 }
 
-int32_t MemoryShape::GetVertexCount() {
+Uv MemoryShape::pairAt(const Piece& piece, int32_t local) const {
+    const MeshData& d = *piece.data;
+    if (local >= 0 && static_cast<size_t>(local) < d.uvs.size()) return d.uvs[static_cast<size_t>(local)];
+    // A pair of another piece: the last one that starts at or before it and holds pairs.
+    const int64_t index = int64_t{local} + piece.uvBase;
+    auto it = std::upper_bound(pieces_.begin(), pieces_.end(), index,
+                               [](int64_t v, const Piece& q) { return v < q.uvBase; });
+    while (it != pieces_.begin()) {
+        --it;
+        if (it->data->uvs.empty()) continue;
+        const int64_t at = index - it->uvBase;
+        if (at < static_cast<int64_t>(it->data->uvs.size())) return it->data->uvs[static_cast<size_t>(at)];
+        break;
+    }
+    failIndex("texture pair", index);
+}
+
+int32_t MemoryShape::vertexCount() const {
     if (pieces_.empty()) return 0;
     return pieces_.back().vertexBase + static_cast<int32_t>(pieces_.back().data->positions.size());
 }
 
-int32_t MemoryShape::GetPolygonCount() {
+int32_t MemoryShape::normalCount() const {
+    if (pieces_.empty()) return 0;
+    return pieces_.back().normalBase + static_cast<int32_t>(pieces_.back().data->normals.size());
+}
+
+int32_t MemoryShape::uvCount() const {
+    if (pieces_.empty()) return 0;
+    return pieces_.back().uvBase + static_cast<int32_t>(pieces_.back().data->uvs.size());
+}
+
+int32_t MemoryShape::polygonCount() const {
     if (pieces_.empty()) return 0;
     return static_cast<int32_t>(pieces_.back().polygonBase + pieces_.back().data->polygonCount());
 }
@@ -141,15 +208,10 @@ void MemoryShape::MergeShape(const SGShapePtr& other) {
     auto* src = dynamic_cast<MemoryShape*>(other.get());
     if (!src) throw Failure(err::kInvalidCall, "MergeShape: the shape is not of this scene");
     if (src == this) throw Failure(err::kInvalidCall, "MergeShape: a shape cannot be merged into itself");
-    int32_t vBase = GetVertexCount(), nBase = 0, tBase = 0;
-    auto pBase = static_cast<uint32_t>(GetPolygonCount());
-    if (!pieces_.empty()) {
-        nBase = pieces_.back().normalBase + static_cast<int32_t>(pieces_.back().data->normals.size());
-        tBase = pieces_.back().uvBase + static_cast<int32_t>(pieces_.back().data->uvs.size());
-    }
+    const int32_t vBase = vertexCount(), nBase = normalCount(), tBase = uvCount();
+    const auto pBase = static_cast<uint32_t>(polygonCount());
     for (const Piece& q : src->pieces_)
         pieces_.push_back({q.data, vBase + q.vertexBase, nBase + q.normalBase, tBase + q.uvBase, pBase + q.polygonBase});
-    lastMaterial_ = nullptr;
 }
 
 // ---- MemoryShape: building and changing ----------------------------------------------
@@ -168,17 +230,6 @@ void MemoryShape::checkCorner(const MeshData& d, int32_t vertex, int32_t normal,
     if (uv < 0 || static_cast<size_t>(uv) >= d.uvs.size()) failIndex("texture pair", uv);
 }
 
-uint32_t MemoryShape::materialSlot(MeshData& d, const SGMaterialPtr& material) {
-    if (!material) return MeshData::kNoMaterial;
-    // Polygons come in runs of one material: the last answer is the likely one.
-    if (material.get() == lastMaterial_) return lastSlot_;
-    auto [it, added] = materialIndex_.try_emplace(material.get(), static_cast<uint32_t>(d.materials.size()));
-    if (added) d.materials.push_back(material);
-    lastMaterial_ = material.get();
-    lastSlot_ = it->second;
-    return it->second;
-}
-
 void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners) {
     MeshData& d = own();
     bool uniform = true;
@@ -194,7 +245,7 @@ void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corn
         d.full.insert(d.full.end(), corners.begin(), corners.end());
     }
     if (!d.triangles) d.start.push_back(static_cast<uint32_t>(d.cornerCount()));
-    d.material.push_back(materialSlot(d, material));
+    d.material.push_back(d.slotFor(material));
 }
 
 SGFace MemoryShape::GetPolygon(int32_t position) {
@@ -203,70 +254,83 @@ SGFace MemoryShape::GetPolygon(int32_t position) {
 }
 
 SGFace MemoryShape::AddPolygon() {
-    MeshData& d = own();
+    Piece& piece = editPiece();
+    MeshData& d = changeable(piece);
     d.makeGeneral();
     d.start.push_back(d.start.back());
     d.material.push_back(MeshData::kNoMaterial);
-    return SGFace(this, static_cast<int32_t>(d.polygonCount() - 1));
+    return SGFace(this, static_cast<int32_t>(piece.polygonBase + d.polygonCount() - 1));
 }
 
 void MemoryShape::DeletePolygons(const std::vector<int32_t>& positions) {
-    const int32_t count = GetPolygonCount();
+    const int32_t count = polygonCount();
     for (size_t i = 0; i < positions.size(); ++i) {
         if (positions[i] < 0 || positions[i] >= count) failIndex("polygon", positions[i]);
         if (i > 0 && positions[i] <= positions[i - 1])
             throw Failure(err::kInvalidCall, "Polygon positions to delete must be ascending");
     }
-    MeshData& d = own();
-    // One compaction pass over polygons and corners.
-    size_t next = 0, keptPolys = 0, keptCorners = 0;
-    std::vector<uint32_t> newStart;
-    if (!d.triangles) newStart.push_back(0);
-    for (int32_t p = 0; p < count; ++p) {
-        if (next < positions.size() && positions[next] == p) {
-            ++next;
-            continue;
+    // Only the pieces that lose polygons are rebuilt; a shared one keeps its arrays
+    // for the other shapes.
+    size_t next = 0;
+    uint32_t polygonBase = 0;
+    std::vector<uint32_t> gone;
+    for (Piece& q : pieces_) {
+        const size_t held = q.data->polygonCount();
+        gone.clear();
+        while (next < positions.size() && static_cast<uint32_t>(positions[next]) - q.polygonBase < held)
+            gone.push_back(static_cast<uint32_t>(positions[next++]) - q.polygonBase);
+        if (!gone.empty()) {
+            auto kept = std::make_shared<MeshData>(q.data->without(gone));
+            if (q.data.use_count() == 1) {
+                auto& d = const_cast<MeshData&>(*q.data); // held alone: its geometry moves over
+                kept->positions = std::move(d.positions);
+                kept->normals = std::move(d.normals);
+                kept->uvs = std::move(d.uvs);
+            } else {
+                kept->positions = q.data->positions;
+                kept->normals = q.data->normals;
+                kept->uvs = q.data->uvs;
+            }
+            q.data = std::move(kept);
         }
-        for (uint32_t c = d.first(p); c < d.last(p); ++c, ++keptCorners) {
-            if (d.uniform) d.single.set(keptCorners, d.single[c]);
-            else d.full[keptCorners] = d.full[c];
-        }
-        d.material.set(keptPolys++, d.material[p]);
-        if (!d.triangles) newStart.push_back(static_cast<uint32_t>(keptCorners));
+        q.polygonBase = polygonBase;
+        polygonBase += static_cast<uint32_t>(q.data->polygonCount());
     }
-    if (d.uniform) d.single.resize(keptCorners);
-    else d.full.resize(keptCorners);
-    d.material.resize(keptPolys);
-    if (!d.triangles) d.start = std::move(newStart);
+    lastPiece_ = 0;
 }
 
 int32_t MemoryShape::AddUV(float u, float v) {
-    MeshData& d = own();
+    Piece& piece = editPiece();
+    MeshData& d = changeable(piece);
     d.uvs.push_back({u, v});
-    return static_cast<int32_t>(d.uvs.size() - 1);
+    return piece.uvBase + static_cast<int32_t>(d.uvs.size() - 1);
 }
 
 void MemoryShape::FaceSetMaterial(int32_t face, const SGMaterialPtr& material) {
-    locate(face);
-    MeshData& d = own();
-    d.material.set(static_cast<size_t>(face), materialSlot(d, material));
+    Located l = locate(face);
+    MeshData& d = changeable(*l.piece);
+    d.material.set(l.local, d.slotFor(material));
 }
 
 void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) {
-    locate(face);
-    MeshData& d = own();
-    checkCorner(d, vertex, normal, uv);
+    if (vertex < 0 || vertex >= vertexCount()) failIndex("vertex", vertex);
+    if (normal < 0 || normal >= normalCount()) failIndex("normal", normal);
+    if (uv < 0 || uv >= uvCount()) failIndex("texture pair", uv);
+    Located l = locate(face);
+    Piece& q = *l.piece;
+    MeshData& d = changeable(q);
+    const Corner k{vertex - q.vertexBase, normal - q.normalBase, uv - q.uvBase};
     d.makeGeneral();
-    if (d.uniform && !(vertex == normal && vertex == uv)) d.makeFull();
-    // Corners of a polygon are contiguous: appending to the last polygon is cheap,
-    // to an earlier one shifts the later corners.
-    const uint32_t at = d.start[face + 1];
-    if (d.uniform) d.single.insert(at, static_cast<uint32_t>(vertex));
-    else d.full.insert(d.full.begin() + at, Corner{vertex, normal, uv});
-    for (size_t p = static_cast<size_t>(face) + 1; p < d.start.size(); ++p) ++d.start[p];
+    if (d.uniform && !(k.vertex >= 0 && k.vertex == k.normal && k.vertex == k.uv)) d.makeFull();
+    // Corners of a polygon are contiguous: appending to the piece's last polygon is
+    // cheap, to an earlier one shifts the later corners of the piece.
+    const uint32_t at = d.start[l.local + 1];
+    if (d.uniform) d.single.insert(at, static_cast<uint32_t>(k.vertex));
+    else d.full.insert(d.full.begin() + at, k);
+    for (size_t p = l.local + 1; p < d.start.size(); ++p) ++d.start[p];
 }
 
-// ---- MemoryShape: reading ----
+// ---- MemoryShape: reading -------------------------------------------------------------
 
 namespace {
 
@@ -301,7 +365,7 @@ private:
     std::vector<int32_t> next_;  // per further record: the next of the same position
 };
 
-} // namespace------------------------------------------------------
+} // namespace
 
 int32_t MemoryShape::FaceCornerCount(int32_t face) {
     Located l = locate(face);
@@ -327,7 +391,7 @@ MemoryShape::Corner MemoryShape::cornerOf(int32_t face, int32_t c, const Piece*&
 Uv MemoryShape::FaceCornerUV(int32_t face, int32_t c) {
     const Piece* piece = nullptr;
     const Corner k = cornerOf(face, c, piece);
-    return piece->data->uvs[k.uv];
+    return pairAt(*piece, k.uv);
 }
 
 int32_t MemoryShape::FaceCornerVertex(int32_t face, int32_t c) {
@@ -346,7 +410,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
     // Each position gets the pair of its first corner; a corner with another pair
     // gets a record of its own, appended, shared by all corners with that
     // (position, pair) combination.
-    const auto nPos = static_cast<size_t>(GetVertexCount());
+    const auto nPos = static_cast<size_t>(vertexCount());
     out.vertices.resize(nPos);
     out.normals.clear();
     size_t cornersTotal = 0;
@@ -361,7 +425,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
     ExtraRecords extras(nPos);
 
     out.polygons.clear();
-    out.polygons.reserve(static_cast<size_t>(GetPolygonCount()) + 2 * cornersTotal);
+    out.polygons.reserve(static_cast<size_t>(polygonCount()) + 2 * cornersTotal);
     for (const Piece& q : pieces_) {
         const MeshData& d = *q.data;
         for (size_t p = 0; p < d.polygonCount(); ++p) {
@@ -369,7 +433,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
             for (uint32_t c = d.first(p); c < d.last(p); ++c) {
                 const Corner k = d.corner(c);
                 const int32_t vertex = k.vertex + q.vertexBase;
-                const Uv t = d.uvs[k.uv];
+                const Uv t = pairAt(q, k.uv);
                 const uint32_t u = std::bit_cast<uint32_t>(t.u), v = std::bit_cast<uint32_t>(t.v);
                 int32_t record = vertex;
                 MeshVertex& own = out.vertices[vertex];

@@ -147,6 +147,8 @@ private:
 // The geometry of a shape, in flat arrays. Compact while it can be: corners that
 // use one index for vertex, normal and pair keep one number, and a mesh of
 // triangles keeps no start offsets. Shared, read-only, between shapes that merged it.
+// Corner indices are relative to the piece's bases in its shape and may point
+// outside the piece's own arrays (a polygon added later refers to earlier vertices).
 struct MeshData {
     struct Corner {
         int32_t vertex, normal, uv;
@@ -175,11 +177,23 @@ struct MeshData {
     }
     void makeFull();    // corners as (vertex, normal, pair) records
     void makeGeneral(); // explicit start offsets
+    // The slot of a material in `materials`, added when new; kNoMaterial for none.
+    uint32_t slotFor(const SGMaterialPtr& material);
+    // The polygons and materials without those at these ascending local positions;
+    // positions, normals and pairs are left empty, for the caller to move or copy.
+    MeshData without(std::span<const uint32_t> polygons) const;
+
+private:
+    std::unordered_map<const SGMaterial*, uint32_t> slotOf_;
+    const SGMaterial* lastMaterial_ = nullptr; // polygons come in runs of one material
+    uint32_t lastSlot_ = kNoMaterial;
 };
 
 // A shape: a polygon mesh (geometry kind 11) or any other kind (a bone: type code 16).
-// Merging another shape shares its geometry; the first change of a shape that
-// shares or holds several pieces copies them into one array set of its own.
+// Merging another shape shares its geometry in pieces. Changes through the host
+// interface go to a piece of the shape's own behind the shared ones, so that adding
+// and deleting polygons never copies what it does not touch; the bulk builders see
+// one piece of their own.
 class MemoryShape : public SGShape {
 public:
     using Corner = MeshData::Corner;
@@ -197,8 +211,8 @@ public:
 
     int32_t GetGeometryKind() override { return kind_; }
     int32_t GetTypeCode() override { return typeCode_; }
-    int32_t GetVertexCount() override;
-    int32_t GetPolygonCount() override;
+    int32_t GetVertexCount() override { return vertexCount(); }
+    int32_t GetPolygonCount() override { return polygonCount(); }
     SGFace GetPolygon(int32_t position) override;
     SGFace AddPolygon() override;
     void DeletePolygons(const std::vector<int32_t>& positions) override;
@@ -226,23 +240,50 @@ private:
     };
     // The piece that holds a polygon, and the polygon's index in it.
     struct Located {
-        const Piece* piece;
+        Piece* piece;
         uint32_t local;
     };
 
+    // All pieces as one piece of the shape's own.
     MeshData& own();
     // All pieces into one new array set, indices shifted by their bases.
     void concatenatePieces(MeshData& m);
-    // Most shapes hold one piece: that case is decided here, the rest by a search.
+    // The last piece, held by this shape alone; a new empty one behind a shared one.
+    Piece& editPiece() {
+        if (!pieces_.empty() && pieces_.back().data.use_count() == 1) return pieces_.back();
+        return addEditPiece();
+    }
+    Piece& addEditPiece();
+    // The piece's arrays, copied first when another shape shares them.
+    static MeshData& changeable(Piece& piece) {
+        if (piece.data.use_count() != 1) unshare(piece);
+        return const_cast<MeshData&>(*piece.data); // made non-const by a shape, and held alone
+    }
+    static void unshare(Piece& piece);
+    // Totals of the shape: the last piece's bases plus what it holds.
+    int32_t vertexCount() const;
+    int32_t normalCount() const;
+    int32_t uvCount() const;
+    int32_t polygonCount() const;
+    // The piece of the last polygon asked for, then the last piece (where polygons
+    // are added), then a search: edits alternate between an old polygon and its copy.
     Located locate(int32_t face) {
-        if (pieces_.size() == 1 && face >= 0 && static_cast<size_t>(face) < pieces_[0].data->polygonCount())
-            return {&pieces_[0], static_cast<uint32_t>(face)};
+        const auto f = static_cast<uint32_t>(face);
+        if (lastPiece_ < pieces_.size()) {
+            Piece& q = pieces_[lastPiece_];
+            if (f - q.polygonBase < q.data->polygonCount()) return {&q, f - q.polygonBase};
+        }
+        if (!pieces_.empty()) {
+            Piece& q = pieces_.back();
+            if (f - q.polygonBase < q.data->polygonCount()) return {&q, f - q.polygonBase};
+        }
         return locateAmongPieces(face);
     }
     Located locateAmongPieces(int32_t face);
     // A corner in its piece's own indices, and the piece.
     Corner cornerOf(int32_t face, int32_t corner, const Piece*& piece);
-    uint32_t materialSlot(MeshData& d, const SGMaterialPtr& material);
+    // The pair at an index relative to the piece's pair base, wherever it is stored.
+    Uv pairAt(const Piece& piece, int32_t local) const;
     void checkCorner(const MeshData& d, int32_t vertex, int32_t normal, int32_t uv) const;
 
     int32_t kind_;
@@ -250,9 +291,6 @@ private:
     std::string name_;
     std::vector<Piece> pieces_;
     size_t lastPiece_ = 0; // where the last polygon was found
-    std::unordered_map<const SGMaterial*, uint32_t> materialIndex_; // of the own piece
-    const SGMaterial* lastMaterial_ = nullptr;
-    uint32_t lastSlot_ = MeshData::kNoMaterial;
 };
 
 class MemoryScene;

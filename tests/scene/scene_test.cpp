@@ -76,6 +76,46 @@ TEST(MemoryShape, MergedShapesShareUntilOneChanges) {
     EXPECT_FLOAT_EQ(merged->GetPolygon(2).GetCornerUV(0).u, 5);
 }
 
+TEST(MemoryShape, EditsOfAMergedShapeReachIntoSharedPiecesWithoutChangingThem) {
+    auto a = strip(3), b = strip(3, 10);
+    auto red = std::make_shared<MemoryMaterial>(), blue = std::make_shared<MemoryMaterial>();
+    a->addPolygon(red, corners({0, 1, 2}));
+    a->addPolygon(blue, corners({2, 1, 0}));
+    b->addPolygon(blue, corners({0, 1, 2}));
+    auto merged = std::make_shared<MemoryShape>();
+    merged->MergeShape(a);
+    merged->MergeShape(b);
+    // A copy of polygon 0 that uses a pair of the second piece and one of its own.
+    SGFace copy = merged->AddPolygon();
+    copy.SetMaterial(red);
+    copy.AddCorner(0, 0, 4);
+    copy.AddCorner(5, 1, merged->AddUV(0.5f, -0.5f));
+    copy.AddCorner(2, 0, 2);
+    merged->DeletePolygons({0, 2});
+    ASSERT_EQ(merged->GetPolygonCount(), 2);
+    EXPECT_EQ(merged->GetPolygon(0).GetMaterial(), blue);
+    SGFace moved = merged->GetPolygon(1);
+    EXPECT_EQ(moved.GetMaterial(), red);
+    EXPECT_FLOAT_EQ(moved.GetCornerUV(0).u, 11);
+    EXPECT_FLOAT_EQ(moved.GetCornerUV(1).v, -0.5f);
+    EXPECT_EQ(moved.GetCornerVertex(1), 5);
+    EXPECT_EQ(moved.GetCornerNormal(1), 1);
+    EXPECT_THROW(moved.AddCorner(0, 0, 7), Failure);
+
+    MeshArrays arrays;
+    merged->GetMeshArrays(arrays);
+    // Position 0 keeps the pair of its first corner, so the copy's corner there
+    // gets a record of its own; position 5 is used by the copy alone.
+    ASSERT_EQ(arrays.vertexCount, 7);
+    EXPECT_FLOAT_EQ(arrays.vertices[6].u, 11);
+    EXPECT_FLOAT_EQ(arrays.vertices[5].v, -0.5f);
+    std::vector<int32_t> stream{3, 2, 0, 1, 0, 0, 0, 3, 6, 0, 5, 1, 2, 0};
+    EXPECT_EQ(arrays.polygons, stream);
+    EXPECT_EQ(a->GetPolygonCount(), 2);
+    EXPECT_EQ(b->GetPolygonCount(), 1);
+    EXPECT_EQ(a->GetPolygon(0).GetMaterial(), red);
+}
+
 TEST(MemoryShape, CompactStorageTurnsGeneralWhenNeeded) {
     auto s = strip(5);
     for (int i = 1; i < 5; ++i) s->normals().push_back({0, float(i), 0});
