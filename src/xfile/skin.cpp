@@ -1,19 +1,21 @@
 // Skin records of meshes and their MeshSkinWeights block.
 #include "xfile/xfile.h"
 
+#include <unordered_set>
+
 namespace tarnvale::xfile {
 
 namespace {
 
 template <typename T>
-T& itemAt(std::vector<std::shared_ptr<T>>& items, int32_t position) {
+T& itemAt(std::vector<T>& items, int32_t position) {
     if (position < 1 || position > static_cast<int32_t>(items.size()))
         throw Failure(err::kSubscript, "Subscript out of range: item " + std::to_string(position));
-    return *items[position - 1];
+    return items[position - 1];
 }
 
 template <typename T>
-void removeAt(std::vector<std::shared_ptr<T>>& items, int32_t position) {
+void removeAt(std::vector<T>& items, int32_t position) {
     itemAt(items, position);
     items.erase(items.begin() + (position - 1));
 }
@@ -28,14 +30,12 @@ std::shared_ptr<MeshWeight> PointBones::Add(const SGObjectPtr& Bone, float Weigh
     return w;
 }
 
-MeshWeight& PointBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
+MeshWeight& PointBones::Item(int32_t vntIndexKey) { return *itemAt(items_, vntIndexKey); }
 void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
 
 void ObjectBones::Add(const SGShapePtr& o) {
     Object = o;
-    int32_t n = o->GetVertexCount();
-    items_.reserve(items_.size() + std::max(n, 0));
-    for (int32_t i = 0; i < n; ++i) items_.push_back(std::make_shared<PointBones>());
+    items_.resize(items_.size() + static_cast<size_t>(std::max(o->GetVertexCount(), 0)));
 }
 
 PointBones& ObjectBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
@@ -47,11 +47,11 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     i.endLine();
     i.writeRaw(paddedNumber(Count()) + ";");
     i.endLine();
-    for (const auto& point : items_) {
+    for (const PointBones& point : items_) {
         i.nextPrintZone();
-        i.writeRaw(paddedNumber(point->Count()) + ";");
+        i.writeRaw(paddedNumber(point.Count()) + ";");
         i.endLine();
-        for (const auto& w : *point) {
+        for (const auto& w : point) {
             i.nextPrintZone();
             i.nextPrintZone();
             i.writeChar('"');
@@ -68,18 +68,23 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
 }
 
 void XFileExporter::pFindSkins(const SGObjectPtr& node) {
+    std::unordered_set<const SGShape*> recorded;
+    for (const auto& record : f_.colObjectBones) recorded.insert(record->Object.get());
+    findSkins(node, recorded);
+}
+
+// The walk of pFindSkins; `recorded` holds the shapes that have a record, so that
+// a scene of many meshes is not searched once per node.
+void XFileExporter::findSkins(const SGObjectPtr& node, std::unordered_set<const SGShape*>& recorded) {
     if (SGShapePtr shape = node->GetShape(); shape && shape->GetTypeCode() % 100 == kGeometryPolygonMesh) {
-        bool known = false;
-        for (const auto& record : f_.colObjectBones)
-            if (record->Object == shape) known = true;
-        if (!known) {
+        if (recorded.insert(shape.get()).second) {
             auto record = std::make_shared<ObjectBones>();
             record->Add(shape);
             f_.colObjectBones.push_back(record);
         }
     }
     SGNodeListPtr children = node->GetChildren();
-    for (int32_t i = 0, n = children->GetCount(); i < n; ++i) pFindSkins(children->GetItem(i));
+    for (int32_t i = 0, n = children->GetCount(); i < n; ++i) findSkins(children->GetItem(i), recorded);
 }
 
 } // namespace tarnvale::xfile

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <unordered_set>
 
 namespace tarnvale::xfile {
 
@@ -71,6 +72,7 @@ public:
     SGShapePtr Object;
     // Sets Object and appends an empty PointBones per vertex of the shape.
     void Add(const SGShapePtr& o);
+    // Position from 1; valid until the next Add or Remove.
     PointBones& Item(int32_t vntIndexKey);
     int32_t Count() const { return static_cast<int32_t>(items_.size()); }
     void Remove(int32_t vntIndexKey);
@@ -80,7 +82,8 @@ public:
     void Export(TextSink& i, const std::string& sname) const;
 
 private:
-    std::vector<std::shared_ptr<PointBones>> items_;
+    // By value: a record holds one per vertex of a mesh, nearly always empty.
+    std::vector<PointBones> items_;
 };
 
 using ObjectBonesCollection = std::vector<std::shared_ptr<ObjectBones>>;
@@ -139,6 +142,7 @@ private:
     void pWriteMatrix(const SGObjectPtr& node, TextSink& file);
     void pWriteBoneInfo(const SGObjectPtr& node, TextSink& file);
     void pWriteAnimLink(const SGObjectPtr& node, TextSink& file);
+    void findSkins(const SGObjectPtr& node, std::unordered_set<const SGShape*>& recorded);
 
     void frameDone();
     // Progress within the mesh being written: `fraction` of its polygons.
