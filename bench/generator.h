@@ -28,7 +28,7 @@ inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o, i
     std::vector<SGMaterialPtr> mats;
     for (int i = 0; i < o.materials; ++i) {
         auto m = std::make_shared<scene::MemoryMaterial>();
-        m->name = "m" + std::to_string(i);
+        m->name = std::string("m").append(std::to_string(i));
         m->diffuse = {0.1f * (i % 10), 0.5f, 0.25f, i % 7 == 0 ? 0.5f : 1.0f};
         m->power = 20.0f + i;
         if (o.cockpitEveryOther && i % 2 == 1) m->fields[field] = "IsVCTexture=1";
