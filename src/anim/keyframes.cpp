@@ -88,10 +88,13 @@ void XAnimExporter::pAttachStream(XmlElement anim, XmlElement stream, float leng
 }
 
 void XAnimExporter::pExportAnimObject(XmlElement root, const SGObjectPtr& object) {
-    std::vector<KeyRecord> keys = object->GetKeyframes(0.0f, static_cast<float>(f_.lKeyTimeLimit));
-    if (keys.size() > kMinKeys) exportOwnAnimation(root, object, keys);
-    SGNodeListPtr children = object->GetChildren();
-    for (int32_t i = 0, n = children->GetCount(); i < n; ++i) pExportAnimObject(root, children->GetItem(i));
+    xfile::walkDepthFirst(
+        object,
+        [&](const SGObjectPtr& node, int32_t, size_t) {
+            std::vector<KeyRecord> keys = node->GetKeyframes(0.0f, static_cast<float>(f_.lKeyTimeLimit));
+            if (keys.size() > kMinKeys) exportOwnAnimation(root, node, keys);
+        },
+        [](const SGObjectPtr&) {});
 }
 
 void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& object, const std::vector<KeyRecord>& keys) {

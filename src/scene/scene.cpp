@@ -63,10 +63,27 @@ std::shared_ptr<MemoryObject> MemoryObject::addChild(const std::string& name) {
     return child;
 }
 
+MemoryObject::~MemoryObject() {
+    // Children are taken over one level at a time, so that a chain of any length is
+    // released without one destructor running inside the other.
+    std::vector<std::shared_ptr<MemoryObject>> pending = std::move(children_);
+    while (!pending.empty()) {
+        std::shared_ptr<MemoryObject> node = std::move(pending.back());
+        pending.pop_back();
+        if (node.use_count() != 1) continue; // held elsewhere: it lives on with its subtree
+        for (auto& c : node->children_) pending.push_back(std::move(c));
+        node->children_.clear();
+    }
+}
+
 std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) {
-    if (name_ == name) return shared_from_this();
-    for (auto& c : children_)
-        if (auto found = c->findByName(name)) return found;
+    std::vector<MemoryObject*> stack{this};
+    while (!stack.empty()) {
+        MemoryObject* node = stack.back();
+        stack.pop_back();
+        if (node->name_ == name) return node->shared_from_this();
+        for (auto it = node->children_.rbegin(); it != node->children_.rend(); ++it) stack.push_back(it->get());
+    }
     return nullptr;
 }
 

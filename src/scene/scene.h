@@ -298,6 +298,10 @@ class MemoryScene;
 class MemoryObject : public SGObject, public std::enable_shared_from_this<MemoryObject> {
 public:
     MemoryObject(std::string name, std::shared_ptr<FieldRegistry> fields);
+    // Releases the subtree without recursion, however deep it is.
+    ~MemoryObject() override;
+    MemoryObject(const MemoryObject&) = delete;
+    MemoryObject& operator=(const MemoryObject&) = delete;
 
     // Building.
     std::shared_ptr<MemoryObject> addChild(const std::string& name);
@@ -311,6 +315,7 @@ public:
     void setKeyframes(std::vector<KeyRecord> keys) { keys_ = std::move(keys); }
     const Matrix16& matrix() const { return matrix_; }
     const std::vector<std::shared_ptr<MemoryObject>>& children() const { return children_; }
+    // This node or the first of its descendants (depth first) with that name.
     std::shared_ptr<MemoryObject> findByName(const std::string& name);
 
     std::string GetName() override { return name_; }

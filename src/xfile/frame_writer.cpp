@@ -39,6 +39,20 @@ private:
 } // namespace
 
 void XFileExporter::pWriteFrame(const SGObjectPtr& node, TextSink& file) {
+    walkDepthFirst(
+        node, [&](const SGObjectPtr& n, int32_t, size_t) { writeFrameHead(n, file); },
+        [&](const SGObjectPtr& n) {
+            file.writeChar('}');
+            file.nextPrintZone();
+            file.nextPrintZone();
+            file.writeRaw("// End of frame frm-");
+            file.write(pCleanName(n->GetName()));
+            file.endLine();
+            frameDone();
+        });
+}
+
+void XFileExporter::writeFrameHead(const SGObjectPtr& node, TextSink& file) {
     const std::string name = pCleanName(node->GetName());
     file.writeRaw("Frame frm-");
     file.write(name);
@@ -67,19 +81,7 @@ void XFileExporter::pWriteFrame(const SGObjectPtr& node, TextSink& file) {
         if (merge->shape()->GetVertexCount() > 0) pWriteMesh(merge->shape(), file, name, node);
         merge->release();
     }
-
     pWriteAnimLink(node, file);
-    SGNodeListPtr children = node->GetChildren();
-    int32_t childCount = children->GetCount();
-    for (int32_t i = 0; i < childCount; ++i) pWriteFrame(children->GetItem(i), file);
-
-    file.writeChar('}');
-    file.nextPrintZone();
-    file.nextPrintZone();
-    file.writeRaw("// End of frame frm-");
-    file.write(name);
-    file.endLine();
-    frameDone();
 }
 
 void XFileExporter::pWritePartData(const SGObjectPtr& node, TextSink& file) {

@@ -68,23 +68,21 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
 }
 
 void XFileExporter::pFindSkins(const SGObjectPtr& node) {
+    // The shapes that have a record, so that a scene of many meshes is not searched
+    // once per node.
     std::unordered_set<const SGShape*> recorded;
     for (const auto& record : f_.colObjectBones) recorded.insert(record->Object.get());
-    findSkins(node, recorded);
-}
-
-// The walk of pFindSkins; `recorded` holds the shapes that have a record, so that
-// a scene of many meshes is not searched once per node.
-void XFileExporter::findSkins(const SGObjectPtr& node, std::unordered_set<const SGShape*>& recorded) {
-    if (SGShapePtr shape = node->GetShape(); shape && shape->GetTypeCode() % 100 == kGeometryPolygonMesh) {
-        if (recorded.insert(shape.get()).second) {
+    walkDepthFirst(
+        node,
+        [&](const SGObjectPtr& n, int32_t, size_t) {
+            SGShapePtr shape = n->GetShape();
+            if (!shape || shape->GetTypeCode() % 100 != kGeometryPolygonMesh) return;
+            if (!recorded.insert(shape.get()).second) return;
             auto record = std::make_shared<ObjectBones>();
             record->Add(shape);
             f_.colObjectBones.push_back(record);
-        }
-    }
-    SGNodeListPtr children = node->GetChildren();
-    for (int32_t i = 0, n = children->GetCount(); i < n; ++i) findSkins(children->GetItem(i), recorded);
+        },
+        [](const SGObjectPtr&) {});
 }
 
 } // namespace tarnvale::xfile

@@ -15,15 +15,19 @@ std::string upperAscii(std::string s) {
 }
 
 // The frames and polygons below a node, for the progress report.
-double countWork(const SGObjectPtr& node) {
-    double work = 1;
-    SGShapeListPtr shapes = node->GetShapes();
-    for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i) {
-        SGShapePtr shape = shapes->GetItem(i);
-        if (shape->GetGeometryKind() == kGeometryPolygonMesh) work += shape->GetPolygonCount();
-    }
-    SGNodeListPtr children = node->GetChildren();
-    for (int32_t i = 0, c = children->GetCount(); i < c; ++i) work += countWork(children->GetItem(i));
+double countWork(const SGObjectPtr& root) {
+    double work = 0;
+    walkDepthFirst(
+        root,
+        [&](const SGObjectPtr& node, int32_t, size_t) {
+            work += 1;
+            SGShapeListPtr shapes = node->GetShapes();
+            for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i) {
+                SGShapePtr shape = shapes->GetItem(i);
+                if (shape->GetGeometryKind() == kGeometryPolygonMesh) work += shape->GetPolygonCount();
+            }
+        },
+        [](const SGObjectPtr&) {});
     return work;
 }
 
@@ -160,16 +164,21 @@ void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {
 }
 
 void XFileExporter::pWriteHierarchy(const SGObjectPtr& node, TextSink& file, int16_t depth) {
-    SGNodeListPtr children = node->GetChildren();
-    int32_t count = children->GetCount();
-    file.writeRaw("//");
-    file.writeRaw(std::string(static_cast<size_t>(std::max<int16_t>(depth, 0)), ' '));
-    file.write(pCleanName(node->GetName()));
-    file.writeRaw(" (");
-    file.writeRaw(paddedNumber(count));
-    file.writeRaw(" Children)");
-    file.endLine();
-    for (int32_t i = 0; i < count; ++i) pWriteHierarchy(children->GetItem(i), file, static_cast<int16_t>(depth + 2));
+    walkDepthFirst(
+        node,
+        [&](const SGObjectPtr& n, int32_t count, size_t level) {
+            // Each level indents by two more; the indent is a 16-bit number.
+            const int64_t indent = depth + 2 * static_cast<int64_t>(level);
+            if (indent > INT16_MAX) throw Failure(err::kOverflow, "Overflow");
+            file.writeRaw("//");
+            file.writeRaw(std::string(static_cast<size_t>(std::max<int64_t>(indent, 0)), ' '));
+            file.write(pCleanName(n->GetName()));
+            file.writeRaw(" (");
+            file.writeRaw(paddedNumber(count));
+            file.writeRaw(" Children)");
+            file.endLine();
+        },
+        [](const SGObjectPtr&) {});
 }
 
 } // namespace tarnvale::xfile

@@ -9,7 +9,7 @@
 
 #include <functional>
 #include <string>
-#include <unordered_set>
+#include <vector>
 
 namespace tarnvale::xfile {
 
@@ -30,6 +30,38 @@ inline char* formatNumberTo(float value, char* out) { return platform::formatMas
 inline std::string formatNumberReference(float value) { return platform::formatMaskReference(value, 2, 6); }
 // Lower case, every blank and every "?" replaced by "_".
 std::string pCleanName(const std::string& name);
+
+// ---- Tree walk ----------------------------------------------------------------------
+
+// Walks node and its descendants in the order of a recursive walk: enter(node,
+// childCount, level) before a node's children, which are asked for one by one in
+// list order, and leave(node) after them; the root is level 0. The path is held
+// in a stack of its own, so a tree of any depth costs no call depth.
+template <typename Enter, typename Leave>
+void walkDepthFirst(const SGObjectPtr& root, Enter&& enter, Leave&& leave) {
+    struct Level {
+        SGObjectPtr node;
+        SGNodeListPtr children;
+        int32_t next, count;
+    };
+    std::vector<Level> path;
+    auto open = [&](SGObjectPtr node) {
+        SGNodeListPtr children = node->GetChildren();
+        const int32_t count = children->GetCount();
+        enter(node, count, path.size());
+        path.push_back({std::move(node), std::move(children), 0, count});
+    };
+    open(root);
+    while (!path.empty()) {
+        Level& top = path.back();
+        if (top.next < top.count) {
+            open(top.children->GetItem(top.next++));
+            continue;
+        }
+        leave(top.node);
+        path.pop_back();
+    }
+}
 
 // ---- Template scan ----------------------------------------------------------------
 
@@ -142,7 +174,9 @@ private:
     void pWriteMatrix(const SGObjectPtr& node, TextSink& file);
     void pWriteBoneInfo(const SGObjectPtr& node, TextSink& file);
     void pWriteAnimLink(const SGObjectPtr& node, TextSink& file);
-    void findSkins(const SGObjectPtr& node, std::unordered_set<const SGShape*>& recorded);
+    // The head of a frame: its opening line, part data, matrix, mesh, bone info and
+    // link name; the child frames and the closing line follow.
+    void writeFrameHead(const SGObjectPtr& node, TextSink& file);
 
     void frameDone();
     // Progress within the mesh being written: `fraction` of its polygons.

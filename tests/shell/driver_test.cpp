@@ -52,6 +52,28 @@ TEST(Driver, CompleteExportWritesFilesAndShowsTheClosingBox) {
     EXPECT_FALSE(t->xmlModelDef);
 }
 
+TEST(Driver, DeepTreesExportWithoutRecursion) {
+    // A chain of 100,000 nodes walked by the frame writer, the skin walk and the
+    // XANIM walk, then released with the scene: none of them may recurse.
+    Rig rig;
+    writeFile(rig.dir.file("frames.X"), "#scene#\r\n");
+    rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] = rig.dir.file("frames.X");
+    std::shared_ptr<scene::MemoryObject> node = rig.scene->root();
+    for (int i = 0; i < 100000; ++i) node = node->addChild(i == 50000 ? "wheel" : "n");
+    node->AddShape(std::make_shared<scene::MemoryShape>());
+    rig.scene->root()->findByName("wheel")->setKeyframes(
+        {{0, 0, 0, 0, 0, 0, 0, 0}, {0, 1, 0, 1, 0, 0, 0, 0}, {0, 2, 0, 2, 0, 0, 0, 0}});
+    auto t = rig.plugin();
+    rig.exportTo(*t, rig.dir.file("deep.x"));
+    ASSERT_EQ(rig.boxes.shown.back().icon, BoxIcon::Information) << rig.boxes.shown.back().text;
+    const std::string x = readFile(rig.dir.file("deep.x"));
+    EXPECT_EQ(std::count(x.begin(), x.end(), '\n'), 100001 * 11); // 11 lines a frame
+    EXPECT_NE(readFile(rig.dir.file("deep.xanim")).find("partName=\"wheel\""), std::string::npos);
+    EXPECT_EQ(t->colObjectBones.size(), 1u); // the skin walk reached the bottom's shape
+    t.reset();
+    rig.scene.reset();
+}
+
 TEST(Driver, CancelWritesNothingAndShowsNoBox) {
     Rig rig;
     rig.installTool();

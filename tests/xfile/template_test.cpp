@@ -63,6 +63,17 @@ TEST(Template, HierarchyAndSceneDropHeadAndTail) {
     for (const char* gone : {"HEAD", "TAIL"}) EXPECT_EQ(out.find(gone), std::string::npos);
 }
 
+TEST(Template, HierarchyIndentIsASixteenBitNumber) {
+    XFileFixture f;
+    auto a = f.scene->root()->addChild("a");
+    a->addChild("b")->addChild("c");
+    const std::string out = f.written([&](xfile::XFileExporter& x, platform::TextSink& s) {
+        EXPECT_THROW(x.pWriteHierarchy(a, s, 32765), Failure); // c would be indented by 32769
+    });
+    EXPECT_EQ(out, "//" + std::string(32765, ' ') + "a ( 1  Children)\r\n//" + std::string(32767, ' ') +
+                       "b ( 1  Children)\r\n");
+}
+
 TEST(Template, EmptyTemplateAndLastLineWithoutLineEnd) {
     XFileFixture f;
     EXPECT_EQ(f.expand("", f.scene->root()), "");
