@@ -63,8 +63,12 @@ std::string defaultPluginDir(const char* argv0) {
 }
 
 int runExport(const ExportOptions& o) {
+    platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
+    readOptions.sampleRate = o.sampleRate;
+    // The field that the export reads a material's simulator text from.
+    readOptions.materialField = shell::fieldIdSetting(settings);
     gltf::LoadedScene loaded;
     try {
         loaded = gltf::readScene(o.scene, readOptions);
@@ -90,7 +94,6 @@ int runExport(const ExportOptions& o) {
         }
     }
 
-    platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
     platform::RegFileRegistry registry = o.registry.empty() ? platform::RegFileRegistry()
                                                             : platform::RegFileRegistry(o.registry);
     // A person at the terminal acknowledges each box with Enter, as a dialog is
@@ -127,6 +130,8 @@ int run(int argc, char** argv) {
     exp->add_option("--group", o.group, "Export the node of this name (default: the whole scene)");
     exp->add_option("--name", o.name, "The model's friendly name (default: as kept in the sidecar)");
     exp->add_option("--animation", o.animation, "Take the keyframes of this glTF animation only");
+    exp->add_option("--sample-rate", o.sampleRate, "Samples per second of cubic-spline animation (default 30)")
+        ->check(CLI::Range(0.001, 1000.0));
     exp->add_flag("-y,--yes", o.yes, "Do not ask: answer the export dialog with OK");
     exp->add_flag("-q,--quiet", o.quiet, "Show no progress and no reader warnings");
     exp->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");

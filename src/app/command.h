@@ -23,6 +23,7 @@ struct ExportOptions {
     std::optional<std::string> group;
     std::optional<std::string> name;
     std::optional<std::string> animation;
+    double sampleRate = 30;
     bool yes = false;
     bool quiet = false;
     std::string pluginDir;

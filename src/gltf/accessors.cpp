@@ -1,15 +1,21 @@
-#include "gltf/accessors.h"
+// Checked reads of glTF accessors, sparse ones and those without data included.
+#include "gltf/internal.h"
 
 #include <cstring>
 
 namespace tarnvale::gltf {
 
-AccessorView::AccessorView(const tinygltf::Model& model, int accessorIndex, const std::string& what) {
+namespace {
+
+size_t componentBytes(int type) { return static_cast<size_t>(tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(type))); }
+
+} // namespace
+
+AccessorView::AccessorView(const tinygltf::Model& model, int accessorIndex, const std::string& what) : what_(what) {
     auto fail = [&](const std::string& why) { throw SceneError(what + ": " + why); };
     if (accessorIndex < 0 || static_cast<size_t>(accessorIndex) >= model.accessors.size())
         fail("accessor " + std::to_string(accessorIndex) + " does not exist");
     const tinygltf::Accessor& a = model.accessors[accessorIndex];
-    if (a.sparse.isSparse) fail("sparse accessors are not supported");
     componentType_ = a.componentType;
     componentSize_ = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(a.componentType));
     components_ = tinygltf::GetNumComponentsInType(static_cast<uint32_t>(a.type));
@@ -17,22 +23,72 @@ AccessorView::AccessorView(const tinygltf::Model& model, int accessorIndex, cons
     normalized_ = a.normalized;
     count_ = a.count;
     if (count_ == 0) return;
-    if (a.bufferView < 0 || static_cast<size_t>(a.bufferView) >= model.bufferViews.size())
-        fail("accessor " + std::to_string(accessorIndex) + " has no valid buffer view");
-    const tinygltf::BufferView& v = model.bufferViews[a.bufferView];
-    if (v.buffer < 0 || static_cast<size_t>(v.buffer) >= model.buffers.size())
-        fail("buffer view " + std::to_string(a.bufferView) + " has no valid buffer");
-    const tinygltf::Buffer& b = model.buffers[v.buffer];
     const size_t elementSize = static_cast<size_t>(componentSize_) * components_;
-    stride_ = v.byteStride ? v.byteStride : elementSize;
-    if (stride_ < elementSize) fail("buffer view " + std::to_string(a.bufferView) + " has a stride below its element size");
+    if (!a.sparse.isSparse && a.bufferView >= 0) {
+        data_ = viewBytes(model, a.bufferView, a.byteOffset, count_, elementSize, stride_);
+        return;
+    }
+    gatherSparse(model, a, elementSize);
+}
+
+const unsigned char* AccessorView::viewBytes(const tinygltf::Model& model, int viewIndex, size_t byteOffset,
+                                             size_t count, size_t elementSize, size_t& stride) const {
+    auto fail = [&](const std::string& why) { throw SceneError(what_ + ": " + why); };
+    if (viewIndex < 0 || static_cast<size_t>(viewIndex) >= model.bufferViews.size())
+        fail("buffer view " + std::to_string(viewIndex) + " does not exist");
+    const tinygltf::BufferView& v = model.bufferViews[viewIndex];
+    if (v.buffer < 0 || static_cast<size_t>(v.buffer) >= model.buffers.size())
+        fail("buffer view " + std::to_string(viewIndex) + " has no valid buffer");
+    const tinygltf::Buffer& b = model.buffers[v.buffer];
+    if (stride == 0) stride = v.byteStride ? v.byteStride : elementSize;
+    if (stride < elementSize) fail("buffer view " + std::to_string(viewIndex) + " has a stride below its element size");
     if (v.byteOffset > b.data.size() || v.byteLength > b.data.size() - v.byteOffset)
-        fail("buffer view " + std::to_string(a.bufferView) + " lies outside its buffer");
+        fail("buffer view " + std::to_string(viewIndex) + " lies outside its buffer");
     // The last element must end inside the view; sizes are checked without overflow.
-    if (a.byteOffset > v.byteLength || count_ - 1 > (v.byteLength - a.byteOffset) / stride_ ||
-        a.byteOffset + (count_ - 1) * stride_ + elementSize > v.byteLength)
-        fail("accessor " + std::to_string(accessorIndex) + " reads past the end of its buffer view");
-    data_ = b.data.data() + v.byteOffset + a.byteOffset;
+    if (byteOffset > v.byteLength || count - 1 > (v.byteLength - byteOffset) / stride ||
+        byteOffset + (count - 1) * stride + elementSize > v.byteLength)
+        fail("an accessor reads past the end of buffer view " + std::to_string(viewIndex));
+    return b.data.data() + v.byteOffset + byteOffset;
+}
+
+void AccessorView::gatherSparse(const tinygltf::Model& model, const tinygltf::Accessor& a, size_t elementSize) {
+    // Base values from the buffer view, zeros without one; then the sparse ones.
+    if (count_ > (size_t{1} << 31) / elementSize) throw SceneError(what_ + ": the accessor is too large");
+    own_.assign(count_ * elementSize, 0);
+    if (a.bufferView >= 0) {
+        size_t stride = 0;
+        const unsigned char* base = viewBytes(model, a.bufferView, a.byteOffset, count_, elementSize, stride);
+        for (size_t i = 0; i < count_; ++i) std::memcpy(own_.data() + i * elementSize, base + i * stride, elementSize);
+    }
+    if (a.sparse.isSparse && a.sparse.count > 0) {
+        const auto n = static_cast<size_t>(a.sparse.count);
+        if (n > count_) throw SceneError(what_ + ": more sparse values than elements");
+        const int indexType = a.sparse.indices.componentType;
+        if (indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE && indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT &&
+            indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)
+            throw SceneError(what_ + ": sparse indices must be unsigned integers");
+        // Sparse index and value views are tightly packed.
+        size_t indexStride = componentBytes(indexType), valueStride = elementSize;
+        const unsigned char* indices = viewBytes(model, a.sparse.indices.bufferView, a.sparse.indices.byteOffset, n,
+                                                 componentBytes(indexType), indexStride);
+        const unsigned char* values =
+            viewBytes(model, a.sparse.values.bufferView, a.sparse.values.byteOffset, n, elementSize, valueStride);
+        for (size_t k = 0; k < n; ++k) {
+            uint32_t at = 0;
+            const unsigned char* p = indices + k * indexStride;
+            if (indexType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE) at = *p;
+            else if (indexType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT) {
+                uint16_t u;
+                std::memcpy(&u, p, 2);
+                at = u;
+            } else std::memcpy(&at, p, 4);
+            if (at >= count_)
+                throw SceneError(what_ + ": sparse index " + std::to_string(at) + " is past the last element");
+            std::memcpy(own_.data() + at * elementSize, values + k * valueStride, elementSize);
+        }
+    }
+    data_ = own_.data();
+    stride_ = elementSize;
 }
 
 float AccessorView::component(size_t i, int c) const {
@@ -81,8 +137,13 @@ uint32_t AccessorView::index(size_t i) const {
         std::memcpy(&u, p, 4);
         return u;
     }
-    default: throw SceneError("indices must be unsigned integers");
+    default: throw SceneError(what_ + ": indices must be unsigned integers");
     }
+}
+
+std::string nodeName(const tinygltf::Model& model, int index) {
+    const std::string& name = model.nodes[static_cast<size_t>(index)].name;
+    return name.empty() ? "node_" + std::to_string(index) : name;
 }
 
 } // namespace tarnvale::gltf

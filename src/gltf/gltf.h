@@ -17,9 +17,21 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Deeper node trees are refused: the X file nests a frame per level, and its
+// hierarchy comment indents each level by two more blanks.
+inline constexpr size_t kMaxNodeDepth = 10000;
+// JSON nested deeper than this is refused before it is parsed into values.
+inline constexpr size_t kMaxJsonDepth = 1000;
+
 struct ReadOptions {
     // Take the keyframes of this animation only; all animations when empty.
     std::optional<std::string> animation;
+    // The material field that carries a material's simulator text (the FieldId
+    // setting). glTF's alpha mode and double-sidedness are written into it when
+    // the material's extras hold no text of that name.
+    std::string materialField = "FS10";
+    // Samples per second of cubic-spline channels (> 0).
+    double sampleRate = 30;
 };
 
 struct LoadedScene {
@@ -28,7 +40,8 @@ struct LoadedScene {
 };
 
 // Reads a .gltf (external or embedded data) or .glb file. Converts to the
-// left-handed frame of the X file: x mirrored, triangle corners reversed.
+// left-handed frame of the X file: x mirrored, triangle corners reversed (and
+// reversed once more on nodes whose world transform mirrors).
 LoadedScene readScene(const std::string& path, const ReadOptions& options = {});
 
 // Roughness (0 smooth to 1 rough) as the scene's specular power: 0 for a rough

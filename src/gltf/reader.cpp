@@ -1,17 +1,18 @@
-// glTF into the in-memory scene: nodes, meshes, materials, fields, bones, keys.
+// glTF into the in-memory scene: the file, its node tree, meshes and bones.
 #define TINYGLTF_IMPLEMENTATION
 #define TINYGLTF_NO_STB_IMAGE
 #define TINYGLTF_NO_STB_IMAGE_WRITE
 #define TINYGLTF_NO_EXTERNAL_IMAGE
 #define TINYGLTF_NO_INCLUDE_STB_IMAGE
 #define TINYGLTF_NO_INCLUDE_STB_IMAGE_WRITE
-#include "gltf/accessors.h"
+#include "gltf/internal.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <iterator>
 #include <optional>
 #include <set>
 
@@ -19,10 +20,8 @@ namespace tarnvale::gltf {
 
 namespace {
 
-using scene::MemoryMaterial;
 using scene::MemoryObject;
 using scene::MemoryShape;
-using scene::MemoryTextures;
 
 // Images are only named, never decoded.
 bool keepImageUndecoded(tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*, int,
@@ -30,22 +29,58 @@ bool keepImageUndecoded(tinygltf::Image*, const int, std::string*, std::string*,
     return true;
 }
 
+// How deep arrays and objects nest in JSON text (strings skipped). The library
+// turns extras into values by recursion, so deep nesting is refused first.
+size_t jsonDepth(std::string_view text) {
+    size_t depth = 0, deepest = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') ++i;
+            else if (c == '"') inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// The JSON chunk of a .glb, or nothing when the header does not hold one.
+std::string_view glbJson(const std::string& bytes) {
+    if (bytes.size() < 20) return {};
+    uint32_t length = 0;
+    std::memcpy(&length, bytes.data() + 12, 4);
+    if (length > bytes.size() - 20) return {};
+    return std::string_view(bytes).substr(20, length);
+}
+
 tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& warnings) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
-    char magic[4] = {};
-    in.read(magic, 4);
-    bool binary = in.gcount() == 4 && std::string_view(magic, 4) == "glTF";
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (in.bad()) throw SceneError("cannot read the file");
+    if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
     in.close();
+    const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
+    if (jsonDepth(binary ? glbJson(bytes) : std::string_view(bytes)) > kMaxJsonDepth)
+        throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
 
     tinygltf::TinyGLTF loader;
     loader.SetImageLoader(keepImageUndecoded, nullptr);
     tinygltf::Model model;
     std::string err, warn;
+    const std::string folder = std::filesystem::path(path).parent_path().string();
     bool ok = false;
     try {
-        ok = binary ? loader.LoadBinaryFromFile(&model, &err, &warn, path)
-                    : loader.LoadASCIIFromFile(&model, &err, &warn, path);
+        const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+        ok = binary ? loader.LoadBinaryFromMemory(&model, &err, &warn, data, static_cast<unsigned>(bytes.size()), folder)
+                    : loader.LoadASCIIFromString(&model, &err, &warn, bytes.data(),
+                                                 static_cast<unsigned>(bytes.size()), folder);
     } catch (const std::exception& e) {
         err = e.what();
         ok = false;
@@ -72,29 +107,6 @@ void readMirrored(const AccessorView& a, std::vector<Vec3>& out, const std::stri
     }
 }
 
-std::string percentDecode(const std::string& s) {
-    std::string out;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '%' && i + 2 < s.size() && std::isxdigit(static_cast<unsigned char>(s[i + 1])) &&
-            std::isxdigit(static_cast<unsigned char>(s[i + 2]))) {
-            out += static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16));
-            i += 2;
-        } else {
-            out += s[i];
-        }
-    }
-    return out;
-}
-
-std::string extensionFor(const std::string& mimeType) {
-    if (mimeType == "image/jpeg") return ".jpg";
-    if (mimeType == "image/png") return ".png";
-    if (mimeType == "image/webp") return ".webp";
-    if (mimeType == "image/ktx2") return ".ktx2";
-    if (mimeType == "image/vnd-ms.dds") return ".dds";
-    return ".png";
-}
-
 // Quaternion (x, y, z, w) and scale to the upper 3x3 rows of an X matrix.
 Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r, const std::vector<double>& s) {
     double x = r.size() == 4 ? r[0] : 0, y = r.size() == 4 ? r[1] : 0, z = r.size() == 4 ? r[2] : 0,
@@ -119,6 +131,14 @@ Matrix16 mirrorX(Matrix16 m) {
     return m;
 }
 
+// Whether a transform turns space inside out (its 3x3 part has a negative determinant).
+bool mirrors(const Matrix16& m) {
+    const double det = double(m[0]) * (double(m[5]) * m[10] - double(m[6]) * m[9]) -
+                       double(m[1]) * (double(m[4]) * m[10] - double(m[6]) * m[8]) +
+                       double(m[2]) * (double(m[4]) * m[9] - double(m[5]) * m[8]);
+    return det < 0;
+}
+
 class Builder {
 public:
     Builder(const tinygltf::Model& model, LoadedScene& out, const ReadOptions& options)
@@ -127,29 +147,35 @@ public:
     void build(const std::string& fallbackName);
 
 private:
+    // A node still to be added below `parent`, whose world transform mirrors or not.
+    struct Pending {
+        MemoryObject* parent;
+        int index;
+        bool parentMirrors;
+        size_t depth;
+    };
+
     const tinygltf::Model& model_;
     LoadedScene& out_;
     const ReadOptions& options_;
-    std::map<int, std::shared_ptr<MemoryMaterial>> materials_;
-    std::shared_ptr<MemoryMaterial> defaultMaterial_;
-    std::map<int, std::vector<std::shared_ptr<MemoryShape>>> meshShapes_;
+    std::optional<MaterialMap> materials_;
+    // Shapes of a mesh, per winding: a mirroring node needs its corners the other way.
+    std::map<std::pair<int, bool>, std::vector<std::shared_ptr<MemoryShape>>> meshShapes_;
     std::set<int> joints_;
-    std::set<int> visited_;
+    std::vector<bool> visited_;
     std::map<int, std::vector<KeyRecord>> keys_;
 
     void checkNode(int index, const std::string& where) const {
         if (index < 0 || static_cast<size_t>(index) >= model_.nodes.size())
             throw SceneError(where + " names node " + std::to_string(index) + ", which does not exist");
     }
-    void addNode(MemoryObject& parent, int index);
-    void readFields(const tinygltf::Value& extras, bool material, std::map<int32_t, std::string>* materialFields,
-                    MemoryObject* object);
-    std::shared_ptr<MemoryMaterial> material(int index);
-    std::string textureName(int textureIndex, const std::string& materialName, const char* slot);
-    const std::vector<std::shared_ptr<MemoryShape>>& meshShapes(int meshIndex);
-    std::shared_ptr<MemoryShape> primitiveShape(const tinygltf::Primitive& p, const std::string& what);
-    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals, const std::string& what);
-    void readAnimations();
+    void addTree(MemoryObject& root, const std::vector<int>& roots);
+    // Adds the node below its parent; tells whether its world transform mirrors.
+    std::shared_ptr<MemoryObject> addNode(const Pending& p, bool& worldMirrors);
+    const std::vector<std::shared_ptr<MemoryShape>>& meshShapes(int meshIndex, bool mirrored);
+    std::shared_ptr<MemoryShape> primitiveShape(const tinygltf::Primitive& p, const std::string& what, bool mirrored);
+    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals, const std::string& what,
+                      bool mirrored);
 };
 
 void Builder::build(const std::string& fallbackName) {
@@ -160,13 +186,14 @@ void Builder::build(const std::string& fallbackName) {
                                : fallbackName;
     out_.scene = scene::MemoryScene::create(rootName);
     out_.scene->setUnits(scene::kMetres);
+    materials_.emplace(model_, *out_.scene, options_);
 
     for (size_t s = 0; s < model_.skins.size(); ++s)
         for (int j : model_.skins[s].joints) {
             checkNode(j, "skin " + std::to_string(s));
             joints_.insert(j);
         }
-    readAnimations();
+    keys_ = readAnimationKeys(model_, options_, out_.warnings);
 
     std::vector<int> roots;
     if (sceneIndex >= 0) {
@@ -179,28 +206,39 @@ void Builder::build(const std::string& fallbackName) {
         for (size_t i = 0; i < model_.nodes.size(); ++i)
             if (!isChild[i]) roots.push_back(static_cast<int>(i));
     }
-    for (int r : roots) {
-        checkNode(r, "the scene");
-        addNode(*out_.scene->root(), r);
+    addTree(*out_.scene->root(), roots);
+}
+
+void Builder::addTree(MemoryObject& root, const std::vector<int>& roots) {
+    // Depth first with a stack of its own, children in file order: a chain of any
+    // length costs no call depth.
+    visited_.assign(model_.nodes.size(), false);
+    std::vector<Pending> stack;
+    for (auto it = roots.rbegin(); it != roots.rend(); ++it) {
+        checkNode(*it, "the scene");
+        stack.push_back({&root, *it, false, 1});
+    }
+    while (!stack.empty()) {
+        const Pending p = stack.back();
+        stack.pop_back();
+        if (p.depth > kMaxNodeDepth)
+            throw SceneError("its node tree is deeper than " + std::to_string(kMaxNodeDepth) + " levels");
+        bool worldMirrors = false;
+        std::shared_ptr<MemoryObject> obj = addNode(p, worldMirrors);
+        const std::vector<int>& children = model_.nodes[p.index].children;
+        for (auto it = children.rbegin(); it != children.rend(); ++it) {
+            checkNode(*it, "node " + std::to_string(p.index));
+            stack.push_back({obj.get(), *it, worldMirrors, p.depth + 1});
+        }
     }
 }
 
-void Builder::readFields(const tinygltf::Value& extras, bool material, std::map<int32_t, std::string>* materialFields,
-                         MemoryObject* object) {
-    if (!extras.IsObject()) return;
-    for (const std::string& key : extras.Keys()) {
-        const tinygltf::Value& v = extras.Get(key);
-        if (!v.IsString()) continue;
-        if (material) (*materialFields)[out_.scene->fields().addMaterial(key)] = v.Get<std::string>();
-        else object->setFieldText(out_.scene->fields().addObject(key), v.Get<std::string>());
-    }
-}
-
-void Builder::addNode(MemoryObject& parent, int index) {
-    if (!visited_.insert(index).second)
-        throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
+std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirrors) {
+    const int index = p.index;
+    if (visited_[index]) throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
+    visited_[index] = true;
     const tinygltf::Node& n = model_.nodes[index];
-    auto obj = parent.addChild(n.name.empty() ? "node_" + std::to_string(index) : n.name);
+    auto obj = p.parent->addChild(nodeName(model_, index));
 
     Matrix16 m{};
     if (n.matrix.size() == 16) {
@@ -212,124 +250,37 @@ void Builder::addNode(MemoryObject& parent, int index) {
     for (float v : m)
         if (!std::isfinite(v)) throw SceneError("node " + std::to_string(index) + " has a transform that is not finite");
     obj->setMatrix(mirrorX(m));
+    worldMirrors = p.parentMirrors != mirrors(m);
 
     bool visible = true;
     if (auto it = n.extensions.find("KHR_node_visibility"); it != n.extensions.end()) {
-        const tinygltf::Value& v = it->second.Get("visible");
-        if (v.IsBool() && !v.Get<bool>()) visible = false;
+        const tinygltf::Value& v = it->second;
+        if (v.IsObject() && v.Has("visible") && v.Get("visible").IsBool() && !v.Get("visible").Get<bool>())
+            visible = false;
     }
     if (n.extras.IsObject() && n.extras.Has("visible") && n.extras.Get("visible").IsBool() &&
         !n.extras.Get("visible").Get<bool>())
         visible = false;
     obj->setNodeValue(visible ? 1 : 0);
-    readFields(n.extras, false, nullptr, obj.get());
+    if (n.extras.IsObject())
+        for (const std::string& key : n.extras.Keys())
+            if (const tinygltf::Value& v = n.extras.Get(key); v.IsString())
+                obj->setFieldText(out_.scene->fields().addObject(key), v.Get<std::string>());
 
     if (n.mesh >= 0) {
         if (static_cast<size_t>(n.mesh) >= model_.meshes.size())
             throw SceneError("node " + std::to_string(index) + " names mesh " + std::to_string(n.mesh) +
                              ", which does not exist");
-        for (const auto& shape : meshShapes(n.mesh)) obj->addShapeLast(shape);
+        for (const auto& shape : meshShapes(n.mesh, worldMirrors)) obj->addShapeLast(shape);
     }
     if (joints_.count(index))
         obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
     if (auto it = keys_.find(index); it != keys_.end()) obj->setKeyframes(std::move(it->second));
-
-    for (int c : n.children) {
-        checkNode(c, "node " + std::to_string(index));
-        addNode(*obj, c);
-    }
+    return obj;
 }
 
-std::string Builder::textureName(int textureIndex, const std::string& materialName, const char* slot) {
-    if (textureIndex < 0) return ".";
-    if (static_cast<size_t>(textureIndex) >= model_.textures.size())
-        throw SceneError("material " + materialName + " names texture " + std::to_string(textureIndex) +
-                         ", which does not exist");
-    const tinygltf::Texture& t = model_.textures[textureIndex];
-    int source = t.source;
-    for (const auto& [name, ext] : t.extensions) // an image in another format's extension
-        if (source < 0 && ext.Has("source") && ext.Get("source").IsInt()) source = ext.Get("source").Get<int>();
-    if (source < 0 || static_cast<size_t>(source) >= model_.images.size())
-        throw SceneError("texture " + std::to_string(textureIndex) + " names no existing image");
-    const tinygltf::Image& img = model_.images[source];
-    std::string name;
-    if (!img.uri.empty() && img.uri.rfind("data:", 0) != 0) {
-        name = percentDecode(img.uri);
-    } else {
-        std::string mime = img.mimeType;
-        if (mime.empty() && img.uri.rfind("data:", 0) == 0) mime = img.uri.substr(5, img.uri.find(';') - 5);
-        name = img.name.empty() ? materialName + "_" + slot : img.name;
-        for (char& c : name)
-            if (c == '/' || c == '\\') c = '_';
-        if (name.find('.') == std::string::npos) name += extensionFor(mime);
-    }
-    // Windows paths, so that folders stay folders for the texture name rules.
-    for (char& c : name)
-        if (c == '/') c = '\\';
-    return name;
-}
-
-std::shared_ptr<MemoryMaterial> Builder::material(int index) {
-    if (index < 0) {
-        if (!defaultMaterial_) {
-            defaultMaterial_ = std::make_shared<MemoryMaterial>();
-            defaultMaterial_->name = "default";
-            defaultMaterial_->diffuse = {1, 1, 1, 1};
-            defaultMaterial_->power = powerFromRoughness(1.0f);
-        }
-        return defaultMaterial_;
-    }
-    if (static_cast<size_t>(index) >= model_.materials.size())
-        throw SceneError("a primitive names material " + std::to_string(index) + ", which does not exist");
-    auto& slot = materials_[index];
-    if (slot) return slot;
-    const tinygltf::Material& g = model_.materials[index];
-    auto m = std::make_shared<MemoryMaterial>();
-    m->name = g.name.empty() ? "material_" + std::to_string(index) : g.name;
-    const auto& pbr = g.pbrMetallicRoughness;
-    auto channel = [](const std::vector<double>& v, size_t i, double def) {
-        return static_cast<float>(i < v.size() ? v[i] : def);
-    };
-    m->diffuse = {channel(pbr.baseColorFactor, 0, 1), channel(pbr.baseColorFactor, 1, 1),
-                  channel(pbr.baseColorFactor, 2, 1), channel(pbr.baseColorFactor, 3, 1)};
-    m->emissive = {channel(g.emissiveFactor, 0, 0), channel(g.emissiveFactor, 1, 0), channel(g.emissiveFactor, 2, 0)};
-    m->specular = {1, 1, 1};
-    m->power = powerFromRoughness(static_cast<float>(pbr.roughnessFactor));
-
-    int specularTexture = -1;
-    if (auto it = g.extensions.find("KHR_materials_specular"); it != g.extensions.end()) {
-        const tinygltf::Value& e = it->second;
-        float factor = e.Has("specularFactor") && e.Get("specularFactor").IsNumber()
-                           ? static_cast<float>(e.Get("specularFactor").GetNumberAsDouble())
-                           : 1.0f;
-        Rgb colour{1, 1, 1};
-        if (e.Has("specularColorFactor") && e.Get("specularColorFactor").IsArray() &&
-            e.Get("specularColorFactor").ArrayLen() == 3) {
-            const auto& c = e.Get("specularColorFactor");
-            colour = {static_cast<float>(c.Get(0).GetNumberAsDouble()), static_cast<float>(c.Get(1).GetNumberAsDouble()),
-                      static_cast<float>(c.Get(2).GetNumberAsDouble())};
-        }
-        m->specular = {colour.r * factor, colour.g * factor, colour.b * factor};
-        for (const char* key : {"specularColorTexture", "specularTexture"})
-            if (specularTexture < 0 && e.Has(key) && e.Get(key).Has("index") && e.Get(key).Get("index").IsInt())
-                specularTexture = e.Get(key).Get("index").Get<int>();
-    }
-    int base = pbr.baseColorTexture.index, normal = g.normalTexture.index;
-    if (base >= 0 || normal >= 0 || specularTexture >= 0) {
-        auto t = std::make_shared<MemoryTextures>();
-        t->fileName = textureName(base, m->name, "basecolor");
-        t->bumpFileName = textureName(normal, m->name, "normal");
-        t->specularFileName = textureName(specularTexture, m->name, "specular");
-        t->detailFileName = ".";
-        m->textures = t;
-    }
-    readFields(g.extras, true, &m->fields, nullptr);
-    slot = m;
-    return m;
-}
-
-const std::vector<std::shared_ptr<MemoryShape>>& Builder::meshShapes(int meshIndex) {
-    auto it = meshShapes_.find(meshIndex);
+const std::vector<std::shared_ptr<MemoryShape>>& Builder::meshShapes(int meshIndex, bool mirrored) {
+    auto it = meshShapes_.find({meshIndex, mirrored});
     if (it != meshShapes_.end()) return it->second;
     std::vector<std::shared_ptr<MemoryShape>> shapes;
     const tinygltf::Mesh& mesh = model_.meshes[meshIndex];
@@ -339,15 +290,17 @@ const std::vector<std::shared_ptr<MemoryShape>>& Builder::meshShapes(int meshInd
         int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
         if (mode != TINYGLTF_MODE_TRIANGLES && mode != TINYGLTF_MODE_TRIANGLE_STRIP &&
             mode != TINYGLTF_MODE_TRIANGLE_FAN) {
-            out_.warnings.push_back(what + ": points and lines are skipped");
+            // Told once, whichever winding asks first.
+            if (!meshShapes_.count({meshIndex, !mirrored})) out_.warnings.push_back(what + ": points and lines are skipped");
             continue;
         }
-        shapes.push_back(primitiveShape(prim, what));
+        shapes.push_back(primitiveShape(prim, what, mirrored));
     }
-    return meshShapes_[meshIndex] = std::move(shapes);
+    return meshShapes_[{meshIndex, mirrored}] = std::move(shapes);
 }
 
-std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& prim, const std::string& what) {
+std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& prim, const std::string& what,
+                                                     bool mirrored) {
     auto posIt = prim.attributes.find("POSITION");
     if (posIt == prim.attributes.end()) throw SceneError(what + " has no POSITION");
     AccessorView pos(model_, posIt->second, what + " POSITION");
@@ -356,8 +309,7 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
     if (n > static_cast<size_t>(INT32_MAX / 2)) throw SceneError(what + " has too many vertices");
 
     auto shape = std::make_shared<MemoryShape>();
-    auto& positions = shape->positions();
-    readMirrored(pos, positions, what + " has a coordinate that is not a number");
+    readMirrored(pos, shape->positions(), what + " has a coordinate that is not a number");
     auto& uvs = shape->uvs();
     uvs.assign(n, Uv{});
     if (auto it = prim.attributes.find("TEXCOORD_0"); it != prim.attributes.end()) {
@@ -376,12 +328,12 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
         readMirrored(nm, shape->normals(), what + " has a normal that is not a number");
         haveNormals = true;
     }
-    addTriangles(*shape, prim, haveNormals, what);
+    addTriangles(*shape, prim, haveNormals, what, mirrored);
     return shape;
 }
 
 void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals,
-                           const std::string& what) {
+                           const std::string& what, bool mirrored) {
     // The triangles of the primitive, read straight from the index accessor.
     const auto& positions = shape.positions();
     const size_t n = positions.size();
@@ -401,7 +353,7 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
     const size_t triangles = indexCount < 3                          ? 0
                              : mode == TINYGLTF_MODE_TRIANGLES ? indexCount / 3
                                                                : indexCount - 2;
-    const auto mat = material(prim.material);
+    const auto mat = materials_->get(prim.material);
     shape.reserve(triangles, triangles * 3);
     if (!haveNormals) shape.normals().reserve(triangles);
     for (size_t i = 0; i < triangles; ++i) {
@@ -416,7 +368,8 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
         }
         int32_t na = a, nb = b, nc = c;
         if (!haveNormals) {
-            // The face normal of the glTF triangle, mirrored like the positions.
+            // The face normal of the glTF triangle, mirrored like the positions. A
+            // mirroring node shows the same side in front, so it keeps this normal.
             const Vec3 p0 = positions[a], p1 = positions[b], p2 = positions[c];
             double ux = -(p1.x - p0.x), uy = p1.y - p0.y, uz = p1.z - p0.z;
             double vx = -(p2.x - p0.x), vy = p2.y - p0.y, vz = p2.z - p0.z;
@@ -426,55 +379,11 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
             shape.normals().push_back({static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
             na = nb = nc = static_cast<int32_t>(shape.normals().size() - 1);
         }
-        // Reversed corner order keeps front faces in front after the mirror.
-        const MemoryShape::Corner corners[3] = {{a, na, a}, {c, nc, c}, {b, nb, b}};
-        shape.addPolygon(mat, corners);
+        // The x mirror turns the winding over; a mirroring node turns it back.
+        const MemoryShape::Corner plain[3] = {{a, na, a}, {c, nc, c}, {b, nb, b}};
+        const MemoryShape::Corner turned[3] = {{a, na, a}, {b, nb, b}, {c, nc, c}};
+        shape.addPolygon(mat, mirrored ? turned : plain);
     }
-}
-
-void Builder::readAnimations() {
-    bool found = !options_.animation;
-    for (size_t ai = 0; ai < model_.animations.size(); ++ai) {
-        const tinygltf::Animation& anim = model_.animations[ai];
-        if (options_.animation && anim.name != *options_.animation) continue;
-        found = true;
-        for (size_t ci = 0; ci < anim.channels.size(); ++ci) {
-            const tinygltf::AnimationChannel& ch = anim.channels[ci];
-            std::string what = "animation " + std::to_string(ai) + " channel " + std::to_string(ci);
-            bool translation = ch.target_path == "translation", rotation = ch.target_path == "rotation";
-            if (!translation && !rotation) continue; // scale and morph weights are not keyed here
-            checkNode(ch.target_node, what);
-            if (ch.sampler < 0 || static_cast<size_t>(ch.sampler) >= anim.samplers.size())
-                throw SceneError(what + " names a sampler that does not exist");
-            const tinygltf::AnimationSampler& s = anim.samplers[ch.sampler];
-            AccessorView in(model_, s.input, what + " input");
-            AccessorView outv(model_, s.output, what + " output");
-            const int width = translation ? 3 : 4;
-            const bool cubic = s.interpolation == "CUBICSPLINE";
-            const size_t perKey = cubic ? 3 : 1;
-            if (outv.components() != width || outv.count() < in.count() * perKey)
-                throw SceneError(what + " output does not match its input");
-            auto& keys = keys_[ch.target_node];
-            for (size_t k = 0; k < in.count(); ++k) {
-                size_t o = k * perKey + (cubic ? 1 : 0); // the value, not the tangents
-                KeyRecord r;
-                r.time = in.component(k, 0);
-                float x = outv.component(o, 0), y = outv.component(o, 1), z = outv.component(o, 2);
-                float w = translation ? 0.0f : outv.component(o, 3);
-                if (!std::isfinite(r.time) || !finite3(x, y, z) || !std::isfinite(w))
-                    throw SceneError(what + " has a key that is not a number");
-                if (translation) {
-                    r.kind = 0;
-                    r.kx = -x, r.ky = y, r.kz = z, r.kw = 0;
-                } else {
-                    r.kind = 2;
-                    r.kx = x, r.ky = -y, r.kz = -z, r.kw = w;
-                }
-                keys.push_back(r);
-            }
-        }
-    }
-    if (!found) throw SceneError("there is no animation named \"" + *options_.animation + "\"");
 }
 
 } // namespace

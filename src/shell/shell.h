@@ -102,6 +102,10 @@ std::string toolCommandLine(const std::string& toolPath, bool hasAnimation, cons
 // registry value (and suffix) for it.
 std::string modelDefinitionLocation(platform::Registry& registry, const std::string& pluginFolder);
 
+// The FieldId setting: the name of the material field that holds a material's
+// simulator text ("FS10" by default). Read at each export.
+std::string fieldIdSetting(platform::SettingsStore& settings);
+
 // ---- Sidecar --------------------------------------------------------------------------
 
 // The sidecar of an export file: up to and including the last ".", then "config".

@@ -14,6 +14,10 @@ constexpr int32_t kMinimisedNoFocus = 6;
 
 } // namespace
 
+std::string fieldIdSetting(platform::SettingsStore& settings) {
+    return settings.getSetting(kApplication, kSection, "FieldId", "FS10");
+}
+
 Tarnvale::Tarnvale(PlatformServices services) : sys_(std::move(services)) {
     strTemplateFile = sys_.settings.getSetting(kApplication, kSection, "Template", sys_.pluginFolder + "\\Tarnvale.X");
     strModelDefFile = modelDefinitionLocation(sys_.registry, sys_.pluginFolder);
@@ -26,7 +30,7 @@ std::unique_ptr<Tarnvale> createTarnvale(PlatformServices services) {
 void Tarnvale::PluginImportExport_Export(const std::string& ExportFileName, const SGObjectPtr& ExportGroup,
                                          const SGScenePtr& hostScene, int32_t, const std::vector<float>&,
                                          const std::vector<int32_t>&, const std::string&) {
-    const std::string fieldId = sys_.settings.getSetting(kApplication, kSection, "FieldId", "FS10");
+    const std::string fieldId = fieldIdSetting(sys_.settings);
     const std::string attachId = sys_.settings.getSetting(kApplication, kSection, "AttachId", "FS10att");
     const std::string application = sys_.settings.getSetting(kApplication, kSection, "Application", "xtomdl.exe");
     strStatus.clear();

@@ -5,6 +5,7 @@
 #include "support.h"
 
 #include <cstring>
+#include <tuple>
 #include <nlohmann/json.hpp>
 
 namespace tarnvale::test {
@@ -20,6 +21,33 @@ public:
         return accessor(v.data(), v.size() * 4, 5126, countOf(v.size(), type), type);
     }
     int indices(const std::vector<uint16_t>& v) { return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR"); }
+    // An accessor of `count` elements whose values are `base` (none: zeros) with the
+    // elements at `at` replaced by `values`.
+    int sparse(const std::vector<float>& base, const char* type, size_t count, const std::vector<uint16_t>& at,
+               const std::vector<float>& values) {
+        int a = base.empty() ? -1 : floats(base, type);
+        if (a < 0) {
+            doc["accessors"].push_back({{"componentType", 5126}, {"count", count}, {"type", type}});
+            a = static_cast<int>(doc["accessors"].size() - 1);
+        }
+        const int iv = view(at.data(), at.size() * 2), vv = view(values.data(), values.size() * 4);
+        doc["accessors"][a]["sparse"] = {{"count", at.size()},
+                                         {"indices", {{"bufferView", iv}, {"componentType", 5123}}},
+                                         {"values", {{"bufferView", vv}}}};
+        return a;
+    }
+    // An animation of (node, path, times, values, interpolation) channels.
+    void animation(const std::string& name, const std::vector<std::tuple<int, const char*, std::vector<float>,
+                                                                         std::vector<float>, const char*>>& channels) {
+        json a = {{"name", name}, {"samplers", json::array()}, {"channels", json::array()}};
+        for (const auto& [node, path, times, values, interpolation] : channels) {
+            const char* type = std::string(path) == "rotation" ? "VEC4" : "VEC3";
+            a["samplers"].push_back(
+                {{"input", floats(times, "SCALAR")}, {"output", floats(values, type)}, {"interpolation", interpolation}});
+            a["channels"].push_back({{"sampler", a["samplers"].size() - 1}, {"target", {{"node", node}, {"path", path}}}});
+        }
+        doc["animations"].push_back(a);
+    }
     int node(json n, bool root = true) {
         doc["nodes"].push_back(std::move(n));
         int i = static_cast<int>(doc["nodes"].size() - 1);
@@ -76,11 +104,14 @@ private:
     static size_t countOf(size_t n, const std::string& type) {
         return n / (type == "VEC4" ? 4 : type == "VEC3" ? 3 : type == "VEC2" ? 2 : 1);
     }
-    int accessor(const void* data, size_t bytes, int component, size_t count, const char* type) {
+    int view(const void* data, size_t bytes) {
         while (bin.size() % 4) bin += '\0';
         doc["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", bin.size()}, {"byteLength", bytes}});
         bin.append(static_cast<const char*>(data), bytes);
-        doc["accessors"].push_back({{"bufferView", doc["bufferViews"].size() - 1},
+        return static_cast<int>(doc["bufferViews"].size() - 1);
+    }
+    int accessor(const void* data, size_t bytes, int component, size_t count, const char* type) {
+        doc["accessors"].push_back({{"bufferView", view(data, bytes)},
                                     {"componentType", component},
                                     {"count", count},
                                     {"type", type}});

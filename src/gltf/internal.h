@@ -1,0 +1,70 @@
+// The reader's own parts: checked accessors, animation keys and materials. Only
+// src/gltf includes this header: it brings the glTF library's types.
+#pragma once
+
+#include "gltf/gltf.h"
+
+#include <map>
+#include <tiny_gltf.h>
+
+namespace tarnvale::gltf {
+
+// The elements of an accessor, checked against its buffer view and buffer. A
+// sparse accessor, or one without a buffer view (zeros), is gathered into
+// storage of its own; every index is checked.
+class AccessorView {
+public:
+    AccessorView(const tinygltf::Model& model, int accessorIndex, const std::string& what);
+    size_t count() const { return count_; }
+    int components() const { return components_; }
+    // Component c of element i as a float (normalised integers scaled to 0..1 or -1..1).
+    float component(size_t i, int c) const;
+    // Element i of a scalar integer accessor.
+    uint32_t index(size_t i) const;
+    int componentType() const { return componentType_; }
+
+private:
+    // The bytes of `count` elements behind a buffer view, checked; a stride of 0
+    // takes the view's own.
+    const unsigned char* viewBytes(const tinygltf::Model& model, int viewIndex, size_t byteOffset, size_t count,
+                                   size_t elementSize, size_t& stride) const;
+    void gatherSparse(const tinygltf::Model& model, const tinygltf::Accessor& a, size_t elementSize);
+
+    std::string what_;
+    const unsigned char* data_ = nullptr;
+    std::vector<unsigned char> own_;
+    size_t count_ = 0, stride_ = 0;
+    int components_ = 0, componentType_ = 0, componentSize_ = 0;
+    bool normalized_ = false;
+};
+
+// A node's name as the scene shows it: its own, or node_N.
+std::string nodeName(const tinygltf::Model& model, int index);
+
+// The keyframes of the file's animations per node index, left-handed: the first
+// animation in the file that keys a node's translation (or rotation) gives those
+// keys; splines are sampled and steps held. Warnings name what is left out.
+std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
+                                                        std::vector<std::string>& warnings);
+
+// glTF materials as scene materials, one per glTF material, made on first use.
+class MaterialMap {
+public:
+    MaterialMap(const tinygltf::Model& model, scene::MemoryScene& scene, const ReadOptions& options)
+        : model_(model), scene_(scene), options_(options) {}
+    // The material of that index; the shared `default` one for -1.
+    std::shared_ptr<scene::MemoryMaterial> get(int index);
+
+private:
+    std::string textureName(int textureIndex, const std::string& materialName, const char* slot);
+    void readFields(const tinygltf::Value& extras, scene::MemoryMaterial& m);
+    void addIntent(const tinygltf::Material& g, const std::shared_ptr<scene::MemoryMaterial>& m);
+
+    const tinygltf::Model& model_;
+    scene::MemoryScene& scene_;
+    const ReadOptions& options_;
+    std::map<int, std::shared_ptr<scene::MemoryMaterial>> materials_;
+    std::shared_ptr<scene::MemoryMaterial> default_;
+};
+
+} // namespace tarnvale::gltf
