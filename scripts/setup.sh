@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libpugixml-dev libinih-dev
+  libxml2-dev
   libtinygltf-dev nlohmann-json3-dev libcli11-dev
   libassimp-dev assimp-utils
 )

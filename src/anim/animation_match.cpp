@@ -1,7 +1,7 @@
 // Which animation of the model definition a part belongs to, and its Anim element.
 #include "anim/anim.h"
 
-#include <strings.h>
+#include "platform/platform.h"
 
 namespace tarnvale::anim {
 
@@ -13,38 +13,6 @@ std::string requiredName(const XmlElement& definition) {
     return *name;
 }
 
-// Characters of a UTF-8 text.
-size_t characters(const std::string& s) {
-    size_t n = 0;
-    for (unsigned char c : s)
-        if ((c & 0xC0) != 0x80) ++n;
-    return n;
-}
-
-// The first n characters of a UTF-8 text.
-std::string leftChars(const std::string& s, size_t n) {
-    size_t i = 0, seen = 0;
-    while (i < s.size()) {
-        if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) {
-            if (seen == n) break;
-            ++seen;
-        }
-        ++i;
-    }
-    return s.substr(0, i);
-}
-
-bool equalNoCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-bool containsNoCase(const std::string& hay, const std::string& needle) {
-    if (needle.empty()) return true; // an empty text is found at the start of any
-    for (size_t i = 0; i + needle.size() <= hay.size(); ++i)
-        if (strncasecmp(hay.data() + i, needle.data(), needle.size()) == 0) return true;
-    return false;
-}
-
 } // namespace
 
 XmlElement XAnimExporter::pFindAnimationDef(const std::string& partName) {
@@ -52,9 +20,10 @@ XmlElement XAnimExporter::pFindAnimationDef(const std::string& partName) {
     size_t bestLength = 0;
     for (const XmlElement& node : f_.nlAnimations) {
         const std::string name = requiredName(node);
-        const size_t n = characters(name);
+        const size_t n = platform::characterCount(name);
         if (n <= bestLength) continue;
-        if (equalNoCase(name, leftChars(partName, n))) {
+        // The first n characters of the part name against the name, ignoring case.
+        if (platform::startsWithNoCase(partName, name)) {
             best = node;
             bestLength = n;
         } else if (name == "NonRandomAmbient" && bestLength == 0) {
@@ -68,7 +37,7 @@ XmlElement XAnimExporter::pGetAnim(XmlElement definition, XmlElement root) {
     if (!definition) throw Failure(err::kObjectNotSet, "Object variable not set: no animation definition");
     const std::string D = requiredName(definition);
     for (const XmlElement& e : root.childElements())
-        if (e.name() == "Anim" && containsNoCase(D, e.attribute("name").value_or(""))) return e;
+        if (e.name() == "Anim" && platform::containsNoCase(D, e.attribute("name").value_or(""))) return e;
 
     XmlElement anim = f_.xmlAnim->createElement("Anim");
     anim.setAttribute("name", D);

@@ -3,7 +3,6 @@
 #include "platform/number_text.h"
 #include "xfile/xfile.h"
 
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
@@ -16,11 +15,9 @@ constexpr size_t kMinKeys = 2;
 
 std::string number(float v) { return platform::formatMask(v, 2, 6); }
 
-// The plain shortest decimal form of a 32-bit float: 100, 2.5.
-std::string shortest(float v) {
-    char buf[32];
-    return std::string(buf, std::to_chars(buf, buf + sizeof buf, v).ptr);
-}
+// A length as a 32-bit float is written: seven significant digits at most, no
+// trailing zeros (100, 2.5, 4.166667).
+std::string single(float v) { return platform::generalSingle(v, true); }
 
 float checked(double v) {
     if (!std::isfinite(v) || std::fabs(v) > 3.4028234663852886e38) throw Failure(err::kOverflow, "Overflow");
@@ -84,7 +81,7 @@ void XAnimExporter::pAttachStream(XmlElement anim, XmlElement stream, float leng
         }
     if (!differs) return;
     XmlElement attached = anim.appendChild(stream);
-    attached.setAttribute("length", shortest(length));
+    attached.setAttribute("length", single(length));
 }
 
 void XAnimExporter::pExportAnimObject(XmlElement root, const SGObjectPtr& object) {
@@ -138,7 +135,7 @@ void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& objec
             rotation.appendChild(key);
         }
     }
-    anim.setAttribute("length", shortest(L));
+    anim.setAttribute("length", single(L));
     if (rotation.hasChildren()) pAttachStream(anim, rotation, L);
     if (position.hasChildren()) pAttachStream(anim, position, L);
     if (anim.hasChildren()) root.appendChild(anim);

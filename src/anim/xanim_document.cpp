@@ -6,6 +6,7 @@ namespace tarnvale::anim {
 std::string xanimPath(const std::string& exportFileName) { return exportFileName + "anim"; }
 
 void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
+    if (!cgExportGroup) throw Failure(err::kObjectNotSet, "Object variable not set: no export group");
     f_.xmlAnim = std::make_shared<XmlDocument>();
     XmlDocument& doc = *f_.xmlAnim;
     doc.appendProcessingInstruction("xml", "version=\"1.0\"");
@@ -15,7 +16,7 @@ void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExpo
     root.setAttribute("version", "9.1");
     pExportAnimObject(root, cgExportGroup);
     if (root.hasChildren()) {
-        doc.save(xanimPath(strOutputFile));
+        doc.save(xanimPath(strOutputFile), true);
         f_.bHasAnimation = true;
     }
 }

@@ -42,7 +42,7 @@ void FS10Material::CreateCSG(const SGMaterialPtr& m, int32_t fieldId) {
         DetailTextureFileName = noneIfDot(t->GetDetailFileName());
         SpecularTextureFileName = noneIfDot(t->GetSpecularFileName());
         DiffuseTextureFileName = t->GetFileName();
-        if (t->GetReflectionFileName().size() > 2) bUseGlobalEnv = 1;
+        if (platform::characterCount(t->GetReflectionFileName()) > 2) bUseGlobalEnv = 1;
     }
     setBlend(blended);
     loadString(m->GetMaterialField(fieldId));
@@ -61,7 +61,7 @@ void FS10Material::Create(const SGStatePtr& m, int32_t fieldId) {
     DetailTextureFileName = m->GetDetailFileName();
     SpecularTextureFileName = m->GetSpecularFileName();
     DiffuseTextureFileName = m->GetFileName();
-    if (m->GetReflectionFileName().size() > 2) bUseGlobalEnv = 1;
+    if (platform::characterCount(m->GetReflectionFileName()) > 2) bUseGlobalEnv = 1;
     setBlend(blended);
     loadString(m->GetMaterialField(fieldId));
 }

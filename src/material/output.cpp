@@ -2,8 +2,6 @@
 #include "material/material.h"
 #include "platform/number_text.h"
 
-#include <cctype>
-#include <strings.h>
 
 namespace tarnvale::material {
 
@@ -39,26 +37,6 @@ void block(TextSink& file, const char* name, const std::string& value) {
     line(file, "}");
 }
 
-bool containsNoCase(const std::string& hay, const std::string& needle) {
-    if (needle.empty()) return true;
-    for (size_t i = 0; i + needle.size() <= hay.size(); ++i)
-        if (strncasecmp(hay.data() + i, needle.data(), needle.size()) == 0) return true;
-    return false;
-}
-
-std::string upper(std::string s) {
-    // Upper case in the output's code page.
-    std::string b = platform::toWindows1252(s);
-    for (char& ch : b) {
-        auto c = static_cast<unsigned char>(ch);
-        if ((c >= 'a' && c <= 'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) c = static_cast<unsigned char>(c - 32);
-        else if (c == 0x9A || c == 0x9C || c == 0x9E) c = static_cast<unsigned char>(c - 16);
-        else if (c == 0xFF) c = 0x9F;
-        ch = static_cast<char>(c);
-    }
-    return platform::fromWindows1252(b);
-}
-
 } // namespace
 
 std::string FS10Material::FormatSingle(float value) { return platform::formatMask(value, 1, 7); }
@@ -70,13 +48,16 @@ std::string FS10Material::NormalizeTextureName(std::string& name, std::string& w
     }
     size_t slash = name.rfind('\\');
     if (slash != std::string::npos) name.erase(0, slash + 1);
-    name = upper(name);
-    const bool dds = name.size() >= 3 && name.compare(name.size() - 3, 3, "DDS") == 0;
+    name = platform::upperCase(name);
+    // The last three characters, not bytes: a name is UTF-8 here.
+    const size_t characters = platform::characterCount(name);
+    const size_t ending = characters >= 3 ? platform::characterOffset(name, characters - 3) : 0;
+    const bool dds = characters >= 3 && name.compare(ending, std::string::npos, "DDS") == 0;
     if (!dds && bIsVCTexture == 0) {
-        if (!containsNoCase(warnings, name))
+        if (!platform::containsNoCase(warnings, name))
             warnings += "Warning - " + name + " is not a DDS file and will need converting\r";
         // A name of fewer than three characters has no ending to replace.
-        if (name.size() >= 3) name.replace(name.size() - 3, 3, "DDS");
+        if (characters >= 3) name.replace(ending, std::string::npos, "DDS");
     }
     return name;
 }

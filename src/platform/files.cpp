@@ -1,4 +1,4 @@
-// Paths, the Windows-1252 code page and the buffered text files.
+// Paths and the buffered text files.
 #include "platform/platform.h"
 
 #include <cerrno>
@@ -17,82 +17,6 @@ std::string nativePath(std::string_view path) {
 bool fileExists(std::string_view path) {
     struct stat st {};
     return ::stat(nativePath(path).c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
-namespace {
-
-// Unicode code points of Windows-1252 bytes 0x80 to 0x9F; 0 where the byte is unused.
-constexpr uint16_t kHigh1252[32] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                    0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0,      0x017D, 0,
-                                    0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
-                                    0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
-
-int byteFor(uint32_t cp) {
-    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<int>(cp);
-    for (int i = 0; i < 32; ++i)
-        if (kHigh1252[i] == cp && cp != 0) return 0x80 + i;
-    return '?';
-}
-
-// Decodes one UTF-8 sequence at s[i]; gives the code point and advances i. An
-// invalid sequence gives its first byte as a code point of its own.
-uint32_t decodeUtf8(std::string_view s, size_t& i) {
-    auto b = static_cast<unsigned char>(s[i]);
-    int len = b >= 0xF0 && b < 0xF8 ? 4 : b >= 0xE0 ? 3 : b >= 0xC2 && b < 0xE0 ? 2 : 0;
-    if (len == 0 || i + len > s.size()) {
-        ++i;
-        return b;
-    }
-    uint32_t cp = b & (0x7F >> len);
-    for (int k = 1; k < len; ++k) {
-        auto c = static_cast<unsigned char>(s[i + k]);
-        if ((c & 0xC0) != 0x80) {
-            ++i;
-            return b;
-        }
-        cp = cp << 6 | (c & 0x3F);
-    }
-    i += len;
-    return cp;
-}
-
-void appendUtf8(std::string& out, uint32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | cp >> 6);
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | cp >> 12);
-        out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
-} // namespace
-
-std::string toWindows1252(std::string_view utf8) {
-    std::string out;
-    out.reserve(utf8.size());
-    for (size_t i = 0; i < utf8.size();) {
-        if (static_cast<unsigned char>(utf8[i]) < 0x80) {
-            out += utf8[i++];
-            continue;
-        }
-        out += static_cast<char>(byteFor(decodeUtf8(utf8, i)));
-    }
-    return out;
-}
-
-std::string fromWindows1252(std::string_view bytes) {
-    std::string out;
-    out.reserve(bytes.size());
-    for (char ch : bytes) {
-        auto b = static_cast<unsigned char>(ch);
-        uint32_t cp = b >= 0x80 && b < 0xA0 && kHigh1252[b - 0x80] ? kHigh1252[b - 0x80] : b;
-        appendUtf8(out, cp);
-    }
-    return out;
 }
 
 Failure fileFailure(const std::string& path, int errnoValue, bool forWriting) {
@@ -202,15 +126,26 @@ TextSource::~TextSource() { close(); }
 
 void TextSource::open(const std::string& path) {
     close();
+    path_ = path;
     file_ = std::fopen(nativePath(path).c_str(), "rb");
     if (!file_) throw fileFailure(path, errno, false);
+    // A folder opens, but reads as nothing: it is no file to read.
+    struct stat st {};
+    if (::fstat(::fileno(file_), &st) == 0 && S_ISDIR(st.st_mode)) {
+        close();
+        throw fileFailure(path, EISDIR, false);
+    }
 }
 
 bool TextSource::readLine(std::string& line) {
     line.clear();
     if (!file_) return false;
     int c = std::getc(file_);
-    if (c == EOF) return false;
+    if (c == EOF) {
+        // The end of the file, or a read that failed: that is no end.
+        if (std::ferror(file_)) throw fileFailure(path_, errno ? errno : EIO, false);
+        return false;
+    }
     while (c != EOF) {
         if (c == '\n') break;
         if (c == '\r') {
@@ -221,6 +156,7 @@ bool TextSource::readLine(std::string& line) {
         line += static_cast<char>(c);
         c = std::getc(file_);
     }
+    if (c == EOF && std::ferror(file_)) throw fileFailure(path_, errno ? errno : EIO, false);
     return true;
 }
 

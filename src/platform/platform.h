@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,21 @@ bool fileExists(std::string_view path);
 std::string toWindows1252(std::string_view utf8);
 // Windows-1252 bytes (a template line, say) as UTF-8.
 std::string fromWindows1252(std::string_view bytes);
+// The text of a file as UTF-8: UTF-16LE (with its mark, or recognised by its
+// second byte), UTF-8 (a mark dropped), else Windows-1252.
+std::string decodeTextFile(std::string_view bytes);
+
+// ---- Characters -------------------------------------------------------------------
+
+// Characters of UTF-8 text, and the byte offset of the first `characters` ones.
+size_t characterCount(std::string_view utf8);
+size_t characterOffset(std::string_view utf8, size_t characters);
+// Lower or upper case of the letters of Windows-1252 (others unchanged).
+std::string lowerCase(std::string_view utf8);
+std::string upperCase(std::string_view utf8);
+// Comparisons by characters that ignore the case of Windows-1252's letters.
+bool startsWithNoCase(std::string_view text, std::string_view prefix);
+bool containsNoCase(std::string_view text, std::string_view part);
 
 // ---- Output and input text files ----------------------------------------------------
 
@@ -82,13 +98,16 @@ public:
     TextSource(const TextSource&) = delete;
     TextSource& operator=(const TextSource&) = delete;
 
+    // Fails on a file that cannot be opened, and on a folder.
     void open(const std::string& path);
     // The next line's bytes without its line end; false at the end of the file.
+    // Fails when the file cannot be read.
     bool readLine(std::string& line);
     void close();
 
 private:
     std::FILE* file_ = nullptr;
+    std::string path_;
 };
 
 // The failure for a file that cannot be opened: number and the system's text.
@@ -255,8 +274,16 @@ public:
 // closes; 2n+1 give n and a literal quote; other backslashes are literal.
 std::vector<std::string> splitCommandLine(std::string_view commandLine);
 
-// Starts programs directly, without a shell: the first argument is the program,
-// with "\" mapped to "/".
+// The program a command line starts and the rest of the line, as Windows finds
+// them: a quoted first word is the program; otherwise each prefix of the line that
+// ends before a blank (".exe" added when its file name has no extension), left to
+// right, then the whole run of words ahead of the first quote. The first that
+// names an existing file wins; none when no candidate does.
+std::optional<std::pair<std::string, std::string>> findProgram(std::string_view commandLine,
+                                                               const std::function<bool(const std::string&)>& isFile);
+
+// Starts programs directly, without a shell: the program as findProgram finds it,
+// with "\" mapped to "/", and the rest of the line split by the Windows rules.
 class PosixProcesses : public Processes {
 public:
     ~PosixProcesses() override;

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
@@ -55,14 +56,43 @@ std::vector<std::string> splitCommandLine(std::string_view s) {
     return args;
 }
 
+std::optional<std::pair<std::string, std::string>> findProgram(std::string_view line,
+                                                               const std::function<bool(const std::string&)>& isFile) {
+    size_t start = 0;
+    while (start < line.size() && (line[start] == ' ' || line[start] == '\t')) ++start;
+    if (start < line.size() && line[start] == '"') {
+        const size_t close = line.find('"', start + 1);
+        const size_t end = close == std::string_view::npos ? line.size() : close;
+        std::string program(line.substr(start + 1, end - start - 1));
+        if (!isFile(program)) return std::nullopt;
+        return std::make_pair(program, std::string(line.substr(std::min(line.size(), end + 1))));
+    }
+    auto withExtension = [](std::string candidate) {
+        const size_t name = candidate.find_last_of("\\/");
+        if (candidate.find('.', name == std::string::npos ? 0 : name) == std::string::npos) candidate += ".exe";
+        return candidate;
+    };
+    const size_t quote = line.find('"', start);
+    const std::string_view run = line.substr(start, quote == std::string_view::npos ? std::string_view::npos : quote - start);
+    for (size_t at = 1; at <= run.size(); ++at) {
+        // A candidate ends before each blank that follows a word, and at the run's end.
+        const bool wordEnds = at == run.size() || run[at] == ' ' || run[at] == '\t';
+        if (!wordEnds || run[at - 1] == ' ' || run[at - 1] == '\t') continue;
+        const std::string candidate = withExtension(std::string(run.substr(0, at)));
+        if (isFile(candidate)) return std::make_pair(candidate, std::string(line.substr(start + at)));
+    }
+    return std::nullopt;
+}
+
 PosixProcesses::~PosixProcesses() {
     for (Child& c : children_) reap(c, false);
 }
 
 int64_t PosixProcesses::start(const std::string& commandLine, int32_t) {
-    std::vector<std::string> args = splitCommandLine(commandLine);
-    if (args.empty()) throw Failure(err::kFileNotFound, "File not found: empty command line");
-    args[0] = nativePath(args[0]);
+    auto found = findProgram(commandLine, [](const std::string& path) { return fileExists(path); });
+    if (!found) throw Failure(err::kFileNotFound, "File not found: " + commandLine);
+    std::vector<std::string> args = splitCommandLine(found->second);
+    args.insert(args.begin(), nativePath(found->first));
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);

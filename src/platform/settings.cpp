@@ -5,26 +5,12 @@
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
-#include <ini.h>
 #include <sstream>
+#include <strings.h>
 
 namespace tarnvale::platform {
 
 namespace {
-
-struct IniQuery {
-    std::string section, key, value;
-    bool found = false;
-};
-
-int onIniEntry(void* user, const char* section, const char* name, const char* value) {
-    auto* q = static_cast<IniQuery*>(user);
-    if (!q->found && q->section == section && q->key == name) {
-        q->value = value;
-        q->found = true;
-    }
-    return 1;
-}
 
 std::string upper(std::string s) {
     for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -124,9 +110,32 @@ std::string fullKey(uint32_t hive, const std::string& keyPath) {
 
 std::string IniSettings::getSetting(const std::string& application, const std::string& section,
                                     const std::string& key, const std::string& defaultValue) {
-    IniQuery q{application + "\\" + section, key, {}, false};
-    if (ini_parse(nativePath(path_).c_str(), onIniEntry, &q) < 0 || !q.found) return defaultValue;
-    return q.value;
+    // Sections and keys match ignoring case, as the platform's store does; lines may
+    // be of any length. The first entry of a key counts.
+    std::ifstream in(nativePath(path_), std::ios::binary);
+    if (!in) return defaultValue;
+    const std::string wanted = application + "\\" + section;
+    bool inSection = false, first = true;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (first && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
+        first = false;
+        const std::string t = trim(line);
+        if (t.empty() || t[0] == ';' || t[0] == '#') continue;
+        if (t[0] == '[') {
+            const size_t close = t.find(']');
+            const std::string name = trim(std::string_view(t).substr(1, close == std::string::npos ? t.size() - 1 : close - 1));
+            inSection = strcasecmp(name.c_str(), wanted.c_str()) == 0;
+            continue;
+        }
+        const size_t eq = t.find_first_of("=:");
+        if (!inSection || eq == std::string::npos) continue;
+        if (strcasecmp(trim(std::string_view(t).substr(0, eq)).c_str(), key.c_str()) != 0) continue;
+        std::string value = trim(std::string_view(t).substr(eq + 1));
+        if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
+        return value;
+    }
+    return defaultValue;
 }
 
 std::string IniSettings::defaultPath() {
@@ -138,9 +147,10 @@ std::string IniSettings::defaultPath() {
 RegFileRegistry::RegFileRegistry(const std::string& path) {
     std::ifstream in(nativePath(path), std::ios::binary);
     if (!in) return;
-    std::ostringstream text;
-    text << in.rdbuf();
-    parse(text.str());
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    // What the registry editor exports is UTF-16LE; older files are 8-bit.
+    parse(decodeTextFile(bytes.str()));
 }
 
 void RegFileRegistry::parse(std::string_view text) {

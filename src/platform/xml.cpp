@@ -1,19 +1,39 @@
+// The XML layer over libxml2, a conforming parser: a file that is not
+// well-formed is a failed load. External references are never resolved.
 #include "platform/xml.h"
 
 #include "host/host.h"
 #include "platform/platform.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <pugixml.hpp>
-#include <sstream>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xmlsave.h>
 
 namespace tarnvale::platform {
 
 namespace {
 
-pugi::xml_node toNode(void* p) { return pugi::xml_node(static_cast<pugi::xml_node_struct*>(p)); }
-void* fromNode(pugi::xml_node n) { return n ? n.internal_object() : nullptr; }
+xmlNode* toNode(void* p) { return static_cast<xmlNode*>(p); }
+const xmlChar* xml(const std::string& s) { return reinterpret_cast<const xmlChar*>(s.c_str()); }
+std::string str(const xmlChar* s) { return s ? reinterpret_cast<const char*>(s) : ""; }
+
+// Strict parsing: no network, no external subset, entities left as references
+// (their internal text is read through them), no messages of the library's own.
+constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+
+// The element's name as the document spells it, prefix included.
+std::string qualifiedName(const xmlNode* n) {
+    std::string name = str(n->name);
+    if (n->ns && n->ns->prefix) name = str(n->ns->prefix) + ":" + name;
+    return name;
+}
+
+bool isElementNamed(const xmlNode* n, const std::string& name) {
+    return n->type == XML_ELEMENT_NODE && qualifiedName(n) == name;
+}
 
 std::vector<std::string> splitPath(const std::string& path) {
     std::vector<std::string> parts;
@@ -27,159 +47,252 @@ std::vector<std::string> splitPath(const std::string& path) {
     return parts;
 }
 
+std::vector<XmlElement> selectFrom(xmlNode* from, const std::string& path);
+
+// Writes what the library serialises to a C file, keeping the first error.
+struct FileOutput {
+    std::FILE* file;
+    int error = 0;
+    static int write(void* context, const char* buffer, int length) {
+        auto* out = static_cast<FileOutput*>(context);
+        if (std::fwrite(buffer, 1, static_cast<size_t>(length), out->file) != static_cast<size_t>(length)) {
+            if (!out->error) out->error = errno ? errno : EIO;
+            return -1;
+        }
+        return length;
+    }
+};
+
+int appendToString(void* context, const char* buffer, int length) {
+    static_cast<std::string*>(context)->append(buffer, static_cast<size_t>(length));
+    return length;
+}
+
+// Serialises the document in its declared encoding; false when the library failed.
+bool serialise(xmlDoc* doc, xmlOutputWriteCallback write, void* context, bool indent) {
+    int options = indent ? XML_SAVE_FORMAT : 0;
+    const char* encoding = reinterpret_cast<const char*>(doc->encoding);
+    if (!encoding) {
+        // UTF-8 as it is, under a declaration that names no encoding (which the
+        // library would add, or else write every other character as a reference).
+        const std::string declaration = "<?xml version=\"" + str(doc->version ? doc->version : BAD_CAST "1.0") + "\"?>\n";
+        if (write(context, declaration.data(), static_cast<int>(declaration.size())) < 0) return false;
+        encoding = "UTF-8";
+        options |= XML_SAVE_NO_DECL;
+    }
+    xmlSaveCtxt* save = xmlSaveToIO(write, nullptr, context, encoding, options);
+    if (!save) return false;
+    const long written = xmlSaveDoc(save, doc);
+    return xmlSaveClose(save) >= 0 && written >= 0;
+}
+
 } // namespace
 
 struct XmlAccess {
-    static XmlElement wrap(pugi::xml_node n) { return XmlElement(fromNode(n)); }
+    static XmlElement wrap(xmlNode* n) { return XmlElement(n); }
 };
 
 namespace {
 
-std::vector<XmlElement> selectFrom(pugi::xml_node from, const std::string& path) {
-    std::vector<pugi::xml_node> level{from};
+std::vector<XmlElement> selectFrom(xmlNode* from, const std::string& path) {
+    std::vector<xmlNode*> level{from};
     for (const std::string& part : splitPath(path)) {
-        std::vector<pugi::xml_node> next;
-        for (pugi::xml_node n : level)
-            for (pugi::xml_node c = n.child(part.c_str()); c; c = c.next_sibling(part.c_str())) next.push_back(c);
+        std::vector<xmlNode*> next;
+        for (xmlNode* n : level)
+            for (xmlNode* c = n->children; c; c = c->next)
+                if (isElementNamed(c, part)) next.push_back(c);
         level = std::move(next);
     }
     std::vector<XmlElement> out;
     out.reserve(level.size());
-    for (pugi::xml_node n : level) out.push_back(XmlAccess::wrap(n));
+    for (xmlNode* n : level) out.push_back(XmlAccess::wrap(n));
     return out;
 }
-
-constexpr unsigned kParse = pugi::parse_default | pugi::parse_declaration | pugi::parse_pi | pugi::parse_comments;
-constexpr unsigned kFormat = pugi::format_default | pugi::format_no_declaration;
 
 } // namespace
 
 struct XmlDocument::Impl {
-    pugi::xml_document doc;
-    pugi::xml_document scratch; // home of elements that are not attached yet
+    xmlDoc* doc = nullptr;
+    // The parent of elements that are not attached yet; freed with the document.
+    xmlNode* scratch = nullptr;
+
+    void reset(xmlDoc* fresh) {
+        release();
+        doc = fresh ? fresh : xmlNewDoc(BAD_CAST "1.0");
+        scratch = xmlNewDocNode(doc, nullptr, BAD_CAST "scratch", nullptr);
+        if (!doc || !scratch) throw Failure(7, "Out of memory");
+    }
+    void release() {
+        // The scratch tree first: its nodes use the document's dictionary.
+        if (scratch) xmlFreeNode(scratch);
+        if (doc) xmlFreeDoc(doc);
+        scratch = nullptr;
+        doc = nullptr;
+    }
+    ~Impl() { release(); }
 };
 
 // ---- XmlElement ---------------------------------------------------------------------
 
-std::string XmlElement::name() const { return toNode(node_).name(); }
-std::string XmlElement::text() const { return toNode(node_).text().get(); }
-void XmlElement::setText(const std::string& text) { toNode(node_).text().set(text.c_str()); }
+std::string XmlElement::name() const { return qualifiedName(toNode(node_)); }
 
-std::optional<std::string> XmlElement::attribute(const std::string& name) const {
-    pugi::xml_attribute a = toNode(node_).attribute(name.c_str());
-    if (!a) return std::nullopt;
-    return std::string(a.value());
-}
-
-void XmlElement::setAttribute(const std::string& name, const std::string& value) {
-    pugi::xml_node n = toNode(node_);
-    pugi::xml_attribute a = n.attribute(name.c_str());
-    if (!a) a = n.append_attribute(name.c_str());
-    a.set_value(value.c_str());
-}
-
-XmlElement XmlElement::child(const std::string& name) const {
-    return XmlElement(fromNode(toNode(node_).child(name.c_str())));
-}
-
-std::vector<XmlElement> XmlElement::select(const std::string& path) const {
-    return selectFrom(toNode(node_), path);
-}
-
-std::vector<XmlElement> XmlElement::childElements() const {
-    std::vector<XmlElement> out;
-    for (pugi::xml_node c : toNode(node_).children())
-        if (c.type() == pugi::node_element) out.push_back(XmlElement(fromNode(c)));
+std::string XmlElement::text() const {
+    xmlChar* content = xmlNodeGetContent(toNode(node_));
+    std::string out = str(content);
+    xmlFree(content);
     return out;
 }
 
-bool XmlElement::hasChildren() const { return static_cast<bool>(toNode(node_).first_child()); }
+void XmlElement::setText(const std::string& value) {
+    xmlNode* n = toNode(node_);
+    while (xmlNode* c = n->children) {
+        xmlUnlinkNode(c);
+        xmlFreeNode(c);
+    }
+    // Added as plain text: the library escapes it when it saves.
+    xmlNodeAddContentLen(n, xml(value), static_cast<int>(value.size()));
+}
+
+std::optional<std::string> XmlElement::attribute(const std::string& name) const {
+    xmlNode* n = toNode(node_);
+    // The attributes the element holds; defaults of a document type do not count.
+    for (xmlAttr* a = n->properties; a; a = a->next) {
+        std::string attrName = str(a->name);
+        if (a->ns && a->ns->prefix) attrName = str(a->ns->prefix) + ":" + attrName;
+        if (attrName != name) continue;
+        xmlChar* value = xmlNodeListGetString(n->doc, a->children, 1);
+        std::string out = str(value);
+        xmlFree(value);
+        return out;
+    }
+    return std::nullopt;
+}
+
+void XmlElement::setAttribute(const std::string& name, const std::string& value) {
+    if (!xmlSetProp(toNode(node_), xml(name), xml(value))) throw Failure(5, "XML: attribute " + name + " cannot be set");
+}
+
+XmlElement XmlElement::child(const std::string& name) const {
+    for (xmlNode* c = toNode(node_)->children; c; c = c->next)
+        if (isElementNamed(c, name)) return XmlElement(c);
+    return XmlElement();
+}
+
+std::vector<XmlElement> XmlElement::select(const std::string& path) const { return selectFrom(toNode(node_), path); }
+
+std::vector<XmlElement> XmlElement::childElements() const {
+    std::vector<XmlElement> out;
+    for (xmlNode* c = toNode(node_)->children; c; c = c->next)
+        if (c->type == XML_ELEMENT_NODE) out.push_back(XmlElement(c));
+    return out;
+}
+
+bool XmlElement::hasChildren() const { return toNode(node_)->children != nullptr; }
 
 XmlElement XmlElement::appendChild(XmlElement child) {
-    pugi::xml_node parent = toNode(node_), c = toNode(child.node_);
+    xmlNode *parent = toNode(node_), *c = toNode(child.node_);
     if (!parent || !c) throw Failure(err::kObjectNotSet, "XML: no element to append");
-    if (parent.root() == c.root()) {
-        pugi::xml_node moved = parent.append_move(c);
-        if (!moved) throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
-        return XmlElement(fromNode(moved));
-    }
-    pugi::xml_node copy = parent.append_copy(c);
-    c.parent().remove_child(c);
-    return XmlElement(fromNode(copy));
+    if (parent->doc != c->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+    for (xmlNode* p = parent; p; p = p->parent)
+        if (p == c) throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
+    xmlUnlinkNode(c);
+    if (!xmlAddChild(parent, c)) throw Failure(err::kInvalidCall, "XML: the element cannot be appended");
+    return XmlElement(c);
 }
 
 // ---- XmlDocument --------------------------------------------------------------------
 
-XmlDocument::XmlDocument() : impl_(std::make_unique<Impl>()) {}
+XmlDocument::XmlDocument() : impl_(std::make_unique<Impl>()) {
+    xmlInitParser();
+    impl_->reset(nullptr);
+}
+
 XmlDocument::~XmlDocument() = default;
 
 bool XmlDocument::load(const std::string& path) {
-    pugi::xml_parse_result r = impl_->doc.load_file(nativePath(path).c_str(), kParse);
-    if (!r || !impl_->doc.document_element()) {
-        impl_->doc.reset();
+    xmlDoc* doc = xmlReadFile(nativePath(path).c_str(), nullptr, kParseOptions);
+    if (!doc || !xmlDocGetRootElement(doc)) {
+        if (doc) xmlFreeDoc(doc);
+        impl_->reset(nullptr);
         return false;
     }
+    impl_->reset(doc);
     return true;
 }
 
 bool XmlDocument::loadText(const std::string& text) {
-    pugi::xml_parse_result r = impl_->doc.load_string(text.c_str(), kParse);
-    if (!r || !impl_->doc.document_element()) {
-        impl_->doc.reset();
+    xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions);
+    if (!doc || !xmlDocGetRootElement(doc)) {
+        if (doc) xmlFreeDoc(doc);
+        impl_->reset(nullptr);
         return false;
     }
+    impl_->reset(doc);
     return true;
 }
 
-void XmlDocument::save(const std::string& path) const {
+void XmlDocument::save(const std::string& path, bool indent) const {
     errno = 0;
-    if (!impl_->doc.save_file(nativePath(path).c_str(), "\t", kFormat, pugi::encoding_utf8))
-        throw fileFailure(path, errno ? errno : EACCES, true);
+    std::FILE* f = std::fopen(nativePath(path).c_str(), "wb");
+    if (!f) throw fileFailure(path, errno, true);
+    FileOutput out{f};
+    const bool ok = serialise(impl_->doc, FileOutput::write, &out, indent);
+    const int closed = std::fclose(f);
+    if (out.error || closed != 0) throw fileFailure(path, out.error ? out.error : errno ? errno : EIO, true);
+    if (!ok) throw Failure(err::kFileAccess, path + ": the XML document cannot be saved in its encoding");
 }
 
 std::string XmlDocument::toString() const {
-    std::ostringstream out;
-    impl_->doc.save(out, "\t", kFormat, pugi::encoding_utf8);
-    return out.str();
+    std::string out;
+    if (!serialise(impl_->doc, appendToString, &out, false))
+        throw Failure(err::kFileAccess, "the XML document cannot be written in its encoding");
+    return out;
 }
 
 XmlElement XmlDocument::createElement(const std::string& name) {
-    return XmlElement(fromNode(impl_->scratch.append_child(name.c_str())));
+    xmlNode* n = xmlNewDocNode(impl_->doc, nullptr, xml(name), nullptr);
+    if (!n || !xmlAddChild(impl_->scratch, n)) throw Failure(err::kInvalidCall, "XML: element " + name + " cannot be made");
+    return XmlElement(n);
 }
 
 void XmlDocument::appendProcessingInstruction(const std::string& target, const std::string& data) {
-    pugi::xml_node pi = impl_->doc.append_child(target == "xml" ? pugi::node_declaration : pugi::node_pi);
-    if (target == "xml") {
-        // The declaration's text is kept as attributes by the library.
-        std::string rest = data;
-        while (!rest.empty()) {
-            size_t eq = rest.find('=');
-            if (eq == std::string::npos || eq + 1 >= rest.size()) break;
-            std::string name = rest.substr(0, eq);
-            while (!name.empty() && name.front() == ' ') name.erase(0, 1);
-            char quote = rest[eq + 1];
-            size_t end = rest.find(quote, eq + 2);
-            if (end == std::string::npos) break;
-            pi.append_attribute(name.c_str()).set_value(rest.substr(eq + 2, end - eq - 2).c_str());
-            rest = rest.substr(end + 1);
-        }
-    } else {
-        pi.set_name(target.c_str());
-        pi.set_value(data.c_str());
+    if (target != "xml") {
+        xmlNode* pi = xmlNewDocPI(impl_->doc, xml(target), xml(data));
+        if (!pi || !xmlAddChild(reinterpret_cast<xmlNode*>(impl_->doc), pi))
+            throw Failure(err::kInvalidCall, "XML: processing instruction " + target + " cannot be made");
+        return;
+    }
+    // The declaration is the document's own: its version (and encoding) are kept there.
+    auto value = [&](const char* key) -> std::optional<std::string> {
+        const size_t at = data.find(std::string(key) + "=");
+        if (at == std::string::npos || at + std::strlen(key) + 2 > data.size()) return std::nullopt;
+        const char quote = data[at + std::strlen(key) + 1];
+        const size_t start = at + std::strlen(key) + 2, end = data.find(quote, start);
+        if (end == std::string::npos) return std::nullopt;
+        return data.substr(start, end - start);
+    };
+    if (auto v = value("version")) {
+        xmlFree(const_cast<xmlChar*>(impl_->doc->version));
+        impl_->doc->version = xmlStrdup(xml(*v));
+    }
+    if (auto e = value("encoding")) {
+        xmlFree(const_cast<xmlChar*>(impl_->doc->encoding));
+        impl_->doc->encoding = xmlStrdup(xml(*e));
     }
 }
 
-XmlElement XmlDocument::documentElement() const { return XmlElement(fromNode(impl_->doc.document_element())); }
+XmlElement XmlDocument::documentElement() const { return XmlElement(xmlDocGetRootElement(impl_->doc)); }
 
 void XmlDocument::setDocumentElement(XmlElement element) {
-    pugi::xml_node old = impl_->doc.document_element();
-    XmlElement root(fromNode(impl_->doc));
-    XmlElement placed = root.appendChild(element);
-    if (old && old != toNode(placed.node_)) impl_->doc.remove_child(old);
+    xmlNode* n = toNode(element.node_);
+    if (!n || n->doc != impl_->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+    if (n == xmlDocGetRootElement(impl_->doc)) return;
+    xmlUnlinkNode(n);
+    if (xmlNode* old = xmlDocSetRootElement(impl_->doc, n)) xmlFreeNode(old);
 }
 
 std::vector<XmlElement> XmlDocument::select(const std::string& path) const {
-    return selectFrom(impl_->doc, path);
+    return selectFrom(reinterpret_cast<xmlNode*>(impl_->doc), path);
 }
 
 } // namespace tarnvale::platform

@@ -1,5 +1,5 @@
-// A small XML DOM over pugixml: what the sidecar, the model definition and the
-// XANIM document need. Nobody else includes pugixml.
+// A small XML DOM over libxml2: what the sidecar, the model definition and the
+// XANIM document need. Nobody else includes libxml2.
 #pragma once
 
 #include <memory>
@@ -18,24 +18,25 @@ public:
     bool operator==(const XmlElement& o) const { return node_ == o.node_; }
 
     std::string name() const;
-    // Text of the element (its first text child); empty when it has none.
+    // The element's whole text: its text, CDATA and entity text, comments skipped.
     std::string text() const;
+    // Replaces all the element's children by this text.
     void setText(const std::string& text);
     // The attribute's value, or none when it is absent.
     std::optional<std::string> attribute(const std::string& name) const;
     // Sets the attribute; a new attribute goes behind the existing ones.
     void setAttribute(const std::string& name, const std::string& value);
-    // First child element with that name.
+    // First child element with that name (elements only, as the document spells
+    // the name, prefix included).
     XmlElement child(const std::string& name) const;
     // Elements by a relative path of element names joined by "/".
     std::vector<XmlElement> select(const std::string& path) const;
     std::vector<XmlElement> childElements() const;
     // Whether it has a child node of any kind.
     bool hasChildren() const;
-    // Appends `child` as last child and gives its handle there. A detached element
-    // of the same document is moved; an element that is already attached moves to
-    // the end. Handles to elements inside a moved detached tree stay valid only
-    // when both belong to the same document.
+    // Appends `child`, an element of the same document, as last child and gives its
+    // handle. A detached element is moved in; an attached one moves to the end.
+    // Handles stay valid.
     XmlElement appendChild(XmlElement child);
 
 private:
@@ -53,15 +54,19 @@ public:
     XmlDocument& operator=(const XmlDocument&) = delete;
 
     // Loads a file synchronously; false (and an empty document) when it is missing
-    // or not well-formed. External references are never resolved.
+    // or not well-formed. UTF-8, UTF-16 and the encodings a declaration names are
+    // read; internal entities are expanded, external references never resolved.
     bool load(const std::string& path);
     bool loadText(const std::string& text);
-    // Saves with the library's own layout; fails with the system's error text.
-    void save(const std::string& path) const;
+    // Saves in the encoding the document declares (UTF-8 without one), adding no
+    // whitespace unless `indent`; fails with the system's error text.
+    void save(const std::string& path, bool indent = false) const;
     std::string toString() const;
 
-    // A new element attached to nothing, for appendChild.
+    // A new element attached to nothing, for appendChild; freed with the document.
     XmlElement createElement(const std::string& name);
+    // A processing instruction; the target "xml" sets the declaration's version
+    // and encoding.
     void appendProcessingInstruction(const std::string& target, const std::string& data);
     XmlElement documentElement() const;
     void setDocumentElement(XmlElement element);

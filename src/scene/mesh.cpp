@@ -3,7 +3,6 @@
 #include "scene/scene.h"
 
 #include <algorithm>
-#include <bit>
 #include <string>
 
 namespace tarnvale::scene {
@@ -334,6 +333,9 @@ void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, in
 
 namespace {
 
+// Pairs are the same when their numbers are equal: (u, -0.0) is (u, 0.0).
+bool samePair(const MeshVertex& record, Uv pair) { return record.u == pair.u && record.v == pair.v; }
+
 // The vertex records beyond one per position: a chain per position, so that the
 // search stays near the corner's own data.
 class ExtraRecords {
@@ -343,9 +345,8 @@ public:
     // The record of (vertex, pair), appended to `vertices` when it is new.
     int32_t recordFor(std::vector<MeshVertex>& vertices, int32_t vertex, Uv pair) {
         if (first_.empty()) first_.assign(positions_, -1);
-        const uint32_t u = std::bit_cast<uint32_t>(pair.u), v = std::bit_cast<uint32_t>(pair.v);
         int32_t r = first_[vertex], last = -1;
-        while (r >= 0 && (std::bit_cast<uint32_t>(vertices[r].u) != u || std::bit_cast<uint32_t>(vertices[r].v) != v)) {
+        while (r >= 0 && !samePair(vertices[r], pair)) {
             last = r;
             r = next_[r - positions_];
         }
@@ -434,14 +435,13 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
                 const Corner k = d.corner(c);
                 const int32_t vertex = k.vertex + q.vertexBase;
                 const Uv t = pairAt(q, k.uv);
-                const uint32_t u = std::bit_cast<uint32_t>(t.u), v = std::bit_cast<uint32_t>(t.v);
                 int32_t record = vertex;
                 MeshVertex& own = out.vertices[vertex];
                 if (!claimed[vertex]) {
                     claimed[vertex] = 1;
                     own.u = t.u;
                     own.v = t.v;
-                } else if (std::bit_cast<uint32_t>(own.u) != u || std::bit_cast<uint32_t>(own.v) != v) {
+                } else if (!samePair(own, t)) {
                     record = extras.recordFor(out.vertices, vertex, t);
                 }
                 out.polygons.push_back(record);

@@ -26,8 +26,23 @@ public:
             CancelButton_Click();
             return;
         }
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) txtName = line;
+        std::string typed;
+        for (size_t i = 0; i < line.size(); ++i) {
+            const auto ch = static_cast<unsigned char>(line[i]);
+            if (ch != 0x1B) {
+                if (ch >= 0x20 && ch != 0x7F) typed += line[i];
+                continue;
+            }
+            // A key's own sequence (an arrow: ESC [ A) is no Escape; it is dropped.
+            if (i + 1 >= line.size() || (line[i + 1] != '[' && line[i + 1] != 'O')) {
+                std::fputc('\n', out_);
+                CancelButton_Click();
+                return;
+            }
+            for (i += 2; i < line.size() && !(line[i] >= 0x40 && line[i] <= 0x7E); ++i) {
+            }
+        }
+        if (!typed.empty()) txtName = typed;
         OKButton_Click();
     }
 
@@ -39,6 +54,14 @@ private:
 };
 
 } // namespace
+
+void frmExport::OKButton_Click() {
+    std::string kept;
+    for (char c : txtName)
+        if (static_cast<unsigned char>(c) >= 0x20 && c != 0x7F) kept += c;
+    txtName = kept;
+    bCancel = false;
+}
 
 std::unique_ptr<frmExport> ConsoleExportDialogs::create() {
     return std::make_unique<ConsoleExportDialog>(ask_, name_, in_, out_);

@@ -34,7 +34,9 @@ public:
     virtual void Show() = 0;
 
 protected:
-    void OKButton_Click() { bCancel = false; }
+    // OK keeps the name without control characters: a text box holds none, and the
+    // sidecar could not hold them as XML.
+    void OKButton_Click();
     void CancelButton_Click() { bCancel = true; }
 };
 
@@ -45,7 +47,7 @@ public:
 };
 
 // At a terminal: shows the GUID line and asks for the name (Enter keeps the
-// default, end of input cancels). Elsewhere, or when told to: OK at once, with the
+// default; Escape, then Enter, and end of input cancel). Elsewhere, or when told to: OK at once, with the
 // name given (if any) in place of the default.
 class ConsoleExportDialogs : public ExportDialogs {
 public:

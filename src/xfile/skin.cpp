@@ -34,6 +34,7 @@ MeshWeight& PointBones::Item(int32_t vntIndexKey) { return *itemAt(items_, vntIn
 void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
 
 void ObjectBones::Add(const SGShapePtr& o) {
+    if (!o) throw Failure(err::kObjectNotSet, "Object variable not set: no shape");
     Object = o;
     items_.resize(items_.size() + static_cast<size_t>(std::max(o->GetVertexCount(), 0)));
 }
@@ -52,6 +53,7 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
         i.writeRaw(paddedNumber(point.Count()) + ";");
         i.endLine();
         for (const auto& w : point) {
+            if (!w->Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
             i.nextPrintZone();
             i.nextPrintZone();
             i.writeChar('"');

@@ -43,17 +43,10 @@ int32_t nodeValueAsLong(double v) {
 } // namespace
 
 std::string pCleanName(const std::string& name) {
-    // Names live in the output's code page, so lower case follows its letters.
-    std::string out = platform::toWindows1252(name);
-    for (char& ch : out) {
-        auto c = static_cast<unsigned char>(ch);
+    std::string out = platform::lowerCase(name);
+    for (char& c : out)
         if (c == ' ' || c == '?') c = '_';
-        else if ((c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c = static_cast<unsigned char>(c + 32);
-        else if (c == 0x8A || c == 0x8C || c == 0x8E) c = static_cast<unsigned char>(c + 16);
-        else if (c == 0x9F) c = 0xFF;
-        ch = static_cast<char>(c);
-    }
-    return platform::fromWindows1252(out);
+    return out;
 }
 
 TokenScan pScanToken(const std::string& line) {
@@ -79,6 +72,8 @@ std::string XFileExporter::metreFactor(SGUnits& units) {
 }
 
 void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
+    if (!f_.SceneGraph) throw Failure(err::kObjectNotSet, "Object variable not set: no scene");
+    if (!cgExportGroup) throw Failure(err::kObjectNotSet, "Object variable not set: no export group");
     SGUnitsPtr units = f_.SceneGraph->CreateUnits();
     f_.colObjectBones = ObjectBonesCollection();
     pFindSkins(cgExportGroup);

@@ -46,6 +46,7 @@ void walkDepthFirst(const SGObjectPtr& root, Enter&& enter, Leave&& leave) {
     };
     std::vector<Level> path;
     auto open = [&](SGObjectPtr node) {
+        if (!node) throw Failure(err::kObjectNotSet, "Object variable not set: no node");
         SGNodeListPtr children = node->GetChildren();
         const int32_t count = children->GetCount();
         enter(node, count, path.size());

@@ -49,15 +49,15 @@ TEST(XAnim, DocumentLayoutAndAttributeOrder) {
     EXPECT_TRUE(f.hasAnimation);
     EXPECT_EQ(text,
               "<?xml version=\"1.0\"?>\n<AnimLib version=\"9.1\">\n"
-              "\t<Anim name=\"wheel\" guid=\"G\" type=\"Sim\" typeParam=\"AutoPlay\" typeParam2=\"x\" length=\"100\">\n"
-              "\t\t<AnimStream id=\"0\" name=\"Rotation\" partName=\"wheel_1\" length=\"100\">\n"
-              "\t\t\t<Keyframe time=\"0.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\" />\n"
-              "\t\t\t<Keyframe time=\"100.00\" type=\"Quaternion\" data=\"0.00;0.00;-0.50;0.866025\" />\n"
-              "\t\t</AnimStream>\n"
-              "\t\t<AnimStream id=\"2\" name=\"Position\" partName=\"wheel_1\" length=\"100\">\n"
-              "\t\t\t<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;2.00;3.00;0.00\" />\n"
-              "\t\t\t<Keyframe time=\"100.00\" type=\"Vector\" data=\"1.00;2.00;4.00;0.00\" />\n"
-              "\t\t</AnimStream>\n\t</Anim>\n</AnimLib>\n");
+              "  <Anim name=\"wheel\" guid=\"G\" type=\"Sim\" typeParam=\"AutoPlay\" typeParam2=\"x\" length=\"100\">\n"
+              "    <AnimStream id=\"0\" name=\"Rotation\" partName=\"wheel_1\" length=\"100\">\n"
+              "      <Keyframe time=\"0.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>\n"
+              "      <Keyframe time=\"100.00\" type=\"Quaternion\" data=\"0.00;0.00;-0.50;0.866025\"/>\n"
+              "    </AnimStream>\n"
+              "    <AnimStream id=\"2\" name=\"Position\" partName=\"wheel_1\" length=\"100\">\n"
+              "      <Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;2.00;3.00;0.00\"/>\n"
+              "      <Keyframe time=\"100.00\" type=\"Vector\" data=\"1.00;2.00;4.00;0.00\"/>\n"
+              "    </AnimStream>\n  </Anim>\n</AnimLib>\n");
 }
 
 TEST(XAnim, TwoKeysAreNoAnimationButChildrenAreWalked) {
@@ -74,13 +74,20 @@ TEST(XAnim, TimesFollowTheDeclaredLength) {
     f.part("flap", {pos(0, 0, 0, 0), pos(25, 1, 0, 0), pos(50, 2, 0, 0)});
     f.part("slat", {pos(0, 0, 0, 0), pos(0.5f, 1, 0, 0), pos(1.5f, 2, 0, 0)});
     std::string text = f.run();
-    EXPECT_NE(text.find("<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\" />"), std::string::npos);
+    EXPECT_NE(text.find("<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\"/>"), std::string::npos);
     EXPECT_NE(text.find("<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" "
                         "length=\"100\">"),
               std::string::npos);
     // No declared length: times as the host gave them, and the length is the last time.
     EXPECT_NE(text.find("<Keyframe time=\"0.50\""), std::string::npos);
     EXPECT_NE(text.find("partName=\"slat\" length=\"1.5\""), std::string::npos);
+    // Lengths are written as a 32-bit float's text: seven digits, no exponent below 1E+07.
+    AnimFixture big(R"(<Animation name="flap" length="4.1666665"/><Animation name="slat"/>)");
+    big.part("flap", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
+    big.part("slat", {pos(0, 0, 0, 0), pos(50000, 1, 0, 0), pos(100000, 2, 0, 0)});
+    text = big.run();
+    EXPECT_NE(text.find("partName=\"flap\" length=\"4.166667\""), std::string::npos) << text;
+    EXPECT_NE(text.find("partName=\"slat\" length=\"100000\""), std::string::npos) << text;
 }
 
 TEST(XAnim, SecondPartReadsTheLengthTheFirstWrote) {
@@ -124,10 +131,10 @@ TEST(XAnim, BaseRotationIsTheEarliestRotationKey) {
     f.part("prop", {rot(2, 0, 0, 0, 1), pos(0, 1, 1, 1), rot(1, 0, h, 0, h), rot(1, 1, 0, 0, 0)});
     std::string text = f.run();
     // Base (0, h, 0, h): the key at time 1 gives the identity, the key at 2 its inverse turn.
-    EXPECT_NE(text.find("<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\" />"),
+    EXPECT_NE(text.find("<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>"),
               std::string::npos)
         << text;
-    EXPECT_NE(text.find("<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\" />"),
+    EXPECT_NE(text.find("<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\"/>"),
               std::string::npos);
 }
 
@@ -157,6 +164,9 @@ TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
         {R"(<Animation name="NonRandomAmbient"/><Animation name="wheel"/>)", "gear", "NonRandomAmbient"},
         {R"(<Animation name="NONRANDOMAMBIENT"/><Animation name="wheel"/>)", "gear", ""},
         {R"(<Animation name="NONRANDOMAMBIENT"/>)", "nonrandomambient_2", "NONRANDOMAMBIENT"},
+        // Letters of the code page match in either case, counted as characters.
+        {"<Animation name=\"\xC3\x89LEVATOR\"/>", "\xC3\xA9levator_1", "\xC3\x89LEVATOR"},
+        {"<Animation name=\"\xC3\xA9\xC3\xA9\"/><Animation name=\"\xC3\xA9x\"/>", "\xC3\xA9x", "\xC3\xA9x"},
     };
     for (const Row& r : rows) {
         AnimFixture f(r.defs);

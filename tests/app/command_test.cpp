@@ -127,10 +127,15 @@ TEST(Command, AtATerminalTheDialogAsksForTheName) {
     // The name, then Enter for each of the two boxes (tool not found, closing).
     EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("a.x")}, "Typed Name\n\n\n"), 0);
     EXPECT_NE(readFile(d.file("a.config")).find("<FriendlyName>Typed Name</FriendlyName>"), std::string::npos);
-    // End of input at the prompt cancels: nothing is written.
-    EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("b.x")}, "\x04"), 3);
-    EXPECT_FALSE(fs::exists(d.file("b.x")));
-    EXPECT_FALSE(fs::exists(d.file("b.config")));
+    // An arrow key's sequence and control characters never reach the name.
+    EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("c.x")}, "Club\x1B[D\x01 Two\n\n\n"), 0);
+    EXPECT_NE(readFile(d.file("c.config")).find("<FriendlyName>Club Two</FriendlyName>"), std::string::npos);
+    // End of input at the prompt cancels, and so does Escape: nothing is written.
+    for (const char* typed : {"\x04", "Name\x1B\n"}) {
+        EXPECT_EQ(tarnvaleAtTerminal({"export", example(), "-o", d.file("b.x")}, typed), 3);
+        EXPECT_FALSE(fs::exists(d.file("b.x")));
+        EXPECT_FALSE(fs::exists(d.file("b.config")));
+    }
 }
 
 TEST(Command, InstalledCommandFindsItsDataFolder) {

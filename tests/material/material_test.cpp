@@ -95,6 +95,7 @@ TEST(FS10Material, TextureNameRule) {
         {"SKIN.dds", 0, "SKIN.DDS", false}, {"C:\\T\\skin.DDS", 0, "SKIN.DDS", false},
         {"tex/skin.bmp", 0, "TEX/SKIN.DDS", true}, {"panel.bmp", 1, "PANEL", false},
         {"C:\\vc\\gauges.v2.bmp", 1, "GAUGES.V2", false}, {"a", 0, "A", true},
+        {"wing.bm\xC3\xA9", 0, "WING.DDS", true}, // the last three characters, not bytes
     };
     for (const Row& r : rows) {
         FS10Material m;
@@ -208,6 +209,10 @@ TEST(FS10Material, CreateCsgTexturesAndField) {
     EXPECT_EQ(m.DstBlend, "One");
     EXPECT_EQ(m.SrcBlend, ""); // the field's text wins, keys it lacks empty the texts
     EXPECT_FLOAT_EQ(m.specular().r, 0.1f);
+    host->textures->reflectionFileName = "\xC3\xA9\xC3\xA9"; // two characters in four bytes
+    FS10Material two;
+    two.CreateCSG(host, 4);
+    EXPECT_EQ(two.bUseGlobalEnv, 0);
     host->textures->reflectionFileName = "env";
     host->fields.clear();
     FS10Material g;

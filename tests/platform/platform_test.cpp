@@ -6,16 +6,48 @@ namespace {
 
 using test::TempDir;
 
-TEST(CodePage, Utf8ToWindows1252AndBack) {
-    EXPECT_EQ(toWindows1252("abc"), "abc");
-    EXPECT_EQ(toWindows1252("\xC3\xA9"), "\xE9");
-    EXPECT_EQ(toWindows1252("\xE2\x82\xAC"), "\x80");         // euro sign
-    EXPECT_EQ(toWindows1252("\xE6\x97\xA5"), "?");            // not in the code page
-    EXPECT_EQ(toWindows1252("\xFF" "a"), "\xFF" "a");         // a stray byte stands for itself
+TEST(Text, CodePageCharactersAndCase) {
+    EXPECT_EQ(toWindows1252("abc\xC3\xA9\xE2\x82\xAC"), "abc\xE9\x80"); // é and the euro sign
+    EXPECT_EQ(toWindows1252("\xE6\x97\xA5"), "?");                      // not in the code page
+    EXPECT_EQ(toWindows1252("\xFF" "a"), "\xFF" "a");                   // a stray byte stands for itself
     EXPECT_EQ(fromWindows1252("\xE9\x80"), "\xC3\xA9\xE2\x82\xAC");
+    EXPECT_EQ(characterCount("wing.bm\xC3\xA9"), 8u);
+    EXPECT_EQ(upperCase("\xC3\xA9lev \xC5\xA1\xC3\xBF \xD0\xB4"), "\xC3\x89LEV \xC5\xA0\xC5\xB8 \xD0\xB4");
+    EXPECT_EQ(lowerCase("\xC3\x89LEV \xC5\x92"), "\xC3\xA9lev \xC5\x93");
+    struct Row {
+        const char *text, *part;
+        bool starts, contains;
+    };
+    const Row rows[] = {
+        {"\xC3\x89levator_1", "\xC3\x89LEVATOR", true, true}, // Élevator_1 against ÉLEVATOR
+        {"wheel_left", "WHEEL", true, true},
+        {"c_wheel_left", "Wheel", false, true},
+        {"wheel", "wheel_left", false, false},
+        {"\xC3\xA9", "e", false, false},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(startsWithNoCase(r.text, r.part), r.starts) << r.text << " " << r.part;
+        EXPECT_EQ(containsNoCase(r.text, r.part), r.contains) << r.text << " " << r.part;
+    }
 }
 
-TEST(TextSink, ColumnsPrintZonesAndCodePage) {
+TEST(Text, FilesDecodeFromTheirEncoding) {
+    auto utf16 = [](const std::string& s, bool mark) {
+        std::string out = mark ? "\xFF\xFE" : "";
+        for (char c : s) out += c, out += '\0';
+        return out;
+    };
+    const std::pair<std::string, std::string> rows[] = {
+        {utf16("R\r\n", true), "R\r\n"},
+        {utf16("R\n", false), "R\n"},
+        {std::string("\xFF\xFE\xE9\0\x3D\xD8\x00\xDE", 8), "\xC3\xA9\xF0\x9F\x98\x80"}, // é and a pair of surrogates
+        {"\xEF\xBB\xBFR\xC3\xA9", "R\xC3\xA9"},
+        {"R\xE9", "R\xC3\xA9"}, // not UTF-8: Windows-1252
+    };
+    for (const auto& [bytes, text] : rows) EXPECT_EQ(decodeTextFile(bytes), text);
+}
+
+TEST(TextSink, ColumnsPrintZonesCodePageAndBufferEdges) {
     TempDir d;
     TextSink s;
     s.open(d.file("o.txt"));
@@ -28,25 +60,13 @@ TEST(TextSink, ColumnsPrintZonesAndCodePage) {
     s.endLine();
     EXPECT_EQ(s.column(), 0u);
     s.nextPrintZone();
-    EXPECT_EQ(s.column(), 14u);
     s.write("\xC3\xA9");
+    const std::string chunk(1000, 'x');
+    for (int i = 0; i < 3000; ++i) s.writeRaw(chunk); // crosses the buffer
     s.close();
-    EXPECT_EQ(test::readFile(d.file("o.txt")), "}" + std::string(27, ' ') + "\r\n" + std::string(14, ' ') + "\xE9");
-}
-
-TEST(TextSink, LargeOutputCrossesTheBuffer) {
-    TempDir d;
-    TextSink s;
-    s.open(d.file("big.txt"));
-    std::string chunk(1000, 'x');
-    for (int i = 0; i < 3000; ++i) s.writeRaw(chunk);
-    s.close();
-    EXPECT_EQ(std::filesystem::file_size(d.file("big.txt")), 3000000u);
-}
-
-TEST(TextSink, UnwritableFolderFailsWithTheSystemText) {
+    EXPECT_EQ(test::readFile(d.file("o.txt")),
+              "}" + std::string(27, ' ') + "\r\n" + std::string(14, ' ') + "\xE9" + std::string(3000000, 'x'));
     try {
-        TextSink s;
         s.open("/nonexistent-folder/x.x");
         FAIL();
     } catch (const Failure& e) {
@@ -55,7 +75,7 @@ TEST(TextSink, UnwritableFolderFailsWithTheSystemText) {
     }
 }
 
-TEST(TextSource, LineEndsOfEveryKind) {
+TEST(TextSource, LineEndsOfEveryKindAndFilesThatCannotBeRead) {
     TempDir d;
     test::writeFile(d.file("t"), "a\r\nb\nc\rd");
     TextSource src;
@@ -64,41 +84,60 @@ TEST(TextSource, LineEndsOfEveryKind) {
     std::vector<std::string> got;
     while (src.readLine(line)) got.push_back(line);
     EXPECT_EQ(got, (std::vector<std::string>{"a", "b", "c", "d"}));
+    // A folder opens as a file would, and a read can fail: both are failures.
+    EXPECT_THROW(src.open(d.path()), Failure);
+    src.open("/proc/self/mem");
+    EXPECT_THROW(src.readLine(line), Failure);
 }
 
-TEST(IniSettings, ReadsBySectionAndKeyWithDefaults) {
+TEST(IniSettings, SectionsAndKeysIgnoreCaseAndLinesHaveNoLimit) {
     TempDir d;
-    test::writeFile(d.file("s.ini"), "[MorvanePlugin\\Tarnvale]\nFieldId=Mine\nApplication = tool.exe\n[Other]\nAttachId=no\n");
+    const std::string longPath = "C:\\" + std::string(500, 'p') + "\\Tarnvale.X";
+    test::writeFile(d.file("s.ini"), "; comment\r\n[morvaneplugin\\TARNVALE]\r\nfieldid=Mine\r\nApplication = \"tool.exe\"\r\n"
+                                     "FieldId=Second\r\nTemplate=" + longPath + "\r\n[Other]\r\nAttachId=no\r\n");
     IniSettings s(d.file("s.ini"));
-    EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", "FieldId", "FS10"), "Mine");
-    EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", "Application", "x"), "tool.exe");
-    EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", "AttachId", "FS10att"), "FS10att");
+    const std::pair<const char*, std::string> rows[] = {
+        {"FieldId", "Mine"}, {"Application", "tool.exe"}, {"AttachId", "FS10att"}, {"Template", longPath}};
+    for (const auto& [key, value] : rows)
+        EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", key, "FS10att"), value) << key;
     IniSettings missing(d.file("none.ini"));
     EXPECT_EQ(missing.getSetting("MorvanePlugin", "Tarnvale", "FieldId", "FS10"), "FS10");
 }
 
-TEST(RegFile, ParsesStringsDwordsAndHex) {
-    RegFileRegistry r;
-    r.parse("Windows Registry Editor Version 5.00\r\n\r\n"
-            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test]\r\n"
-            "\"Path\"=\"C:\\\\SDK\\\\\"\r\n"
-            "\"Count\"=dword:0000002a\r\n"
-            "\"Bin\"=hex:01,02,\\\r\n  03\r\n"
-            "@=\"default\"\r\n"
-            "broken line\r\n");
-    RegValue v;
-    ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "software\\test", "path", v));
-    EXPECT_EQ(v.type, kRegString);
-    EXPECT_EQ(std::string(v.data.begin(), v.data.end()), std::string("C:\\SDK\\\0", 8));
-    ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Count", v));
-    EXPECT_EQ(v.type, kRegDword);
-    EXPECT_EQ(v.data, (std::vector<uint8_t>{0x2a, 0, 0, 0}));
-    ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Bin", v));
-    EXPECT_EQ(v.data, (std::vector<uint8_t>{1, 2, 3}));
-    ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "", v));
-    EXPECT_TRUE(r.openKey(kHkeyLocalMachine, "SOFTWARE\\Test\\", 0x3F));
-    EXPECT_FALSE(r.openKey(kHkeyLocalMachine, "SOFTWARE\\Other", 0x3F));
-    EXPECT_FALSE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Nope", v));
+TEST(RegFile, ParsesStringsDwordsAndHexInEitherEncoding) {
+    const std::string text = "Windows Registry Editor Version 5.00\r\n\r\n"
+                             "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Test]\r\n"
+                             "\"Path\"=\"C:\\\\SDK \xC3\xA9\\\\\"\r\n"
+                             "\"Count\"=dword:0000002a\r\n"
+                             "\"Bin\"=hex:01,02,\\\r\n  03\r\n"
+                             "@=\"default\"\r\n"
+                             "broken line\r\n";
+    auto utf16 = [](const std::string& s, bool mark) { // of text whose only non-ASCII letter is é
+        std::string out = mark ? "\xFF\xFE" : "";
+        for (size_t i = 0; i < s.size(); ++i)
+            out += s[i] == '\xC3' ? '\xE9' : s[i], out += '\0', i += s[i] == '\xC3';
+        return out;
+    };
+    std::string lf = text;
+    for (size_t at; (at = lf.find('\r')) != std::string::npos;) lf.erase(at, 1);
+    TempDir d;
+    for (const std::string& file : {text, lf, utf16(text, true), utf16(lf, false)}) {
+        test::writeFile(d.file("r.reg"), file);
+        RegFileRegistry r(d.file("r.reg"));
+        RegValue v;
+        ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "software\\test", "path", v));
+        EXPECT_EQ(v.type, kRegString);
+        EXPECT_EQ(std::string(v.data.begin(), v.data.end()), std::string("C:\\SDK \xC3\xA9\\\0", 11));
+        ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Count", v));
+        EXPECT_EQ(v.type, kRegDword);
+        EXPECT_EQ(v.data, (std::vector<uint8_t>{0x2a, 0, 0, 0}));
+        ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Bin", v));
+        EXPECT_EQ(v.data, (std::vector<uint8_t>{1, 2, 3}));
+        ASSERT_TRUE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "", v));
+        EXPECT_TRUE(r.openKey(kHkeyLocalMachine, "SOFTWARE\\Test\\", 0x3F));
+        EXPECT_FALSE(r.openKey(kHkeyLocalMachine, "SOFTWARE\\Other", 0x3F));
+        EXPECT_FALSE(r.queryValue(kHkeyLocalMachine, "SOFTWARE\\Test", "Nope", v));
+    }
 }
 
 TEST(SplitCommandLine, WindowsRules) {

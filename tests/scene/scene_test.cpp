@@ -178,6 +178,8 @@ TEST(MemoryShape, MeshArraysGiveARecordPerPositionAndPair) {
     int32_t other = s->AddUV(7, 8);
     s->addPolygon(m, std::vector<Corner>{{2, 0, other}, {3, 0, 3}, {1, 0, 1}});
     s->addPolygon(m, std::vector<Corner>{{1, 0, 1}, {2, 0, other}, {0, 0, 0}});
+    // Position 3's pair is (3, 0); (3, -0) is the same pair: no further record.
+    s->addPolygon(m, std::vector<Corner>{{3, 0, s->AddUV(3, -0.0f)}, {0, 0, 0}, {1, 0, 1}});
     s->positions().push_back({9, 9, 9}); // used by no polygon
     MeshArrays a;
     s->GetMeshArrays(a);
@@ -188,7 +190,7 @@ TEST(MemoryShape, MeshArraysGiveARecordPerPositionAndPair) {
     EXPECT_FLOAT_EQ(a.vertices[4].x, 9);
     EXPECT_FLOAT_EQ(a.vertices[4].u, 0);
     EXPECT_EQ(a.normalCount, 1);
-    std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1, 0, 3, 1, 0, 5, 0, 0, 0};
+    std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1, 0, 3, 1, 0, 5, 0, 0, 0, 3, 3, 0, 0, 0, 1, 0};
     EXPECT_EQ(a.polygons, stream);
 }
 

@@ -1,4 +1,5 @@
 #include "support.h"
+#include "xml_cases.h"
 
 namespace tarnvale::test {
 namespace {
@@ -88,30 +89,24 @@ TEST(Driver, CancelWritesNothingAndShowsNoBox) {
     EXPECT_GE(rig.scene->root()->FindObjectField("FS10att"), 0);
 }
 
-TEST(Driver, OneAnimationNodeFailsTheGate) {
-    Rig rig;
-    rig.installTool();
-    writeFile(rig.pluginFolder + "/modeldef.xml", "<ModelInfo><Animation name=\"only\"/></ModelInfo>");
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
-    EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
-    EXPECT_TRUE(rig.processes.started.empty());
-    ASSERT_EQ(rig.boxes.shown.size(), 1u);
-    EXPECT_EQ(rig.boxes.shown[0].text, "No nodes found in modeldef xml file");
-    EXPECT_EQ(rig.boxes.shown[0].title, "FS10 Export");
-    EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Critical);
-}
-
-TEST(Driver, MissingOrBrokenModelDefinitionFailsTheGate) {
-    for (const char* content : {"", "<ModelInfo><Animation name=\"a\">", "not xml at all"}) {
+TEST(Driver, ModelDefinitionWithoutTwoAnimationsFailsTheGate) {
+    // One node, none, no file, and two nodes in a file that is not well-formed.
+    std::vector<std::string> contents = {"<ModelInfo><Animation name=\"only\"/></ModelInfo>", "", "not xml at all"};
+    for (const XmlDefect& defect : kXmlDefects)
+        contents.push_back(defect.apply("<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>"));
+    for (const std::string& content : contents) {
         Rig rig;
-        if (*content) writeFile(rig.pluginFolder + "/modeldef.xml", content);
+        rig.installTool();
+        if (!content.empty()) writeFile(rig.pluginFolder + "/modeldef.xml", content);
         else fs::remove(rig.pluginFolder + "/modeldef.xml");
-        auto t = rig.plugin();
-        rig.exportTo(*t, rig.dir.file("plane.x"));
+        rig.exportTo(*rig.plugin(), rig.dir.file("plane.x"));
+        EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
+        EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
+        EXPECT_TRUE(rig.processes.started.empty());
         ASSERT_EQ(rig.boxes.shown.size(), 1u);
-        EXPECT_EQ(rig.boxes.shown[0].text, "No nodes found in modeldef xml file");
+        EXPECT_EQ(rig.boxes.shown[0].text, "No nodes found in modeldef xml file") << content;
+        EXPECT_EQ(rig.boxes.shown[0].title, "FS10 Export");
+        EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Critical);
     }
 }
 
@@ -171,23 +166,35 @@ TEST(Driver, UnwritableOutputFolderEndsInTheFailureBox) {
                             ": No such file or directory");
 }
 
-TEST(Driver, MissingTemplateLeavesAnEmptyXFile) {
-    Rig rig;
-    fs::remove(rig.pluginFolder + "/Tarnvale.X");
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    EXPECT_EQ(readFile(rig.dir.file("plane.x")), "");
-    ASSERT_EQ(rig.boxes.shown.size(), 1u);
-    EXPECT_EQ(rig.boxes.shown[0].text.rfind("Creating X file\r53 - ", 0), 0u);
+TEST(Driver, TemplateThatCannotBeReadFailsUnderCreatingXFile) {
+    // Missing, a folder, a read that fails: each ends in the failure box with an
+    // empty X file, never in a completed export.
+    const std::pair<std::string, std::string> rows[] = {
+        {"missing.X", "Creating X file\r53 - "}, {".", "Creating X file\r75 - "}, {"/proc/self/mem", "Creating X file\r75 - "}};
+    for (const auto& [templateFile, box] : rows) {
+        Rig rig;
+        rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] =
+            templateFile[0] == '/' ? templateFile : rig.pluginFolder + "/" + templateFile;
+        rig.exportTo(*rig.plugin(), rig.dir.file("plane.x"));
+        EXPECT_EQ(readFile(rig.dir.file("plane.x")), "");
+        ASSERT_EQ(rig.boxes.shown.size(), 1u);
+        EXPECT_EQ(rig.boxes.shown[0].text.rfind(box, 0), 0u) << rig.boxes.shown[0].text;
+    }
 }
 
-TEST(Driver, FailureBeforeTheFirstStageStartsWithTheCarriageReturn) {
+TEST(Driver, FailuresBeforeAnyStageAndOnAFreshInstanceAreReported) {
     Rig rig;
     auto t = rig.plugin();
     t->PluginImportExport_Export(rig.dir.file("a.x"), nullptr, rig.scene, 0, {}, {}, "");
     ASSERT_EQ(rig.boxes.shown.size(), 1u);
     EXPECT_EQ(rig.boxes.shown[0].text.rfind("\r91 - ", 0), 0u);
     EXPECT_FALSE(fs::exists(rig.dir.file("a.x")));
+    // The public routines on an instance that never exported: failures, not signals.
+    std::string out = rig.dir.file("b.x");
+    SGObjectPtr none;
+    auto fresh = rig.plugin();
+    EXPECT_THROW(fresh->pExportFSX(out, none), Failure);
+    EXPECT_THROW(fresh->pExportXAnim(out, none), Failure);
 }
 
 TEST(Driver, SidecarPathTakesTheLastDot) {

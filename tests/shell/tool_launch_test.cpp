@@ -1,5 +1,7 @@
 #include "support.h"
+#include "xml_cases.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace tarnvale::test {
@@ -93,32 +95,48 @@ TEST(LaunchAndWait, RealToolReceivesTheArgumentsAndIsWaitedFor) {
     ::unsetenv("FAKE_TOOL_LOG");
 }
 
-TEST(LaunchAndWait, ToolPathWithBlanksDoesNotStartAndSaysNothing) {
-    TempDir d;
-    fs::create_directories(d.file("my tools"));
-    std::string tool = d.file("my tools/tool.exe");
-    fs::copy_file(TARNVALE_FAKE_TOOL, tool);
-    ::setenv("FAKE_TOOL_LOG", d.file("args.txt").c_str(), 1);
-    platform::PosixProcesses processes;
-    std::string line = shell::toolCommandLine(tool, false, "m", "e");
-    EXPECT_EQ(shell::modTypes::LaunchAndWait(processes, line, false, 6), 0.0);
-    ::unsetenv("FAKE_TOOL_LOG");
-    EXPECT_FALSE(fs::exists(d.file("args.txt")));
+TEST(LaunchAndWait, ProgramIsFoundAsWindowsFindsAnUnquotedPath) {
+    struct Row {
+        std::string line;
+        std::vector<std::string> files;
+        std::string program, rest; // program "" when nothing starts
+    };
+    const std::vector<Row> rows = {
+        {"C:\\Program Files\\Sdk Kit\\tool.exe /x \"a b\"", {"C:\\Program Files\\Sdk Kit\\tool.exe"},
+         "C:\\Program Files\\Sdk Kit\\tool.exe", " /x \"a b\""},
+        // Left to right: a program at a shorter prefix is started instead.
+        {"C:\\Program Files\\Sdk Kit\\tool.exe /x", {"C:\\Program.exe", "C:\\Program Files\\Sdk Kit\\tool.exe"},
+         "C:\\Program.exe", " Files\\Sdk Kit\\tool.exe /x"},
+        {"C:\\Sdk Kit\\tool /x", {"C:\\Sdk Kit\\tool.exe"}, "C:\\Sdk Kit\\tool.exe", " /x"},
+        // The whole run of words ahead of the first quote is the last candidate.
+        {"C:\\a b\\c.d e \"x\"", {"C:\\a b\\c.d e"}, "C:\\a b\\c.d e", " \"x\""},
+        {"\"C:\\a b\\t.exe\" /x", {"C:\\a b\\t.exe"}, "C:\\a b\\t.exe", " /x"},
+        {"C:\\a b\\t.exe /x", {}, "", ""},
+    };
+    for (const Row& r : rows) {
+        auto found = platform::findProgram(
+            r.line, [&](const std::string& p) { return std::find(r.files.begin(), r.files.end(), p) != r.files.end(); });
+        EXPECT_EQ(found ? found->first : "", r.program) << r.line;
+        EXPECT_EQ(found ? found->second : "", r.rest) << r.line;
+    }
 }
 
-TEST(Driver, ToolRunsForRealAfterTheExport) {
+TEST(Driver, SdkToolUnderAFolderWithBlanksRunsForReal) {
     Rig rig;
-    rig.installTool();
+    const std::string sdk = rig.dir.file("Flight Sim SDK") + "/";
+    const std::string plugins = sdk + "Environment Kit/Modeling SDK/3DSM7/Plugins";
+    fs::create_directories(plugins);
+    fs::copy_file(TARNVALE_FAKE_TOOL, plugins + "/xtomdl.exe");
+    rig.registry.parse("[HKEY_LOCAL_MACHINE\\" + std::string(shell::kSdkKey) + "]\n\"SdkRootDir\"=\"" + sdk + "\"\n");
     ::setenv("FAKE_TOOL_LOG", rig.dir.file("args.txt").c_str(), 1);
     platform::PosixProcesses real;
     shell::PlatformServices s = rig.services();
     shell::PlatformServices withReal{s.settings, s.registry, s.boxes, s.guids, s.clock, real, s.dialogs, s.pluginFolder};
-    auto t = shell::createTarnvale(withReal);
-    rig.exportTo(*t, rig.dir.file("plane.x"));
+    rig.exportTo(*shell::createTarnvale(withReal), rig.dir.file("my plane.x"));
     ::unsetenv("FAKE_TOOL_LOG");
     EXPECT_EQ(readFile(rig.dir.file("args.txt")),
-              "/dict:" + rig.pluginFolder + "\\modeldef.xml\n" + rig.dir.file("plane.x") + "\n");
-    EXPECT_EQ(rig.boxes.shown.size(), 1u);
+              "/dict:" + rig.pluginFolder + "\\modeldef.xml\n" + rig.dir.file("my plane.x") + "\n");
+    EXPECT_EQ(rig.boxes.shown.size(), 1u); // the closing box alone: the tool was found
 }
 
 TEST(ModelDefinition, LocationFromAttachFile) {
@@ -142,11 +160,14 @@ TEST(ModelDefinition, LocationFromAttachFile) {
          plugin + "\\modeldef.xml"},
         {"<fs10attach><parts subkey=\"Root\"/></fs10attach>", plugin + "\\modeldef.xml"},
         {"<fs10attach><other/></fs10attach>", plugin + "\\modeldef.xml"},
-        {"<fs10attach><parts key=", plugin + "\\modeldef.xml"},
     };
     for (const Row& r : rows) {
         writeFile(attach, r.xml);
         EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), r.location) << r.xml;
+    }
+    for (const XmlDefect& defect : kXmlDefects) {
+        writeFile(attach, defect.apply(rows[0].xml));
+        EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml") << defect.what;
     }
 }
 

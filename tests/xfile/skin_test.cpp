@@ -37,6 +37,15 @@ TEST(SkinWeights, EmptyRecordAndCollections) {
     p.Remove(1);
     EXPECT_EQ(p.Count(), 1);
     EXPECT_THROW(p.Item(2), Failure);
+    // A weight without a bone, and a record of no shape, fail rather than crash.
+    record.Object = std::make_shared<scene::MemoryShape>();
+    EXPECT_THROW(record.Add(nullptr), Failure);
+    xfile::ObjectBones one;
+    auto shape = std::make_shared<scene::MemoryShape>();
+    shape->positions().push_back({});
+    one.Add(shape);
+    one.Item(1).Add(nullptr, 1);
+    EXPECT_THROW(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { one.Export(s, "e"); }), Failure);
 }
 
 TEST(SkinWeights, FindSkinsGivesOneRecordPerMeshShape) {

@@ -1,0 +1,33 @@
+// XML that is not well-formed, each made from a document that is: the table the
+// XML layer, the sidecar, the model definition and fs10attach.xml are tried with.
+#pragma once
+
+#include <string>
+
+namespace tarnvale::test {
+
+struct XmlDefect {
+    const char* what;
+    const char* inside; // put before the root's closing tag
+    const char* after;  // put behind the document
+    const char* before; // put ahead of the document
+
+    std::string apply(const std::string& document) const {
+        const size_t close = document.rfind("</");
+        return before + document.substr(0, close) + inside + document.substr(close) + after;
+    }
+};
+
+inline const XmlDefect kXmlDefects[] = {
+    {"two root elements", "", "<again/>", ""},
+    {"a raw &", "<x>fish & chips</x>", "", ""},
+    {"an undefined entity", "<x>&nope;</x>", "", ""},
+    {"a duplicate attribute", "<x a=\"1\" a=\"2\"/>", "", ""},
+    {"text after the root", "", "tail", ""},
+    {"< in an attribute value", "<x a=\"<\"/>", "", ""},
+    {"a control character", "<x>\x01</x>", "", ""},
+    {"a second XML declaration", "", "", "<?xml version=\"1.0\"?>\n<?xml version=\"1.0\"?>\n"},
+    {"an element left open", "<x>", "", ""},
+};
+
+} // namespace tarnvale::test
