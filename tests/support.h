@@ -77,6 +77,20 @@ inline ::testing::AssertionResult sameText(const std::string& expected, const st
                                          << "actual:   " << lineAt(actual, i);
 }
 
+// A shape's polygons as text: per polygon its material's name, then each corner
+// as vertex:normal:u,v.
+inline std::string describePolygons(const SGShapePtr& shape) {
+    std::ostringstream out;
+    for (int32_t p = 0; p < shape->GetPolygonCount(); ++p) {
+        SGFace f = shape->GetPolygon(p);
+        out << (p ? " |" : "|") << (f.GetMaterial() ? f.GetMaterial()->GetName() : "-");
+        for (int32_t c = 0; c < f.GetCornerCount(); ++c)
+            out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c) << ":" << f.GetCornerUV(c).u << ","
+                << f.GetCornerUV(c).v;
+    }
+    return out.str();
+}
+
 // The export dialog, answered as the test says; remembers what it was shown.
 class ScriptedDialogs : public shell::ExportDialogs {
 public:

@@ -60,82 +60,90 @@ TEST(XAnim, DocumentLayoutAndAttributeOrder) {
               "    </AnimStream>\n  </Anim>\n</AnimLib>\n");
 }
 
-TEST(XAnim, TwoKeysAreNoAnimationButChildrenAreWalked) {
-    AnimFixture f(R"(<Animation name="gear" length="10"/><Animation name="door" length="10"/>)");
-    auto gear = f.part("gear", {pos(0, 0, 0, 0), pos(1, 5, 5, 5)});
-    f.part("door", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}, gear);
-    std::string text = f.run();
-    EXPECT_EQ(text.find("partName=\"gear\""), std::string::npos);
-    EXPECT_NE(text.find("partName=\"door\""), std::string::npos);
-}
-
-TEST(XAnim, TimesFollowTheDeclaredLength) {
-    AnimFixture f(R"(<Animation name="flap" length="100"/><Animation name="slat"/>)");
-    f.part("flap", {pos(0, 0, 0, 0), pos(25, 1, 0, 0), pos(50, 2, 0, 0)});
-    f.part("slat", {pos(0, 0, 0, 0), pos(0.5f, 1, 0, 0), pos(1.5f, 2, 0, 0)});
-    std::string text = f.run();
-    EXPECT_NE(text.find("<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\"/>"), std::string::npos);
-    EXPECT_NE(text.find("<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" "
-                        "length=\"100\">"),
-              std::string::npos);
-    // No declared length: times as the host gave them, and the length is the last time.
-    EXPECT_NE(text.find("<Keyframe time=\"0.50\""), std::string::npos);
-    EXPECT_NE(text.find("partName=\"slat\" length=\"1.5\""), std::string::npos);
-    // Lengths are written as a 32-bit float's text: seven digits, no exponent below 1E+07.
-    AnimFixture big(R"(<Animation name="flap" length="4.1666665"/><Animation name="slat"/>)");
-    big.part("flap", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    big.part("slat", {pos(0, 0, 0, 0), pos(50000, 1, 0, 0), pos(100000, 2, 0, 0)});
-    text = big.run();
-    EXPECT_NE(text.find("partName=\"flap\" length=\"4.166667\""), std::string::npos) << text;
-    EXPECT_NE(text.find("partName=\"slat\" length=\"100000\""), std::string::npos) << text;
-}
-
-TEST(XAnim, SecondPartReadsTheLengthTheFirstWrote) {
-    AnimFixture f(R"(<Animation name="wheel"/><Animation name="other"/>)");
-    f.part("wheel_a", {pos(0, 0, 0, 0), pos(5, 1, 0, 0), pos(10, 2, 0, 0)});
-    f.part("wheel_b", {pos(0, 0, 0, 0), pos(10, 1, 0, 0), pos(20, 2, 0, 0)});
-    std::string text = f.run();
-    EXPECT_EQ(text.find("<Anim ", text.find("<Anim ") + 1), std::string::npos); // one Anim for both
-    size_t b = text.find("partName=\"wheel_b\" length=\"10\"");
-    ASSERT_NE(b, std::string::npos);
-    EXPECT_NE(text.find("<Keyframe time=\"5.00\" type=\"Vector\" data=\"1.00", b), std::string::npos);
-    EXPECT_NE(text.find("<Keyframe time=\"10.00\" type=\"Vector\" data=\"2.00", b), std::string::npos);
-}
-
-TEST(XAnim, PositionsAreRelativeToTheRestPosition) {
-    AnimFixture f(R"(<Animation name="gear" length="10"/><Animation name="x"/>)");
-    auto gear = f.part("gear", {pos(0, 1, 2, 3, 7), pos(1, 1, 2, 4, 7), pos(2, 1, 2, 5, 7)});
-    gear->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
-    std::string text = f.run();
-    EXPECT_NE(text.find("data=\"0.00;0.00;0.00;7.00\""), std::string::npos);
-    EXPECT_NE(text.find("data=\"0.00;0.00;2.00;7.00\""), std::string::npos);
-}
-
-TEST(XAnim, ConstantStreamsAreDropped) {
-    AnimFixture f(R"(<Animation name="door" length="10"/><Animation name="x"/>)");
-    f.part("door", {rot(0, 0, 0, 0, 1), pos(1, 0, 0, 0), rot(2, 0, 0, 0, 1), pos(3, 0, 1, 0)});
-    std::string text = f.run();
-    EXPECT_EQ(text.find("Rotation"), std::string::npos);
-    EXPECT_NE(text.find("name=\"Position\""), std::string::npos);
-
-    AnimFixture still(R"(<Animation name="door" length="10"/><Animation name="x"/>)");
-    // Equal as written: the difference lies beyond the sixth decimal.
-    still.part("door", {rot(0, 0, 0, 0, 1), rot(2, 0, 0, -0.0000001f, 1), pos(3, 0, 1, 0)});
-    EXPECT_EQ(still.run(), "");
-    EXPECT_FALSE(still.hasAnimation);
-}
-
-TEST(XAnim, BaseRotationIsTheEarliestRotationKey) {
-    AnimFixture f(R"(<Animation name="prop" length="2"/><Animation name="x"/>)");
+TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
+    struct Part {
+        std::string name;
+        std::vector<KeyRecord> keys;
+        int parent = -1;         // index of an earlier part, -1 for the root
+        Vec3 at{};               // its translation, the rest position of its keys
+    };
+    struct Row {
+        const char* what;
+        std::string defs;
+        std::vector<Part> parts;
+        std::vector<std::string> present, absent; // "" as present: no file at all
+    };
     const float h = std::sqrt(0.5f);
-    f.part("prop", {rot(2, 0, 0, 0, 1), pos(0, 1, 1, 1), rot(1, 0, h, 0, h), rot(1, 1, 0, 0, 0)});
-    std::string text = f.run();
-    // Base (0, h, 0, h): the key at time 1 gives the identity, the key at 2 its inverse turn.
-    EXPECT_NE(text.find("<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>"),
-              std::string::npos)
-        << text;
-    EXPECT_NE(text.find("<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\"/>"),
-              std::string::npos);
+    const std::vector<Row> rows = {
+        {"two keys are no animation, but the children are walked",
+         R"(<Animation name="gear" length="10"/><Animation name="door" length="10"/>)",
+         {{"gear", {pos(0, 0, 0, 0), pos(1, 5, 5, 5)}}, {"door", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}, 0}},
+         {"partName=\"door\""}, {"partName=\"gear\""}},
+        {"times follow the declared length; without one they stay, and the length is the last time",
+         R"(<Animation name="flap" length="100"/><Animation name="slat"/>)",
+         {{"flap", {pos(0, 0, 0, 0), pos(25, 1, 0, 0), pos(50, 2, 0, 0)}},
+          {"slat", {pos(0, 0, 0, 0), pos(0.5f, 1, 0, 0), pos(1.5f, 2, 0, 0)}}},
+         {"<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\"/>",
+          "<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" length=\"100\">",
+          "<Keyframe time=\"0.50\"", "partName=\"slat\" length=\"1.5\""},
+         {}},
+        {"lengths are a Single's text: seven digits, no exponent",
+         R"(<Animation name="flap" length="4.1666665"/><Animation name="slat"/>)",
+         {{"flap", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}},
+          {"slat", {pos(0, 0, 0, 0), pos(50000, 1, 0, 0), pos(100000, 2, 0, 0)}}},
+         {"partName=\"flap\" length=\"4.166667\"", "partName=\"slat\" length=\"100000\""},
+         {}},
+        {"a second part reads the length the first wrote, in the one Anim",
+         R"(<Animation name="wheel"/><Animation name="other"/>)",
+         {{"wheel_a", {pos(0, 0, 0, 0), pos(5, 1, 0, 0), pos(10, 2, 0, 0)}},
+          {"wheel_b", {pos(0, 0, 0, 0), pos(10, 1, 0, 0), pos(20, 2, 0, 0)}}},
+         {"partName=\"wheel_b\" length=\"10\">\n      <Keyframe time=\"0.00\" type=\"Vector\" data=\"0.00;0.00;0.00;0.00\"/>\n"
+          "      <Keyframe time=\"5.00\" type=\"Vector\" data=\"1.00"},
+         {"<Anim name=\"other\""}},
+        {"positions are relative to the rest position; the fourth value stays",
+         R"(<Animation name="gear" length="10"/><Animation name="x"/>)",
+         {{"gear", {pos(0, 1, 2, 3, 7), pos(1, 1, 2, 4, 7), pos(2, 1, 2, 5, 7)}, -1, {1, 2, 3}}},
+         {"data=\"0.00;0.00;0.00;7.00\"", "data=\"0.00;0.00;2.00;7.00\""},
+         {}},
+        {"a constant stream is dropped", R"(<Animation name="door" length="10"/><Animation name="x"/>)",
+         {{"door", {rot(0, 0, 0, 0, 1), pos(1, 0, 0, 0), rot(2, 0, 0, 0, 1), pos(3, 0, 1, 0)}}},
+         {"name=\"Position\""}, {"Rotation"}},
+        {"data equal as written count as equal", R"(<Animation name="door" length="10"/><Animation name="x"/>)",
+         {{"door", {rot(0, 0, 0, 0, 1), rot(2, 0, 0, -0.0000001f, 1), pos(3, 0, 1, 0)}}},
+         {""}, {}},
+        {"the base rotation is the earliest rotation key", R"(<Animation name="prop" length="2"/><Animation name="x"/>)",
+         {{"prop", {rot(2, 0, 0, 0, 1), pos(0, 1, 1, 1), rot(1, 0, h, 0, h), rot(1, 1, 0, 0, 0)}}},
+         {"<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>",
+          "<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\"/>"},
+         {}},
+        {"an existing Anim is found by a name its definition's name contains",
+         R"(<Animation name="wheel" length="10"/><Animation name="c_wheel_left" length="50"/>)",
+         {{"wheel", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}},
+          {"c_wheel_left", {rot(0, 0, 0, 0, 1), rot(1, 1, 0, 0, 0), rot(2, 0, 1, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
+         {"name=\"Rotation\" partName=\"c_wheel_left\" length=\"10\"",
+          "</AnimStream>\n    <AnimStream id=\"2\" name=\"Position\" partName=\"c_wheel_left\""},
+         {"name=\"c_wheel_left\" guid"}},
+        {"a length that is no number counts as undeclared", R"(<Animation name="a" length="abc"/><Animation name="b" length=" 12.5xyz"/>)",
+         {{"a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(4, 2, 0, 0)}}, {"b", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
+         {"typeParam2=\"\" length=\"4\">", "partName=\"b\" length=\"12.5\""},
+         {}},
+    };
+    for (const Row& r : rows) {
+        AnimFixture f(r.defs);
+        std::vector<std::shared_ptr<scene::MemoryObject>> made;
+        for (const Part& p : r.parts) {
+            made.push_back(f.part(p.name, p.keys, p.parent < 0 ? nullptr : made[p.parent]));
+            made.back()->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, p.at.x, p.at.y, p.at.z, 1});
+        }
+        const std::string text = f.run();
+        EXPECT_EQ(f.hasAnimation, !text.empty()) << r.what;
+        for (const auto& s : r.present)
+            EXPECT_TRUE(s.empty() ? text.empty() : text.find(s) != std::string::npos) << r.what << ": " << s << "\n" << text;
+        for (const auto& s : r.absent) EXPECT_EQ(text.find(s), std::string::npos) << r.what << ": " << s;
+    }
+    EXPECT_FLOAT_EQ(anim::leadingNumber("abc"), 0);
+    EXPECT_FLOAT_EQ(anim::leadingNumber("-2.5e1x"), -25);
+    EXPECT_FLOAT_EQ(anim::leadingNumber(".5"), 0.5f);
 }
 
 TEST(XAnim, AllKeysAtTimeZeroFail) {
@@ -175,15 +183,6 @@ TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
     }
 }
 
-TEST(AnimationMatch, NoDefinitionFailsTheExportAtThatObject) {
-    AnimFixture f(R"(<Animation name="wheel"/><Animation name="NONRANDOMAMBIENT"/>)");
-    f.part("gear", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    EXPECT_THROW(f.run(), Failure);
-    AnimFixture nameless(R"(<Animation guid="x"/><Animation name="gear"/>)");
-    nameless.part("gear", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    EXPECT_THROW(nameless.run(), Failure);
-}
-
 TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
     struct Row {
         std::string def, head;
@@ -205,36 +204,10 @@ TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
     }
 }
 
-TEST(AnimationMatch, ExistingAnimFoundByContainedName) {
-    AnimFixture f(R"(<Animation name="wheel" length="10"/><Animation name="c_wheel_left" length="50"/>)");
-    f.part("wheel", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    f.part("c_wheel_left", {rot(0, 0, 0, 0, 1), rot(1, 1, 0, 0, 0), rot(2, 0, 1, 0, 0), pos(2, 2, 0, 0)});
-    std::string text = f.run();
-    EXPECT_EQ(text.find("name=\"c_wheel_left\" guid"), std::string::npos);
-    size_t anim = text.find("<Anim name=\"wheel\"");
-    ASSERT_NE(anim, std::string::npos);
-    // Both parts in the one Anim, each with its own streams, rotation before position.
-    EXPECT_LT(text.find("partName=\"wheel\""), text.find("partName=\"c_wheel_left\" length=\"10\""));
-    EXPECT_LT(text.find("name=\"Rotation\" partName=\"c_wheel_left\""), text.find("name=\"Position\" partName=\"c_wheel_left\""));
-}
-
-TEST(AnimationMatch, LengthThatIsNoNumberCountsAsUndeclared) {
-    AnimFixture f(R"(<Animation name="a" length="abc"/><Animation name="b" length=" 12.5xyz"/>)");
-    f.part("a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(4, 2, 0, 0)});
-    f.part("b", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    std::string text = f.run();
-    EXPECT_NE(text.find("<Anim name=\"a\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" length=\"4\">"),
-              std::string::npos);
-    EXPECT_NE(text.find("partName=\"b\" length=\"12.5\""), std::string::npos);
-    EXPECT_FLOAT_EQ(anim::leadingNumber("abc"), 0);
-    EXPECT_FLOAT_EQ(anim::leadingNumber("-2.5e1x"), -25);
-    EXPECT_FLOAT_EQ(anim::leadingNumber(".5"), 0.5f);
-}
-
 // One ulp of a 32-bit float at v.
 double ulp(float v) { return std::nextafter(std::fabs(v), INFINITY) - std::fabs(v); }
 
-TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlp) {
+TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlpAndGivesTheIdentity) {
     std::mt19937 rng(7);
     std::uniform_real_distribution<float> d(-1, 1);
     for (int i = 0; i < 200000; ++i) {
@@ -250,59 +223,54 @@ TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlp) {
         ASSERT_LE(std::fabs(r.z - z), ulp(static_cast<float>(z))) << i;
         ASSERT_LE(std::fabs(r.w - w), ulp(static_cast<float>(w))) << i;
     }
-}
-
-TEST(QuatMultiply, KeyTimesItsOwnConjugateIsTheIdentity) {
-    const float h = std::sqrt(0.5f);
+    // A key times its own conjugate is the identity, as written.
     Quat k{0.1f, 0.2f, 0.3f, std::sqrt(1 - 0.14f)}, c{-k.x, -k.y, -k.z, k.w};
     Quat r = anim::pQuatMultiply(k, c);
     EXPECT_EQ(platform::formatMask(r.x, 2, 6) + ";" + platform::formatMask(r.y, 2, 6) + ";" +
                   platform::formatMask(r.z, 2, 6) + ";" + platform::formatMask(r.w, 2, 6),
               "0.00;0.00;0.00;1.00");
-    Quat i = anim::pQuatMultiply({0, h, 0, h}, {0, -h, 0, h});
-    EXPECT_FLOAT_EQ(i.w, 1.0f);
 }
 
-TEST(XAnimExport, DriverWritesTheFileAndTellsTheTool) {
-    Rig rig;
-    rig.installTool();
-    auto wheel = rig.scene->root()->addChild("Wheel");
-    wheel->setKeyframes({rot(0, 0, 0, 0, 1), rot(1, 0, 0, 1, 0), rot(2, 0, 0, 0, 1)});
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    EXPECT_TRUE(t->bHasAnimation);
-    platform::XmlDocument doc;
-    ASSERT_TRUE(doc.load(rig.dir.file("plane.xanim")));
-    EXPECT_EQ(doc.select("AnimLib/Anim/AnimStream/Keyframe").size(), 3u);
-    ASSERT_EQ(rig.processes.started.size(), 1u);
-    EXPECT_NE(rig.processes.started[0].find("xtomdl.exe /xanim /dict:\""), std::string::npos);
-}
-
-TEST(XAnimExport, ConstantPartsWriteNoFileAndNoSwitch) {
-    Rig rig;
-    rig.installTool();
-    auto wheel = rig.scene->root()->addChild("Wheel");
-    wheel->setKeyframes({rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)});
-    writeFile(rig.dir.file("plane.xanim"), "an older file");
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    EXPECT_FALSE(t->bHasAnimation);
-    EXPECT_EQ(readFile(rig.dir.file("plane.xanim")), "an older file"); // not removed
-    ASSERT_EQ(rig.processes.started.size(), 1u);
-    EXPECT_EQ(rig.processes.started[0].find("/xanim"), std::string::npos);
-}
-
-TEST(XAnimExport, NoDefinitionEndsInTheFailureBoxWithoutSidecar) {
-    Rig rig;
-    writeFile(rig.pluginFolder + "/modeldef.xml",
-              "<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>");
-    rig.scene->root()->addChild("gear")->setKeyframes({pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    ASSERT_EQ(rig.boxes.shown.size(), 1u);
-    EXPECT_EQ(rig.boxes.shown[0].text.rfind("Creating XANIM file\r91 - ", 0), 0u);
-    EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
-    EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
+TEST(XAnimExport, DriverSavesTheFileOnlyWhenAStreamRemains) {
+    struct Row {
+        const char* what;
+        std::vector<KeyRecord> keys;
+        std::string modelDef; // "" keeps the rig's
+        bool file;            // a new XANIM file, and " /xanim" for the tool
+        std::string box;      // the start of the failure box, "" for none
+    };
+    const std::vector<Row> rows = {
+        {"keys that turn", {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 1, 0), rot(2, 0, 0, 0, 1)}, "", true, ""},
+        {"constant keys", {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)}, "", false, ""},
+        {"no definition for the part", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
+         "<ModelInfo><Animation name=\"a\"/><Animation name=\"NONRANDOMAMBIENT\"/></ModelInfo>", false,
+         "Creating XANIM file\r91 - "},
+        {"a definition without a name", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
+         "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>", false,
+         "Creating XANIM file\r94 - "},
+    };
+    for (const Row& r : rows) {
+        Rig rig;
+        rig.installTool();
+        if (!r.modelDef.empty()) writeFile(rig.pluginFolder + "/modeldef.xml", r.modelDef);
+        rig.scene->root()->addChild("Wheel")->setKeyframes(r.keys);
+        writeFile(rig.dir.file("plane.xanim"), "an older file");
+        auto t = rig.plugin();
+        rig.exportTo(*t, rig.dir.file("plane.x"));
+        EXPECT_EQ(t->bHasAnimation, r.file) << r.what;
+        platform::XmlDocument doc;
+        EXPECT_EQ(doc.load(rig.dir.file("plane.xanim")), r.file) << r.what; // an older file is not removed
+        EXPECT_EQ(doc.select("AnimLib/Anim/AnimStream/Keyframe").size(), r.file ? 3u : 0u);
+        EXPECT_TRUE(fs::exists(rig.dir.file("plane.x")));
+        if (!r.box.empty()) {
+            ASSERT_EQ(rig.boxes.shown.size(), 1u) << r.what;
+            EXPECT_EQ(rig.boxes.shown[0].text.rfind(r.box, 0), 0u) << r.what << ": " << rig.boxes.shown[0].text;
+            EXPECT_FALSE(fs::exists(rig.dir.file("plane.config")));
+            continue;
+        }
+        ASSERT_EQ(rig.processes.started.size(), 1u) << r.what;
+        EXPECT_EQ(rig.processes.started[0].find(" /xanim /dict:\"") != std::string::npos, r.file) << r.what;
+    }
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "xfile/x_reader.h"
 
 #include <cmath>
+#include <sstream>
 
 namespace tarnvale::test {
 namespace {
@@ -18,9 +19,6 @@ std::shared_ptr<scene::MemoryObject> child(const std::shared_ptr<scene::MemorySc
     return n;
 }
 
-std::shared_ptr<scene::MemoryShape> shapeOf(const std::shared_ptr<scene::MemoryScene>& s, const std::string& node) {
-    return std::dynamic_pointer_cast<scene::MemoryShape>(child(s, node)->GetShape());
-}
 
 // Reads the builder's document from both containers (and a .gltf with an external
 // .bin) and hands each scene over.
@@ -41,65 +39,91 @@ std::string exportedX(GltfBuilder& b, Rig& rig) {
     return readFile(rig.dir.file("out.x"));
 }
 
-TEST(GltfReader, HierarchyNamesAndRoot) {
+// A shape as text: its positions, pairs, normals and the corners of each polygon.
+std::string describe(const SGShapePtr& shape) {
+    auto s = std::dynamic_pointer_cast<scene::MemoryShape>(shape);
+    if (!s) return "none";
+    std::ostringstream out;
+    for (size_t i = 0; i < s->positions().size(); ++i)
+        out << s->positions()[i].x << "," << s->positions()[i].y << "," << s->positions()[i].z << "/"
+            << s->uvs()[i].u << "," << s->uvs()[i].v << " ";
+    out << "n";
+    for (const Vec3& n : s->normals()) out << " " << n.x << "," << n.y << "," << n.z;
+    for (int32_t p = 0; p < s->GetPolygonCount(); ++p) {
+        out << " |";
+        SGFace f = s->GetPolygon(p);
+        for (int32_t c = 0; c < f.GetCornerCount(); ++c) out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c);
+    }
+    return out.str();
+}
+
+TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
     GltfBuilder b;
     b.doc["scenes"][0]["name"] = "My Scene";
-    int leaf = b.node({{"name", "Leaf"}}, false);
-    b.node({{"children", {leaf}}});
+    const float h = std::sqrt(0.5f); // 90 degrees about +Y, then a translation
+    int leaf = b.node({{"name", "trs"}, {"translation", {1, 2, 3}}, {"rotation", {0, h, 0, h}},
+                       {"extras", {{"visible", false}, {"FS10att", "<part/>"}}}}, false);
+    b.node({{"children", {leaf}}, {"extensions", {{"KHR_node_visibility", {{"visible", false}}}}}});
+    int mat = b.node({{"name", "mat"}, {"matrix", {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 1, 2, 3, 1}},
+                      {"extras", {{"visible", true}}}});
+    b.doc["skins"] = json::array({{{"joints", {mat}}}});
     forBothContainers(b, [](gltf::LoadedScene s) {
-        EXPECT_EQ(s.scene->root()->GetName(), "My Scene");
-        ASSERT_EQ(s.scene->root()->children().size(), 1u);
-        auto top = s.scene->root()->children()[0];
+        auto root = s.scene->root();
+        EXPECT_EQ(root->GetName(), "My Scene");
+        ASSERT_EQ(root->children().size(), 2u);
+        auto top = root->children()[0];
         EXPECT_EQ(top->GetName(), "node_1");
-        EXPECT_EQ(top->children()[0]->GetName(), "Leaf");
         EXPECT_EQ(top->children()[0]->GetParent(), top);
+        EXPECT_EQ(top->GetNodeValue(), 0);
+        EXPECT_EQ(child(s.scene, "trs")->GetNodeValue(), 0);
+        EXPECT_EQ(child(s.scene, "mat")->GetNodeValue(), 1);
+        EXPECT_EQ(child(s.scene, "trs")->GetFieldText(root->FindObjectField("FS10att")), "<part/>");
+        for (const char* name : {"trs", "mat"}) {
+            auto n = child(s.scene, name);
+            Matrix16 m = n->GetRelativeMatrix(n->GetParent(), 0);
+            const float expected[16] = {0, 0, 1, 0, 0, 1, 0, 0, -1, 0, 0, 0, -1, 2, 3, 1};
+            for (int i = 0; i < 16; ++i) EXPECT_NEAR(m[i], expected[i], 1e-6) << name << " element " << i;
+            EXPECT_FLOAT_EQ(n->GetRelativePosition(n->GetParent(), 0).x, -1);
+        }
+        auto bone = child(s.scene, "mat")->GetShape(); // a joint of a skin
+        ASSERT_TRUE(bone);
+        EXPECT_EQ(bone->GetTypeCode() % 100, 16);
+        EXPECT_NE(bone->GetGeometryKind(), 11);
     });
     TempDir d;
     b.doc["scenes"][0].erase("name");
     EXPECT_EQ(readScene(b.saveGltf(d.file("stem name.gltf"))).scene->root()->GetName(), "stem name");
 }
 
-TEST(GltfReader, TransformsTurnLeftHanded) {
+TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
     GltfBuilder b;
-    // 90 degrees about +Y, then a translation.
-    float h = std::sqrt(0.5f);
-    b.node({{"name", "trs"}, {"translation", {1, 2, 3}}, {"rotation", {0, h, 0, h}}});
-    b.node({{"name", "mat"}, {"matrix", {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 1, 2, 3, 1}}});
-    forBothContainers(b, [](gltf::LoadedScene s) {
-        for (const char* name : {"trs", "mat"}) {
-            auto n = child(s.scene, name);
-            Matrix16 m = n->GetRelativeMatrix(n->GetParent(), 0);
-            const float expected[16] = {0, 0, 1, 0, 0, 1, 0, 0, -1, 0, 0, 0, -1, 2, 3, 1};
-            for (int i = 0; i < 16; ++i) EXPECT_NEAR(m[i], expected[i], 1e-6) << name << " element " << i;
-            Vec3 rest = n->GetRelativePosition(n->GetParent(), 0);
-            EXPECT_FLOAT_EQ(rest.x, -1);
-            EXPECT_FLOAT_EQ(rest.z, 3);
-        }
-    });
-}
-
-TEST(GltfReader, MeshesMirrorXReverseWindingAndGetFlatNormals) {
-    GltfBuilder b;
-    int mesh = b.triangles({1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}, {0, 1, 2, 0, 2, 3});
-    b.node({{"name", "m"}, {"mesh", mesh}});
-    b.node({{"name", "flat"}, {"mesh", b.triangles(kTriangle, {})}}); // front face looks along +z
-    forBothContainers(b, [](gltf::LoadedScene s) {
-        auto shape = shapeOf(s.scene, "m");
-        ASSERT_TRUE(shape);
-        EXPECT_EQ(shape->GetGeometryKind(), 11);
-        EXPECT_EQ(shape->GetTypeCode(), 11);
-        EXPECT_FLOAT_EQ(shape->positions()[1].x, -4);
-        EXPECT_FLOAT_EQ(shape->positions()[1].y, 5);
-        ASSERT_EQ(shape->GetPolygonCount(), 2);
-        SGFace f = shape->GetPolygon(0);
-        EXPECT_EQ(f.GetCornerVertex(0), 0);
-        EXPECT_EQ(f.GetCornerVertex(1), 2);
-        EXPECT_EQ(f.GetCornerVertex(2), 1);
-        // No normals in the file: one flat normal per triangle. No uvs: (0, 0).
-        EXPECT_EQ(shape->normals().size(), 2u);
-        EXPECT_FLOAT_EQ(f.GetCornerUV(0).u, 0);
-        ASSERT_EQ(shapeOf(s.scene, "flat")->normals().size(), 1u);
-        EXPECT_FLOAT_EQ(shapeOf(s.scene, "flat")->normals()[0].z, 1);
+    const std::vector<float> quad = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0};
+    struct Row {
+        const char* node;
+        int mesh;
+        const char* shape;
+    };
+    // x mirrored, corners reversed, flat normals where the file has none, (0, 0)
+    // without pairs; strips keep their winding; sparse data on a base or zeros.
+    const Row rows[] = {
+        {"m", b.triangles({1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}, {0, 1, 2, 0, 2, 3}),
+         "-1,2,3/0,0 -4,5,6/0,0 -7,8,9/0,0 -0,0,0/0,0 n -0,0,0 0.408248,0.816497,-0.408248 | 0:0 2:0 1:0 | 0:1 3:1 2:1"},
+        {"strip", b.triangles(quad, {}, {{"mode", 5}}),
+         "-0,0,0/0,0 -1,0,0/0,0 -0,1,0/0,0 -1,1,0/0,0 n -0,-0,1 0,0,1 | 0:0 2:0 1:0 | 2:1 3:1 1:1"},
+        {"fan", b.triangles(quad, {}, {{"mode", 6}}),
+         "-0,0,0/0,0 -1,0,0/0,0 -0,1,0/0,0 -1,1,0/0,0 n -0,-0,1 -0,0,-1 | 0:0 2:0 1:0 | 0:1 3:1 2:1"},
+        {"lines", b.triangles(quad, {}, {{"mode", 1}}), "none"},
+        {"sparse",
+         b.triangles(kTriangle, {},
+                     {{"attributes", {{"POSITION", b.sparse(kTriangle, "VEC3", 3, {1}, {5, 6, 7})},
+                                      {"TEXCOORD_0", b.sparse({}, "VEC2", 3, {2}, {0.5f, 0.25f})}}}}),
+         "-0,0,0/0,0 -5,6,7/0,0 -0,1,0/0.5,0.25 n 0.813733,-0,0.581238 | 0:0 2:0 1:0"},
+    };
+    for (const Row& r : rows) b.node({{"name", r.node}, {"mesh", r.mesh}});
+    forBothContainers(b, [&](gltf::LoadedScene s) {
+        for (const Row& r : rows) EXPECT_EQ(describe(child(s.scene, r.node)->GetShape()), r.shape) << r.node;
+        ASSERT_EQ(s.warnings.size(), 1u);
+        EXPECT_NE(s.warnings[0].find("points and lines"), std::string::npos);
     });
 }
 
@@ -175,47 +199,6 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     EXPECT_EQ(wrong, 0);
 }
 
-TEST(GltfReader, StripsFansAndSkippedLines) {
-    GltfBuilder b;
-    std::vector<float> quad = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0};
-    int strip = b.triangles(quad, {}, {{"mode", 5}});
-    int fan = b.triangles(quad, {}, {{"mode", 6}});
-    int lines = b.triangles(quad, {}, {{"mode", 1}});
-    b.node({{"name", "strip"}, {"mesh", strip}});
-    b.node({{"name", "fan"}, {"mesh", fan}});
-    b.node({{"name", "lines"}, {"mesh", lines}});
-    TempDir d;
-    auto s = readScene(b.saveGltf(d.file("a.gltf")));
-    EXPECT_EQ(child(s.scene, "strip")->GetShape()->GetPolygonCount(), 2);
-    EXPECT_EQ(child(s.scene, "fan")->GetShape()->GetPolygonCount(), 2);
-    EXPECT_EQ(child(s.scene, "lines")->GetShape(), nullptr);
-    ASSERT_EQ(s.warnings.size(), 1u);
-    EXPECT_NE(s.warnings[0].find("points and lines"), std::string::npos);
-    // The second strip triangle keeps the strip's winding: (2, 1, 3), reversed.
-    SGFace f = child(s.scene, "strip")->GetShape()->GetPolygon(1);
-    EXPECT_EQ(f.GetCornerVertex(0), 2);
-    EXPECT_EQ(f.GetCornerVertex(1), 3);
-    EXPECT_EQ(f.GetCornerVertex(2), 1);
-}
-
-TEST(GltfReader, SparseAccessorsWithAndWithoutData) {
-    GltfBuilder b;
-    // Positions: the triangle with vertex 1 moved; pairs: zeros but vertex 2's.
-    int pos = b.sparse(kTriangle, "VEC3", 3, {1}, {5, 6, 7});
-    int uv = b.sparse({}, "VEC2", 3, {2}, {0.5f, 0.25f});
-    int mesh = b.triangles(kTriangle, {}, {{"attributes", {{"POSITION", pos}, {"TEXCOORD_0", uv}}}});
-    b.node({{"name", "m"}, {"mesh", mesh}});
-    forBothContainers(b, [](gltf::LoadedScene s) {
-        auto shape = shapeOf(s.scene, "m");
-        EXPECT_FLOAT_EQ(shape->positions()[1].x, -5);
-        EXPECT_FLOAT_EQ(shape->positions()[1].z, 7);
-        EXPECT_FLOAT_EQ(shape->positions()[2].y, 1);
-        EXPECT_FLOAT_EQ(shape->uvs()[0].u, 0);
-        EXPECT_FLOAT_EQ(shape->uvs()[2].u, 0.5f);
-        EXPECT_FLOAT_EQ(shape->uvs()[2].v, 0.25f);
-    });
-}
-
 TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
     GltfBuilder b;
     b.doc["materials"] = json::array(
@@ -234,40 +217,36 @@ TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
     b.doc["images"] = json::array({{{"uri", "tex/a%20b.png"}}, {{"name", "bumps"}, {"mimeType", "image/jpeg"}, {"bufferView", 0}}});
     int m0 = b.triangles(kTriangle, {}, {{"material", 0}});
     b.doc["meshes"][m0]["primitives"].push_back(b.doc["meshes"][m0]["primitives"][0]);
-    int m1 = b.triangles(kTriangle, {}, {{"material", 1}});
-    int m2 = b.triangles(kTriangle, {});
-    int m3 = b.triangles(kTriangle, {});
     b.node({{"name", "a"}, {"mesh", m0}});
-    b.node({{"name", "b"}, {"mesh", m1}});
-    b.node({{"name", "c"}, {"mesh", m2}});
-    b.node({{"name", "d"}, {"mesh", m3}});
+    b.node({{"name", "b"}, {"mesh", b.triangles(kTriangle, {}, {{"material", 1}})}});
+    b.node({{"name", "c"}, {"mesh", b.triangles(kTriangle, {})}});
+    b.node({{"name", "d"}, {"mesh", b.triangles(kTriangle, {})}});
     forBothContainers(b, [](gltf::LoadedScene s) {
-        auto shapes = child(s.scene, "a")->GetShapes();
-        ASSERT_EQ(shapes->GetCount(), 2);
-        SGMaterialPtr paint = shapes->GetItem(0)->GetPolygon(0).GetMaterial();
-        EXPECT_EQ(paint, shapes->GetItem(1)->GetPolygon(0).GetMaterial());
-        EXPECT_EQ(paint->GetName(), "Paint");
-        EXPECT_FLOAT_EQ(paint->GetDiffuse().a, 0.4f);
-        EXPECT_FLOAT_EQ(paint->GetEmissive().b, 0.3f);
-        EXPECT_EQ(paint->GetPower(), 0.0f);
-        EXPECT_EQ(paint->GetMaterialField(s.scene->root()->FindMaterialField("FS10")), "UseGlobalEnv=1");
+        auto material = [&](const char* node, int shape) {
+            return child(s.scene, node)->GetShapes()->GetItem(shape)->GetPolygon(0).GetMaterial();
+        };
+        auto describe = [&](const SGMaterialPtr& m) {
+            std::ostringstream out;
+            const Rgba d = m->GetDiffuse();
+            out << m->GetName() << " " << d.r << "," << d.g << "," << d.b << "," << d.a << " e" << m->GetEmissive().b
+                << " s" << m->GetSpecular().r << " p" << m->GetPower() << " "
+                << m->GetMaterialField(s.scene->root()->FindMaterialField("FS10"));
+            if (SGTexturesPtr t = m->GetTextures())
+                out << " [" << t->GetFileName() << "|" << t->GetBumpFileName() << "|" << t->GetSpecularFileName() << "|"
+                    << t->GetDetailFileName() << "]";
+            return out.str();
+        };
+        EXPECT_EQ(material("a", 0), material("a", 1));
+        EXPECT_EQ(material("c", 0), material("d", 0));
+        EXPECT_EQ(describe(material("a", 0)), "Paint 0.5,0.25,1,0.4 e0.3 s1 p0 UseGlobalEnv=1 [tex\\a b.png|bumps.jpg|.|.]");
+        // A bump map but no diffuse texture: no diffuse name at all.
+        EXPECT_EQ(describe(material("b", 0)), "material_1 1,1,1,1 e0 s0.25 p220  [|bumps.jpg|.|.]");
+        EXPECT_EQ(describe(material("c", 0)), "default 1,1,1,1 e0 s1 p0 ");
         EXPECT_LT(s.scene->root()->FindMaterialField("number"), 0);
-        ASSERT_TRUE(paint->GetTextures());
-        EXPECT_EQ(paint->GetTextures()->GetFileName(), "tex\\a b.png");
-        EXPECT_EQ(paint->GetTextures()->GetBumpFileName(), "bumps.jpg");
-        EXPECT_EQ(paint->GetTextures()->GetSpecularFileName(), ".");
-        EXPECT_EQ(paint->GetTextures()->GetDetailFileName(), ".");
-
-        SGMaterialPtr shiny = child(s.scene, "b")->GetShape()->GetPolygon(0).GetMaterial();
-        EXPECT_EQ(shiny->GetName(), "material_1");
-        EXPECT_FLOAT_EQ(shiny->GetSpecular().r, 0.25f);
-        EXPECT_FLOAT_EQ(shiny->GetPower(), 250.0f - 30.0f);
-        EXPECT_EQ(shiny->GetTextures()->GetFileName(), ""); // a bump map, but no diffuse texture
-
-        SGMaterialPtr def = child(s.scene, "c")->GetShape()->GetPolygon(0).GetMaterial();
-        EXPECT_EQ(def, child(s.scene, "d")->GetShape()->GetPolygon(0).GetMaterial());
-        EXPECT_EQ(def->GetName(), "default");
     });
+    const std::pair<float, float> powers[] = {{1.0f, 0}, {0.95f, 0}, {0.5f, 220}, {0.0f, 1}, {0.2f, 1}};
+    for (auto [roughness, power] : powers) EXPECT_FLOAT_EQ(gltf::powerFromRoughness(roughness), power) << roughness;
+    EXPECT_GT(gltf::powerFromRoughness(0.9f), 248.0f);
 }
 
 TEST(GltfReader, MaterialIntentReachesTheXFile) {
@@ -316,51 +295,6 @@ TEST(GltfReader, MaterialIntentReachesTheXFile) {
     EXPECT_EQ(rig.boxes.shown.back().text.find("Warning - ."), std::string::npos);
 }
 
-TEST(GltfReader, PowerCurve) {
-    const std::pair<float, float> rows[] = {{1.0f, 0}, {0.95f, 0}, {0.5f, 220}, {0.0f, 1}, {0.2f, 1}};
-    for (auto [roughness, power] : rows) EXPECT_FLOAT_EQ(gltf::powerFromRoughness(roughness), power) << roughness;
-    EXPECT_GT(gltf::powerFromRoughness(0.9f), 248.0f);
-}
-
-TEST(GltfReader, NodeFieldsVisibilityAndBones) {
-    GltfBuilder b;
-    int j1 = b.node({{"name", "hidden"}, {"extensions", {{"KHR_node_visibility", {{"visible", false}}}}}});
-    b.node({{"name", "off"}, {"extras", {{"visible", false}, {"FS10att", "<part/>"}}}});
-    b.node({{"name", "on"}, {"extras", {{"visible", true}}}});
-    b.doc["skins"] = json::array({{{"joints", {j1}}}});
-    forBothContainers(b, [](gltf::LoadedScene s) {
-        EXPECT_EQ(child(s.scene, "hidden")->GetNodeValue(), 0);
-        EXPECT_EQ(child(s.scene, "off")->GetNodeValue(), 0);
-        EXPECT_EQ(child(s.scene, "on")->GetNodeValue(), 1);
-        EXPECT_EQ(child(s.scene, "off")->GetFieldText(s.scene->root()->FindObjectField("FS10att")), "<part/>");
-        auto bone = child(s.scene, "hidden")->GetShape();
-        ASSERT_TRUE(bone);
-        EXPECT_EQ(bone->GetTypeCode() % 100, 16);
-        EXPECT_NE(bone->GetGeometryKind(), 11);
-    });
-}
-
-TEST(GltfReader, KeyframesInTheLeftHandedFrame) {
-    GltfBuilder b;
-    int n = b.node({{"name", "part"}});
-    b.animation("one", {{n, "translation", {0, 0.5f}, {1, 2, 3, 4, 5, 6}, "LINEAR"},
-                        {n, "rotation", {0, 0.5f}, {0.1f, 0.2f, 0.3f, 0.9f, 0, 0, 0, 1}, "LINEAR"}});
-    forBothContainers(b, [](gltf::LoadedScene s) {
-        auto keys = child(s.scene, "part")->GetKeyframes(0, 999999);
-        ASSERT_EQ(keys.size(), 4u);
-        const KeyRecord want[] = {{0, 0.5f, 0, -4, 5, 6, 0, 0}, {0, 0, 2, 0.1f, -0.2f, -0.3f, 0.9f, 0}};
-        for (int i = 0; i < 2; ++i) {
-            const KeyRecord& k = keys[1 + i];
-            EXPECT_EQ(k.kind, want[i].kind);
-            EXPECT_FLOAT_EQ(k.time, want[i].time);
-            EXPECT_FLOAT_EQ(k.kx, want[i].kx);
-            EXPECT_FLOAT_EQ(k.ky, want[i].ky);
-            EXPECT_FLOAT_EQ(k.kz, want[i].kz);
-            EXPECT_FLOAT_EQ(k.kw, want[i].kw);
-        }
-    });
-}
-
 // The spline of glTF between two keys, computed here on its own terms.
 float hermite(float v0, float out0, float in1, float v1, float span, float s) {
     return (2 * s * s * s - 3 * s * s + 1) * v0 + span * (s * s * s - 2 * s * s + s) * out0 +
@@ -372,10 +306,18 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         const char* what;
         std::function<void(GltfBuilder&, int)> build;
         double sampleRate;
-        std::vector<std::array<float, 5>> keys; // time, kind, then x, y, z as the scene gives them
+        std::vector<std::array<float, 6>> keys; // time, kind, then x, y, z, w as the scene gives them
         std::vector<std::string> warnings;     // texts a warning must hold
     };
     const std::vector<Row> rows = {
+        {"keys turn left-handed: x mirrored, quaternions (x, -y, -z, w)",
+         [](GltfBuilder& b, int n) {
+             b.animation("one", {{n, "translation", {0, 0.5f}, {1, 2, 3, 4, 5, 6}, "LINEAR"},
+                                 {n, "rotation", {0, 0.5f}, {0.1f, 0.2f, 0.3f, 0.9f, 0, 0, 0, 1}, "LINEAR"}});
+         },
+         30,
+         {{0, 0, -1, 2, 3, 0}, {0.5f, 0, -4, 5, 6, 0}, {0, 2, 0.1f, -0.2f, -0.3f, 0.9f}, {0.5f, 2, 0, -0, -0, 1}},
+         {}},
         {"the first of several animations keeps a part; the warning names them and --animation",
          [](GltfBuilder& b, int n) {
              b.animation("Survey", {{n, "translation", {0, 1}, {0, 0, 0, 1, 0, 0}, "LINEAR"}});
@@ -384,7 +326,7 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
              b.animation("Run", {{n, "translation", {0, 3}, {0, 0, 0, 9, 0, 0}, "LINEAR"}});
          },
          30,
-         {{0, 0, 0, 0, 0}, {1, 0, -1, 0, 0}, {0, 2, 0, 0, 0}, {2, 2, 0, -0, -1}},
+         {{0, 0, 0, 0, 0, 0}, {1, 0, -1, 0, 0, 0}, {0, 2, 0, 0, 0, 1}, {2, 2, 0, -0, -1, 0}},
          {"\"Walk\" is left out on part (kept: \"Survey\")", "\"Run\" is left out on part (kept: \"Survey\")",
           "--animation NAME"}},
         {"a key on the far hemisphere is turned to the near one",
@@ -393,7 +335,7 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
                                    "LINEAR"}});
          },
          30,
-         {{0, 2, 0, -0, -0.1f}, {1, 2, 0, -0, -0.2f}, {2, 2, 0, -0, -0.3f}},
+         {{0, 2, 0, -0, -0.1f, 0.995f}, {1, 2, 0, -0, -0.2f, 0.98f}, {2, 2, 0, -0, -0.3f, 0.954f}},
          {}},
         {"scale and weights are left out with a warning naming the nodes",
          [](GltfBuilder& b, int n) { b.animation("grow", {{n, "scale", {0, 1}, {1, 1, 1, 2, 2, 2}, "LINEAR"}}); },
@@ -405,7 +347,7 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
              b.animation("flip", {{n, "translation", {0, 1, 2}, {1, 0, 0, 2, 0, 0, 3, 0, 0}, "STEP"}});
          },
          30,
-         {{0, 0, -1, 0, 0}, {0.999f, 0, -1, 0, 0}, {1, 0, -2, 0, 0}, {1.999f, 0, -2, 0, 0}, {2, 0, -3, 0, 0}},
+         {{0, 0, -1, 0, 0, 0}, {0.999f, 0, -1, 0, 0, 0}, {1, 0, -2, 0, 0, 0}, {1.999f, 0, -2, 0, 0, 0}, {2, 0, -3, 0, 0, 0}},
          {}},
         {"times that run back leave the channel out",
          [](GltfBuilder& b, int n) {
@@ -430,6 +372,7 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
             EXPECT_NEAR(keys[k].kx, r.keys[k][2], 1e-6) << r.what << " key " << k;
             EXPECT_NEAR(keys[k].ky, r.keys[k][3], 1e-6) << r.what << " key " << k;
             EXPECT_NEAR(keys[k].kz, r.keys[k][4], 1e-6) << r.what << " key " << k;
+            EXPECT_NEAR(keys[k].kw, r.keys[k][5], 1e-6) << r.what << " key " << k;
         }
         std::string all;
         for (const auto& w : s.warnings) all += w + "\n";

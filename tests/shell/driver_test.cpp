@@ -27,6 +27,7 @@ TEST(Plugin, ConstructionReadsTemplateSettingAndModelDefinition) {
 TEST(Driver, CompleteExportWritesFilesAndShowsTheClosingBox) {
     Rig rig;
     rig.installTool();
+    rig.dialogs.answerName = "Edited Name";
     auto t = rig.plugin();
     std::string out = rig.dir.file("plane.x");
     rig.exportTo(*t, out);
@@ -51,6 +52,13 @@ TEST(Driver, CompleteExportWritesFilesAndShowsTheClosingBox) {
     EXPECT_EQ(t->lKeyTimeLimit, 999999);
     EXPECT_TRUE(t->nlAnimations.empty());
     EXPECT_FALSE(t->xmlModelDef);
+    // The X file carries the name from before the dialog; the sidecar the edited one.
+    std::string x = readFile(out);
+    EXPECT_EQ(x.rfind("xof 0303txt 0032\r\n", 0), 0u);
+    EXPECT_NE(x.find("// Model scene_root\r\n"), std::string::npos);
+    EXPECT_NE(x.find("// GUID 0123ABCD-0A0B-4C0D-8E0F-010203040506\r\n"), std::string::npos);
+    EXPECT_NE(x.find("Frame frm-scene_root {"), std::string::npos);
+    EXPECT_NE(readFile(rig.dir.file("plane.config")).find("<FriendlyName>Edited Name</FriendlyName>"), std::string::npos);
 }
 
 TEST(Driver, DeepTreesExportWithoutRecursion) {
@@ -154,30 +162,27 @@ TEST(Driver, SettingsNameTheFields) {
     EXPECT_EQ(rig.processes.started[0].rfind(rig.pluginFolder + "\\tool.bin /dict:", 0), 0u);
 }
 
-TEST(Driver, UnwritableOutputFolderEndsInTheFailureBox) {
-    Rig rig;
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("no-such-folder/plane.x"));
-    ASSERT_EQ(rig.boxes.shown.size(), 1u);
-    const auto& box = rig.boxes.shown[0];
-    EXPECT_EQ(box.title, "FS10 Export");
-    EXPECT_EQ(box.icon, BoxIcon::Critical);
-    EXPECT_EQ(box.text, "Creating X file\r76 - " + rig.dir.file("no-such-folder/plane.x") +
-                            ": No such file or directory");
-}
-
-TEST(Driver, TemplateThatCannotBeReadFailsUnderCreatingXFile) {
-    // Missing, a folder, a read that fails: each ends in the failure box with an
-    // empty X file, never in a completed export.
-    const std::pair<std::string, std::string> rows[] = {
-        {"missing.X", "Creating X file\r53 - "}, {".", "Creating X file\r75 - "}, {"/proc/self/mem", "Creating X file\r75 - "}};
+TEST(Driver, XFileThatCannotBeWrittenOrTemplateThatCannotBeReadFails) {
+    // A missing template, a folder, a read that fails: each ends in the failure box
+    // with an empty X file, never in a completed export; so does a missing folder.
+    const std::pair<std::string, std::string> rows[] = {{"missing.X", "Creating X file\r53 - "},
+                                                        {".", "Creating X file\r75 - "},
+                                                        {"/proc/self/mem", "Creating X file\r75 - "},
+                                                        {"", "Creating X file\r76 - "}};
     for (const auto& [templateFile, box] : rows) {
         Rig rig;
         rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] =
             templateFile[0] == '/' ? templateFile : rig.pluginFolder + "/" + templateFile;
-        rig.exportTo(*rig.plugin(), rig.dir.file("plane.x"));
-        EXPECT_EQ(readFile(rig.dir.file("plane.x")), "");
+        const std::string out = rig.dir.file(templateFile.empty() ? "no-such-folder/plane.x" : "plane.x");
+        rig.exportTo(*rig.plugin(), out);
         ASSERT_EQ(rig.boxes.shown.size(), 1u);
+        EXPECT_EQ(rig.boxes.shown[0].title, "FS10 Export");
+        EXPECT_EQ(rig.boxes.shown[0].icon, BoxIcon::Critical);
+        if (templateFile.empty()) {
+            EXPECT_EQ(rig.boxes.shown[0].text, box + out + ": No such file or directory");
+            continue;
+        }
+        EXPECT_EQ(readFile(out), "");
         EXPECT_EQ(rig.boxes.shown[0].text.rfind(box, 0), 0u) << rig.boxes.shown[0].text;
     }
 }
@@ -209,22 +214,6 @@ TEST(Driver, SidecarPathTakesTheLastDot) {
         {"/tmp/v1.2/plane.x", "/tmp/v1.2/plane.config"},
     };
     for (const Row& r : rows) EXPECT_EQ(shell::sidecarPath(r.file), r.sidecar);
-}
-
-TEST(Driver, XFileCarriesTheNameAndGuid) {
-    Rig rig;
-    rig.installTool();
-    rig.dialogs.answerName = "Edited Name";
-    auto t = rig.plugin();
-    rig.exportTo(*t, rig.dir.file("plane.x"));
-    std::string x = readFile(rig.dir.file("plane.x"));
-    EXPECT_EQ(x.rfind("xof 0303txt 0032\r\n", 0), 0u);
-    // The X file carries the name from before the dialog; the sidecar the edited one.
-    EXPECT_NE(x.find("// Model scene_root\r\n"), std::string::npos);
-    EXPECT_NE(x.find("// GUID 0123ABCD-0A0B-4C0D-8E0F-010203040506\r\n"), std::string::npos);
-    EXPECT_NE(x.find("Frame frm-scene_root {"), std::string::npos);
-    EXPECT_NE(readFile(rig.dir.file("plane.config")).find("<FriendlyName>Edited Name</FriendlyName>"),
-              std::string::npos);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "xfile/xfile_fixture.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace tarnvale::test {
 namespace {
@@ -10,108 +11,77 @@ TEST(MeshWriter, PanelQuadGolden) {
     EXPECT_TRUE(sameText(readFile(sourcePath("tests/data/panel_mesh.x")), f.mesh(panelQuad(), "panel")));
 }
 
-TEST(MeshWriter, FansOfTwoToFiveCorners) {
-    XFileFixture f;
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 2, 0}});
-    auto m = makeMaterial({1, 1, 1, 1}, 10);
-    addFace(*s, m, {0, 1});
-    addFace(*s, m, {0, 1, 2});
-    addFace(*s, m, {1, 2, 3, 4});
-    addFace(*s, m, {0, 1, 2, 3, 4});
-    std::string out = f.mesh(s, "fans");
-    EXPECT_NE(out.find("6;  // ***** fans has  6 faces\r\n"
-                       " 3;0,1,2;,\r\n"
-                       " 3;1,2,3;,\r\n 3;1,3,4;,\r\n"
-                       " 3;0,1,2;,\r\n 3;0,2,3;,\r\n 3;0,3,4;;\r\n"),
-              std::string::npos)
-        << out.substr(0, 600);
-    EXPECT_NE(out.find("6;  //  6 faces with materials\r\n"), std::string::npos);
-}
-
-TEST(MeshWriter, TextureShiftPerAxis) {
-    struct Row {
-        float u;
-        const char* pairs;
+TEST(MeshWriter, FansPairsNormalsAndTheTextureShift) {
+    using Make = std::function<std::shared_ptr<scene::MemoryShape>(XFileFixture&)>;
+    const auto white = [] { return makeMaterial({1, 1, 1, 1}, 10); };
+    // u of three vertices: the given one, 0.0 and 1.5; v: 0.25, 0.5, 1.0 (no shift).
+    const auto shifted = [&](float u) -> Make {
+        return [=](XFileFixture&) {
+            auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
+            s->uvs() = {{u, 0.25f}, {0.0f, 0.5f}, {1.5f, 1.0f}};
+            addFace(*s, white(), {0, 1, 2});
+            return s;
+        };
     };
-    // u of the three vertices: the row's, 0.0 and 1.5; v: 0.25, 0.5, 1.0 (no shift).
-    const Row rows[] = {
-        {0.5f, "0.50; 0.25;,\r\n0.00; 0.50;,\r\n1.50; 1.00;;\r\n"},
-        {-0.5f, "0.50; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"},
-        {-1.0f, "0.00; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"},
-        {-1.5f, "0.50; 0.25;,\r\n2.00; 0.50;,\r\n3.50; 1.00;;\r\n"},
+    struct Row {
+        const char* what;
+        Make make;
+        std::vector<std::string> present;
+    };
+    const std::vector<Row> rows = {
+        {"fans of two to five corners",
+         [&](XFileFixture&) {
+             auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 2, 0}});
+             auto m = white();
+             for (auto corners : {std::initializer_list<int>{0, 1}, {0, 1, 2}, {1, 2, 3, 4}, {0, 1, 2, 3, 4}})
+                 addFace(*s, m, corners);
+             return s;
+         },
+         {"6;  // ***** m has  6 faces\r\n 3;0,1,2;,\r\n 3;1,2,3;,\r\n 3;1,3,4;,\r\n 3;0,1,2;,\r\n 3;0,2,3;,\r\n"
+          " 3;0,3,4;;\r\n",
+          "6;  //  6 faces with materials\r\n"}},
+        {"a vertex no polygon uses is written and counted",
+         [&](XFileFixture&) {
+             auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {5, 5, 5}});
+             addFace(*s, white(), {0, 1, 2});
+             return s;
+         },
+         {"4;  // m contains  4 vertices\r\n", "5.00; 5.00; 5.00;;\r\n", "4;      //  4  uv pairs\r\n"}},
+        {"normals keep their own count and indices",
+         [&](XFileFixture&) {
+             auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
+             s->normals() = {{0, 0, 1}, {0, 1, 0}, {1, 0, 0}, {0, 0, -1}, {0, -1, 0}};
+             s->addPolygon(white(), std::vector<scene::MemoryShape::Corner>{{0, 4, 0}, {1, 3, 1}, {2, 2, 2}});
+             return s;
+         },
+         {"5;  // m has  5  normals\r\n", "1;     // m 1  faces with normals\r\n 3;4,3,2;;\r\n"}},
+        {"no shift", shifted(0.5f), {"uv pairs\r\n0.50; 0.25;,\r\n0.00; 0.50;,\r\n1.50; 1.00;;\r\n"}},
+        {"-0.5 raises u by 1", shifted(-0.5f), {"uv pairs\r\n0.50; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
+        {"-1.0 raises u by 1", shifted(-1.0f), {"uv pairs\r\n0.00; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
+        {"-1.5 raises u by 2", shifted(-1.5f), {"uv pairs\r\n0.50; 0.25;,\r\n2.00; 0.50;,\r\n3.50; 1.00;;\r\n"}},
+        {"cockpit polygons move to the end with v mirrored, then shifted",
+         [&](XFileFixture& f) {
+             auto vc = makeMaterial({1, 1, 1, 1}, 10, "vc");
+             vc->fields[f.materialField] = "IsVCTexture=1";
+             auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}});
+             s->uvs() = {{0, 0.25f}, {1, 0.25f}, {1, 0.75f}, {0, 0.75f}, {0.5f, 0.5f}, {0.5f, 0.5f}};
+             addFace(*s, vc, {0, 1, 2});
+             addFace(*s, makeMaterial({1, 1, 1, 1}, 10, "plain"), {1, 4, 5});
+             addFace(*s, vc, {0, 2, 3});
+             return s;
+         },
+         // The plain polygon, then the two copies in their old order. Position 1 is
+         // first used by the plain polygon, so its mirrored pair gets a record of
+         // its own (6). v of 0.25 mirrored and shifted by 1 is 0.75; the unmarked rise by 1.
+         {" 3;1,4,5;,\r\n 3;0,6,2;,\r\n 3;0,2,3;;\r\n", "3;  //  3 faces with materials\r\n0,\r\n1,\r\n1;\r\n",
+          "Material mtl_m_0 {\r\n1.00", "7;      //  7  uv pairs\r\n0.00; 0.75;,\r\n1.00; 1.25;,\r\n",
+          "1.00; 0.75;;\r\n"}},
     };
     for (const Row& r : rows) {
         XFileFixture f;
-        auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
-        s->uvs() = {{r.u, 0.25f}, {0.0f, 0.5f}, {1.5f, 1.0f}};
-        addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
-        std::string out = f.mesh(s, "m");
-        EXPECT_NE(out.find(std::string("uv pairs\r\n") + r.pairs), std::string::npos) << r.u;
+        const std::string out = f.mesh(r.make(f), "m");
+        for (const auto& s : r.present) EXPECT_NE(out.find(s), std::string::npos) << r.what << ": " << s;
     }
-}
-
-TEST(MeshWriter, UnusedVertexIsWrittenAndCounted) {
-    XFileFixture f;
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {5, 5, 5}});
-    addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
-    std::string out = f.mesh(s, "m");
-    EXPECT_NE(out.find("4;  // m contains  4 vertices\r\n"), std::string::npos);
-    EXPECT_NE(out.find("5.00; 5.00; 5.00;;\r\n"), std::string::npos);
-    EXPECT_NE(out.find("4;      //  4  uv pairs\r\n"), std::string::npos);
-}
-
-TEST(MeshWriter, CockpitPolygonsMoveToTheEndWithMirroredV) {
-    XFileFixture f;
-    auto vc = makeMaterial({1, 1, 1, 1}, 10, "vc");
-    vc->fields[f.materialField] = "IsVCTexture=1";
-    auto plain = makeMaterial({1, 1, 1, 1}, 10, "plain");
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}});
-    s->uvs() = {{0, 0.25f}, {1, 0.25f}, {1, 0.75f}, {0, 0.75f}, {0.5f, 0.5f}, {0.5f, 0.5f}};
-    addFace(*s, vc, {0, 1, 2});
-    addFace(*s, plain, {1, 4, 5});
-    addFace(*s, vc, {0, 2, 3});
-    std::string out = f.mesh(s, "m");
-    // Face order: the plain polygon, then the two cockpit copies in their old order.
-    // Position 1 is first used by the plain polygon, so its mirrored pair gets a
-    // record of its own (6); positions 0, 2, 3 are used only with mirrored pairs.
-    EXPECT_NE(out.find(" 3;1,4,5;,\r\n 3;0,6,2;,\r\n 3;0,2,3;;\r\n"), std::string::npos) << out.substr(0, 900);
-    EXPECT_NE(out.find("3;  //  3 faces with materials\r\n0,\r\n1,\r\n1;\r\n"), std::string::npos);
-    EXPECT_NE(out.find("Material mtl_m_0 {"), std::string::npos);
-    EXPECT_EQ(plain->name, "mtl_m_0");
-    EXPECT_EQ(vc->name, "mtl_m_1");
-    // v of 0.25 mirrored to -0.25 and shifted by 1: 0.75; the unmarked rise by 1 too.
-    size_t at = out.find("uv pairs\r\n");
-    EXPECT_NE(out.find("1.00; 1.25;,\r\n", at), std::string::npos);
-    EXPECT_NE(out.find("0.00; 0.75;", at), std::string::npos);
-    EXPECT_NE(out.find("7;      //  7  uv pairs"), std::string::npos);
-    EXPECT_NE(out.find("1.00; 0.75;;\r\n", at), std::string::npos);
-}
-
-TEST(MeshWriter, NormalsKeepTheirOwnCountAndIndices) {
-    XFileFixture f;
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
-    s->normals() = {{0, 0, 1}, {0, 1, 0}, {1, 0, 0}, {0, 0, -1}, {0, -1, 0}};
-    s->addPolygon(makeMaterial({1, 1, 1, 1}, 10), std::vector<scene::MemoryShape::Corner>{{0, 4, 0}, {1, 3, 1}, {2, 2, 2}});
-    std::string out = f.mesh(s, "m");
-    EXPECT_NE(out.find("5;  // m has  5  normals\r\n"), std::string::npos);
-    EXPECT_NE(out.find("1;     // m 1  faces with normals\r\n 3;4,3,2;;\r\n"), std::string::npos);
-}
-
-TEST(MeshWriter, MeshWithoutTrianglesFailsAtTheMaterialList) {
-    XFileFixture f;
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}});
-    addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1});
-    std::string partial;
-    try {
-        f.mesh(s, "line");
-        FAIL() << "no failure";
-    } catch (const Failure& e) {
-        EXPECT_EQ(e.number(), err::kSubscript);
-        EXPECT_EQ(e.description(), "Subscript out of range");
-    }
-    std::string out = readFile(f.dir.file("part.x"));
-    EXPECT_NE(out.find("0;  // ***** line has  0 faces\r\n;\r\n\r\n"), std::string::npos);
-    EXPECT_EQ(out.find("MeshMaterialList"), std::string::npos);
 }
 
 TEST(FrameWriter, MergesAllMeshesOfANodeAndLeavesTheSceneAsItWas) {
@@ -124,22 +94,37 @@ TEST(FrameWriter, MergesAllMeshesOfANodeAndLeavesTheSceneAsItWas) {
     node->AddShape(a);
     node->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, 16));
     node->AddShape(b);
+    node->AddShape(std::make_shared<scene::MemoryShape>()); // no vertices: adds nothing
     std::string out = f.frame(node, f.scene->root());
     EXPECT_NE(out.find("Mesh two_parts {\r\n6;  // two_parts contains  6 vertices"), std::string::npos);
     EXPECT_LT(out.find("BoneInfo"), out.find("Mesh two_parts"));
     EXPECT_LT(out.find("} // end mesh two_parts"), out.find("AnimLinkName"));
     EXPECT_NE(out.find("2;        //  2 Materials"), std::string::npos);
-    EXPECT_EQ(node->GetShapes()->GetCount(), 3);
+    EXPECT_EQ(node->GetShapes()->GetCount(), 4);
     EXPECT_EQ(a->GetPolygonCount(), 1);
+    // A node whose polygon shapes have no vertices gets no Mesh.
+    auto empty = f.scene->root()->addChild("Empty");
+    empty->AddShape(std::make_shared<scene::MemoryShape>());
+    EXPECT_EQ(f.frame(empty, f.scene->root()).find("Mesh "), std::string::npos);
+    EXPECT_EQ(empty->GetShapes()->GetCount(), 1);
 }
 
-TEST(FrameWriter, MergeShapeIsRemovedWhenTheMeshFails) {
+TEST(FrameWriter, MeshWithoutTrianglesFailsAtTheMaterialListAndTheMergeShapeGoes) {
     XFileFixture f;
     auto node = f.scene->root()->addChild("Line");
     auto s = shapeOf({{0, 0, 0}, {1, 0, 0}});
     addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1});
     node->AddShape(s);
-    EXPECT_THROW(f.frame(node, f.scene->root()), Failure);
+    try {
+        f.frame(node, f.scene->root());
+        FAIL() << "no failure";
+    } catch (const Failure& e) {
+        EXPECT_EQ(e.number(), err::kSubscript);
+        EXPECT_EQ(e.description(), "Subscript out of range");
+    }
+    const std::string out = readFile(f.dir.file("frame.x"));
+    EXPECT_NE(out.find("0;  // ***** line has  0 faces\r\n;\r\n\r\n"), std::string::npos);
+    EXPECT_EQ(out.find("MeshMaterialList"), std::string::npos);
     ASSERT_EQ(node->GetShapes()->GetCount(), 1);
     EXPECT_EQ(node->GetShape(), s);
 }
@@ -172,15 +157,6 @@ TEST(Progress, XFileReportsRiseThroughTheMeshToTheEnd) {
     EXPECT_TRUE(std::is_sorted(progress.shares.begin(), progress.shares.end()));
     EXPECT_LT(progress.shares.front(), 0.5);
     EXPECT_DOUBLE_EQ(progress.shares.back(), 1.0);
-}
-
-TEST(FrameWriter, EmptyPolygonShapeWritesNoMesh) {
-    XFileFixture f;
-    auto node = f.scene->root()->addChild("Empty");
-    node->AddShape(std::make_shared<scene::MemoryShape>());
-    std::string out = f.frame(node, f.scene->root());
-    EXPECT_EQ(out.find("Mesh "), std::string::npos);
-    EXPECT_EQ(node->GetShapes()->GetCount(), 1);
 }
 
 } // namespace

@@ -24,43 +24,38 @@ TEST(ScanToken, PositionsAndToken) {
     }
 }
 
-TEST(Template, LinesWithoutKnownTokensAreCopied) {
+TEST(Template, LinesAndTokens) {
+    struct Row {
+        const char* what;
+        std::string in, out;
+    };
+    const std::vector<Row> rows = {
+        {"lines without a known token are copied", "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n",
+         "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n"},
+        {"tokens keep head and tail", "A #name# B\r\n<#guid#>\r\nx#datetime#y\r\n",
+         "A my_plane_ B\r\n<0123ABCD-0A0B-4C0D-8E0F-010203040506>\r\nxMonday, 23 November 2026 08:30:00y\r\n"},
+        {"only the first token of a line is replaced", "#name# #guid#\r\n", "my_plane_ #guid#\r\n"},
+        {"the metre factor", "s=#toM#;\r\n", "s=1.00;\r\n"},
+        {"template bytes pass through; the name goes out in the code page", "caf\xE9 #name# \xE9t\xE9\r\n",
+         "caf\xE9 my_plane_ \xE9t\xE9\r\n"},
+        {"an empty template", "", ""},
+        {"the last line gets a line end", "a\r\nlast", "a\r\nlast\r\n"},
+        {"LF and CR LF both end lines", "lf only\nnext\n", "lf only\r\nnext\r\n"},
+        {"hierarchy and scene drop head and tail", "HEAD1 #hierarchy# TAIL1\r\nHEAD2 #scene# TAIL2\r\n",
+         "//  root ( 1  Children)\r\n//    wing_left ( 0  Children)\r\nFrame frm-root {\r\n"},
+    };
+    for (const Row& r : rows) {
+        XFileFixture f;
+        f.scene->root()->addChild("Wing Left");
+        const std::string out = f.expand(r.in, f.scene->root());
+        EXPECT_TRUE(sameText(r.out, out.substr(0, r.out.size()))) << r.what;
+        EXPECT_EQ(out.find("HEAD"), std::string::npos) << r.what;
+    }
     XFileFixture f;
-    std::string in = "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n";
-    EXPECT_TRUE(sameText(in, f.expand(in, f.scene->root())));
-}
-
-TEST(Template, TokensKeepHeadAndTail) {
-    XFileFixture f;
-    std::string out = f.expand("A #name# B\r\n<#guid#>\r\nx#datetime#y\r\n", f.scene->root());
-    EXPECT_TRUE(sameText(crlf({"A my_plane_ B", "<0123ABCD-0A0B-4C0D-8E0F-010203040506>",
-                               "xMonday, 23 November 2026 08:30:00y"}),
-                         out));
-}
-
-TEST(Template, OnlyTheFirstTokenOfALineIsReplaced) {
-    XFileFixture f;
-    EXPECT_TRUE(sameText(crlf({"my_plane_ #guid#"}), f.expand("#name# #guid#\r\n", f.scene->root())));
-}
-
-TEST(Template, MetreFactorFollowsTheSceneUnits) {
-    XFileFixture f;
-    EXPECT_EQ(f.expand("s=#toM#;\r\n", f.scene->root()), "s=1.00;\r\n");
+    f.friendlyName = "Caf\xC3\xA9";
+    EXPECT_EQ(f.expand("#name#\r\n", f.scene->root()), "caf\xE9\r\n");
     f.scene->setUnits(scene::kInches);
     EXPECT_EQ(f.expand("s=#toM#;\r\n", f.scene->root()), "s=0.0254;\r\n");
-}
-
-TEST(Template, HierarchyAndSceneDropHeadAndTail) {
-    XFileFixture f;
-    auto wing = f.scene->root()->addChild("Wing Left");
-    wing->addChild("Flap");
-    wing->addChild("Tip");
-    std::string out = f.expand("HEAD1 #hierarchy# TAIL1\r\nHEAD2 #scene# TAIL2\r\n", wing);
-    std::string expected = crlf({"//  wing_left ( 2  Children)", "//    flap ( 0  Children)", "//    tip ( 0  Children)"});
-    ASSERT_EQ(out.substr(0, expected.size()), expected);
-    std::string frames = out.substr(expected.size());
-    EXPECT_EQ(frames.rfind("Frame frm-wing_left {\r\n", 0), 0u);
-    for (const char* gone : {"HEAD", "TAIL"}) EXPECT_EQ(out.find(gone), std::string::npos);
 }
 
 TEST(Template, HierarchyIndentIsASixteenBitNumber) {
@@ -72,20 +67,6 @@ TEST(Template, HierarchyIndentIsASixteenBitNumber) {
     });
     EXPECT_EQ(out, "//" + std::string(32765, ' ') + "a ( 1  Children)\r\n//" + std::string(32767, ' ') +
                        "b ( 1  Children)\r\n");
-}
-
-TEST(Template, EmptyTemplateAndLastLineWithoutLineEnd) {
-    XFileFixture f;
-    EXPECT_EQ(f.expand("", f.scene->root()), "");
-    EXPECT_EQ(f.expand("a\r\nlast", f.scene->root()), "a\r\nlast\r\n");
-    EXPECT_EQ(f.expand("lf only\nnext\n", f.scene->root()), "lf only\r\nnext\r\n");
-}
-
-TEST(Template, TemplateBytesPassThroughUnchanged) {
-    XFileFixture f;
-    std::string in = "caf\xE9 #name# \xE9t\xE9\r\n";
-    f.friendlyName = "Caf\xC3\xA9";
-    EXPECT_EQ(f.expand(in, f.scene->root()), "caf\xE9 caf\xE9 \xE9t\xE9\r\n");
 }
 
 TEST(Template, MissingTemplateLeavesAnEmptyOutputAndFails) {
