@@ -76,4 +76,9 @@ void FS10Material::setSpecular(int32_t l) {
     if (HostMaterial) HostMaterial->SetSpecular(SpecRed, SpecGreen, SpecBlue);
 }
 
+void FS10Material::Edit() {
+    if (!Editor) throw Failure(err::kObjectNotSet, "Object variable not set: no editor for the material");
+    Editor->edit(*this);
+}
+
 } // namespace tarnvale::material

@@ -11,6 +11,16 @@
 
 namespace tarnvale::material {
 
+class FS10Material;
+
+// Shows a record in the material editor's window; OK writes the record, Cancel
+// leaves it. Implemented by the editor, so that this code needs no toolkit.
+class RecordEditor {
+public:
+    virtual ~RecordEditor() = default;
+    virtual void edit(FS10Material& record) = 0;
+};
+
 // One material's simulator parameters. Flags are 16-bit: 0 off, 1 on.
 class FS10Material {
 public:
@@ -85,6 +95,10 @@ public:
     int32_t getSpecColor() const;
     // Sets the specular colour from a colour integer and passes it to the host material.
     void setSpecular(int32_t l);
+    // Opens the editor on this record (modal); fails when no editor was given.
+    void Edit();
+    // Who shows the editor for Edit; none by default.
+    std::shared_ptr<RecordEditor> Editor;
 
     // The value of key in a list of key=value elements, ignoring case; empty if absent.
     static std::string GetFieldValue(const std::vector<std::string>& list, const std::string& key);
@@ -108,5 +122,35 @@ private:
     void setBlend(bool blended);
     friend struct TextKeys;
 };
+
+// ---- Standard presets --------------------------------------------------------------
+
+inline constexpr int kPresetCount = 5;
+
+// A control that the presets set, with its value under each preset (nullptr: that
+// preset leaves it alone). Values are the control's own: "1" for a ticked box, a
+// slider's number, a texture button's file name.
+struct PresetCell {
+    const char* control;
+    const char* values[kPresetCount];
+};
+
+enum class BlendDefault { None, Opaque, Transparent };
+
+// The cells in the order a preset sets them; its blend default runs after them.
+const std::vector<PresetCell>& presetCells();
+BlendDefault presetBlendDefault(int index);
+
+// ---- User library -----------------------------------------------------------------
+
+// The folder's files whose last six characters, in upper case, are "FSXMAT", as
+// spelled on disk, in the order the file system gives them; no folders, no hidden
+// files.
+std::vector<std::string> listLibraryFiles(const std::string& folder);
+// The first line of a library file as UTF-8 text; empty when it cannot be read.
+std::string readLibraryLine(const std::string& path);
+// Writes the text form as the file's one line (Windows-1252, CR LF), replacing a
+// file that exists; false when it cannot be written.
+bool writeLibraryLine(const std::string& path, const std::string& text);
 
 } // namespace tarnvale::material
