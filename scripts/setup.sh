@@ -9,6 +9,7 @@ packages=(
   libxml2-dev
   libtinygltf-dev nlohmann-json3-dev libcli11-dev
   libassimp-dev assimp-utils
+  qt6-base-dev libgl-dev fonts-dejavu-core
 )
 packages+=("$@")
 

@@ -4,6 +4,10 @@
 #include "platform/platform.h"
 #include "shell/shell.h"
 
+#ifdef TARNVALE_WITH_QT
+#include "gui/gui.h"
+#endif
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
@@ -100,16 +104,26 @@ int runExport(const ExportOptions& o) {
     // closed; --yes and runs without a terminal do not wait.
     const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
     platform::ConsoleBoxes console(stderr, person && !o.yes);
-    OutcomeBoxes boxes(console);
+    shell::ConsoleExportDialogs consoleDialogs(person && !o.yes, o.name);
+    platform::MessageBoxes* shownBoxes = &console;
+    shell::ExportDialogs* dialogs = &consoleDialogs;
+#ifdef TARNVALE_WITH_QT
+    gui::QtMessageBoxes windowBoxes;
+    gui::QtExportDialogs windowDialogs(o.name);
+    if (o.gui) {
+        shownBoxes = &windowBoxes;
+        dialogs = &windowDialogs;
+    }
+#endif
+    OutcomeBoxes boxes(*shownBoxes);
     platform::RandomGuids guids;
     platform::SystemClock clock;
     platform::PosixProcesses processes;
-    shell::ConsoleExportDialogs dialogs(person && !o.yes, o.name);
     ProgressLine progress(stderr);
     const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);
     boxes.before = [&] { progress.clear(); };
 
-    shell::PlatformServices services{settings, registry, boxes,      guids, clock, processes, dialogs,
+    shell::PlatformServices services{settings, registry, boxes,      guids, clock, processes, *dialogs,
                                      o.pluginDir, showProgress ? &progress : nullptr};
     auto plugin = shell::createTarnvale(services);
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
@@ -118,6 +132,23 @@ int runExport(const ExportOptions& o) {
     if (boxes.closed) return kExported;
     return kCancelled;
 }
+
+namespace {
+
+// Whether windows can be shown here; says why not, and what works without them.
+bool windowsPossible(const char* what) {
+#ifdef TARNVALE_WITH_QT
+    if (gui::displayAvailable()) return true;
+    std::fprintf(stderr, "tarnvale: %s needs a display, and there is none (no DISPLAY or WAYLAND_DISPLAY); "
+                         "material show and material apply work without one\n", what);
+#else
+    std::fprintf(stderr, "tarnvale: this tarnvale was built without windows, so %s cannot run; "
+                         "material show and material apply work without them\n", what);
+#endif
+    return false;
+}
+
+} // namespace
 
 int run(int argc, char** argv) {
     CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
@@ -134,17 +165,49 @@ int run(int argc, char** argv) {
         ->check(CLI::Range(0.001, 1000.0));
     exp->add_flag("-y,--yes", o.yes, "Do not ask: answer the export dialog with OK");
     exp->add_flag("-q,--quiet", o.quiet, "Show no progress and no reader warnings");
+    exp->add_flag("--gui", o.gui, "Show the export dialog and the message boxes as windows");
     exp->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
     exp->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     exp->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
+
+    MaterialOptions m;
+    CLI::App* mat = app.add_subcommand("material", "Show, edit and apply the simulator materials of a scene");
+    mat->require_subcommand(1);
+    CLI::App* show = mat->add_subcommand("show", "Each material's text form and the FS10Material block it writes");
+    CLI::App* edit = mat->add_subcommand("edit", "Edit a material in the editor; OK writes it into the scene file");
+    CLI::App* apply = mat->add_subcommand("apply", "Apply a saved .FSXMat material to a material of the scene");
+    CLI::App* library = mat->add_subcommand("library", "List the library's saved materials");
+    for (CLI::App* c : {show, edit, apply}) c->add_option("SCENE", m.scene, "The scene: a .gltf or .glb file")->required();
+    show->add_option("--material", m.material, "This material only (by name)");
+    edit->add_option("--material", m.material, "The material, by name")->required();
+    apply->add_option("--material", m.material, "The material, by name")->required();
+    apply->add_option("--from", m.from, "The .FSXMat file")->required();
+    for (CLI::App* c : {show, edit, apply, library}) {
+        c->add_option("--plugin-dir", m.pluginDir, "Folder of the data files and the material library");
+        c->add_option("--settings", m.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         int code = app.exit(e);
         return code == 0 ? 0 : kUnreadable;
     }
-    if (o.pluginDir.empty()) o.pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
-    while (o.pluginDir.size() > 1 && o.pluginDir.back() == '/') o.pluginDir.pop_back();
+    std::string& pluginDir = exp->parsed() ? o.pluginDir : m.pluginDir;
+    if (pluginDir.empty()) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
+    while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
+    if (show->parsed()) return runMaterialShow(m, stdout);
+    if (apply->parsed()) return runMaterialApply(m);
+    if (library->parsed()) return runMaterialLibrary(m, stdout);
+    if (edit->parsed() || (exp->parsed() && o.gui)) {
+        if (!windowsPossible(edit->parsed() ? "material edit" : "export --gui")) return kUnreadable;
+#ifdef TARNVALE_WITH_QT
+        gui::QtSession session(argc, argv);
+        if (exp->parsed()) return runExport(o);
+        gui::QtFormWindow window;
+        gui::QtDialogBoxes boxes;
+        return runMaterialEdit(m, window, boxes);
+#endif
+    }
     return runExport(o);
 }
 

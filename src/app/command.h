@@ -1,6 +1,7 @@
 // The command line: parsing, the export run and its exit codes.
 #pragma once
 
+#include "editor/editor.h"
 #include "platform/platform.h"
 
 #include <chrono>
@@ -26,6 +27,7 @@ struct ExportOptions {
     double sampleRate = 30;
     bool yes = false;
     bool quiet = false;
+    bool gui = false;
     std::string pluginDir;
     std::string settings;
     std::string registry;
@@ -53,7 +55,26 @@ private:
 // folder beside the command, else the source tree's data folder.
 std::string defaultPluginDir(const char* argv0);
 
+// What the material commands work on.
+struct MaterialOptions {
+    std::string scene;
+    std::optional<std::string> material; // its name; all of them for show
+    std::string from;                     // a .FSXMat file for apply
+    std::string pluginDir;
+    std::string settings;
+};
+
 int runExport(const ExportOptions& options);
+// Each material (or one): its name, its field's text, the text form of the record
+// the export derives and the FS10Material block it would write.
+int runMaterialShow(const MaterialOptions& options, std::FILE* out);
+// Opens the editor on the record the export derives; on OK writes its text form
+// into the material's field in the scene file. The window and its boxes are given.
+int runMaterialEdit(const MaterialOptions& options, editor::FormWindow& window, editor::DialogBoxes& boxes);
+// Applies a saved material as the editor's Load and OK would, without a window.
+int runMaterialApply(const MaterialOptions& options);
+// The library folder's .FSXMat files, one a line, after the folder.
+int runMaterialLibrary(const MaterialOptions& options, std::FILE* out);
 int run(int argc, char** argv);
 
 } // namespace tarnvale::app

@@ -123,6 +123,8 @@ public:
     // The close box of the title bar: as Cancel.
     void closeBox() { click("cmdCancel"); }
     bool isOpen() const { return open_; }
+    // Whether the form closed by OK.
+    bool committed() const { return committed_; }
 
     // ---- State ----
     ControlState& control(const std::string& name);
@@ -158,6 +160,7 @@ private:
     std::vector<ControlState> controls_;
     int selectedTab_ = 1;
     bool open_ = true;
+    bool committed_ = false;
 };
 
 // Shows a form modally, from loading to closing; what a front end offers.
@@ -173,8 +176,11 @@ public:
     FormEditor(FormWindow& window, DialogBoxes& boxes, std::string libraryFolder)
         : window_(window), boxes_(boxes), library_(std::move(libraryFolder)) {}
     void edit(material::FS10Material& record) override;
+    // Whether the last edit ended with OK (its record was written).
+    bool committed() const { return committed_; }
 
 private:
+    bool committed_ = false;
     FormWindow& window_;
     DialogBoxes& boxes_;
     std::string library_;

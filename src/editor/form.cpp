@@ -294,6 +294,7 @@ void frmOptions::onButton(ControlState& button) {
     if (name == "cmdOK") {
         ReadMaterial(*EditMaterial);
         open_ = false;
+        committed_ = true;
     } else if (name == "cmdCancel") {
         open_ = false;
     } else if (name == "cmd1" || name == "cmd2") {
@@ -411,6 +412,7 @@ void FormEditor::edit(FS10Material& record) {
     frmOptions form(boxes_, library_);
     form.EditMaterial = std::shared_ptr<FS10Material>(std::shared_ptr<void>(), &record); // held by the caller
     window_.showModal(form);
+    committed_ = form.committed();
 }
 
 std::string libraryFolder(const std::string& pluginFolder) {

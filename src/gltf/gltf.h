@@ -37,12 +37,21 @@ struct ReadOptions {
 struct LoadedScene {
     std::shared_ptr<scene::MemoryScene> scene;
     std::vector<std::string> warnings; // parts of the file that were skipped
+    // The file's materials by their glTF index, and `default` when primitives use it.
+    std::vector<std::shared_ptr<scene::MemoryMaterial>> materials;
+    std::shared_ptr<scene::MemoryMaterial> defaultMaterial;
 };
 
 // Reads a .gltf (external or embedded data) or .glb file. Converts to the
 // left-handed frame of the X file: x mirrored, triangle corners reversed (and
 // reversed once more on nodes whose world transform mirrors).
 LoadedScene readScene(const std::string& path, const ReadOptions& options = {});
+
+// Sets the string `key` of the extras of material `materialIndex` to `text` in a
+// .gltf or .glb file, keeping everything else: the members as they were, in their
+// order, and a .glb's binary chunk byte for byte. The file is replaced through a
+// new file beside it, so a failure leaves it as it was; it fails with the reason.
+void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text);
 
 // Roughness (0 smooth to 1 rough) as the scene's specular power: 0 for a rough
 // surface, else 250 minus the specular exponent 2/r^4 - 2 (capped at 249).

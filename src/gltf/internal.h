@@ -54,6 +54,8 @@ public:
         : model_(model), scene_(scene), options_(options) {}
     // The material of that index; the shared `default` one for -1.
     std::shared_ptr<scene::MemoryMaterial> get(int index);
+    // All the file's materials by index, and the default one if it was used.
+    void collect(LoadedScene& out);
 
 private:
     std::string textureName(int textureIndex, const std::string& materialName, const char* slot);

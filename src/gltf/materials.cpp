@@ -103,6 +103,11 @@ void MaterialMap::addIntent(const tinygltf::Material& g, const std::shared_ptr<M
     m.fields[field] = text;
 }
 
+void MaterialMap::collect(LoadedScene& out) {
+    for (size_t i = 0; i < model_.materials.size(); ++i) out.materials.push_back(get(static_cast<int>(i)));
+    out.defaultMaterial = default_;
+}
+
 std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
     if (index < 0) {
         if (!default_) {

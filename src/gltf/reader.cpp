@@ -207,6 +207,7 @@ void Builder::build(const std::string& fallbackName) {
             if (!isChild[i]) roots.push_back(static_cast<int>(i));
     }
     addTree(*out_.scene->root(), roots);
+    materials_->collect(out_);
 }
 
 void Builder::addTree(MemoryObject& root, const std::vector<int>& roots) {

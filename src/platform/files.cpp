@@ -34,6 +34,7 @@ constexpr size_t kSinkBuffer = 1 << 20;
 TextSink::~TextSink() {
     // Closed without close(): a failure ended the writer. What was written so far
     // stays on disk; a failure to flush it is the lesser news.
+    if (string_) flush();
     if (!file_) return;
     try {
         flush();
@@ -42,8 +43,15 @@ TextSink::~TextSink() {
     std::fclose(file_);
 }
 
+void TextSink::openString(std::string& target) {
+    if (isOpen()) close();
+    string_ = &target;
+    buffer_.resize(kSinkBuffer);
+    used_ = flushed_ = lineStart_ = 0;
+}
+
 void TextSink::open(const std::string& path) {
-    if (file_) close();
+    if (isOpen()) close();
     path_ = path;
     file_ = std::fopen(nativePath(path).c_str(), "wb");
     if (!file_) throw fileFailure(path, errno, true);
@@ -56,7 +64,9 @@ void TextSink::flush() {
     if (const void* nl = ::memrchr(buffer_.data(), '\n', used_))
         lineStart_ = flushed_ + static_cast<size_t>(static_cast<const char*>(nl) - buffer_.data()) + 1;
     flushed_ += used_;
-    if (std::fwrite(buffer_.data(), 1, used_, file_) != used_) {
+    if (string_) {
+        string_->append(buffer_.data(), used_);
+    } else if (std::fwrite(buffer_.data(), 1, used_, file_) != used_) {
         int e = errno;
         used_ = 0;
         throw fileFailure(path_, e ? e : EIO, true);
@@ -65,7 +75,7 @@ void TextSink::flush() {
 }
 
 void TextSink::writeRaw(std::string_view bytes) {
-    if (!file_) throw Failure(err::kFileAccess, "Output file is not open");
+    if (!isOpen()) throw Failure(err::kFileAccess, "Output file is not open");
     const char* p = bytes.data();
     size_t n = bytes.size();
     if (n <= buffer_.size() - used_) {
@@ -107,6 +117,11 @@ void TextSink::nextPrintZone() {
 }
 
 void TextSink::close() {
+    if (string_) {
+        flush();
+        string_ = nullptr;
+        return;
+    }
     if (!file_) return;
     std::FILE* f = file_;
     try {

@@ -58,6 +58,8 @@ public:
 
     // Creates or empties the file; fails with the system's error text.
     void open(const std::string& path);
+    // Writes into `target` instead of a file (shown text, tests).
+    void openString(std::string& target);
     // UTF-8 text, written in Windows-1252.
     void write(std::string_view text);
     // Bytes written as they are (ASCII numbers, template text).
@@ -78,11 +80,12 @@ public:
     void nextPrintZone();
     // Flushes and closes; fails when the data cannot be written.
     void close();
-    bool isOpen() const { return file_ != nullptr; }
+    bool isOpen() const { return file_ != nullptr || string_ != nullptr; }
 
 private:
     void flush();
     std::FILE* file_ = nullptr;
+    std::string* string_ = nullptr;
     std::string path_;
     std::vector<char> buffer_;
     size_t used_ = 0;

@@ -1,9 +1,12 @@
 // The tarnvale command run as a user runs it: a process, its exit code and its
 // standard error.
 #include "app/command.h"
-#include "support.h"
+#include "editor/scripted.h"
+#include "gltf/gltf.h"
+#include "gltf/gltf_builder.h"
 
 #include <pty.h>
+#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,10 +18,12 @@ struct RunResult {
     std::string err;
 };
 
-RunResult tarnvale(const std::string& args, const TempDir& dir) {
+// Runs the command with its output in out.txt of the folder; `before` goes ahead
+// of it on the shell's line (variables, limits).
+RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "") {
     std::string errFile = dir.file("stderr.txt");
-    std::string cmd = std::string("\"") + TARNVALE_BIN + "\" " + args + " < /dev/null > /dev/null 2> " + errFile;
-    int status = std::system(cmd.c_str());
+    std::string cmd = before + "\"" + TARNVALE_BIN + "\" " + args + " < /dev/null > " + dir.file("out.txt") + " 2> " + errFile;
+    int status = std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(errFile)};
 }
 
@@ -151,6 +156,79 @@ TEST(Command, InstalledCommandFindsItsDataFolder) {
     int status = std::system(run.c_str());
     EXPECT_EQ(WEXITSTATUS(status), 0) << readFile(d.file("err.txt"));
     EXPECT_TRUE(fs::exists(d.file("a.xanim")));
+}
+
+// A .glb with two materials, one carrying a text of its own, and a binary chunk.
+std::string materialScene(const TempDir& d) {
+    GltfBuilder b;
+    b.doc["materials"] = json::array({{{"name", "Paint"}, {"extras", {{"FS10", "SrcBlend=Zero"}, {"note", 1.5}}}},
+                                      {{"name", "Glass"}, {"alphaMode", "BLEND"}, {"doubleSided", true}}});
+    b.node({{"name", "n"}, {"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}, {{"material", 0}})}});
+    b.bin.append(20000, '\x5A'); // bytes no accessor reads: they must stay as they are
+    return b.saveGlb(d.file("scene.glb"));
+}
+
+// The JSON chunk of a .glb, and its chunks behind the JSON.
+std::pair<json, std::string> glbParts(const std::string& bytes) {
+    uint32_t length = 0;
+    std::memcpy(&length, bytes.data() + 12, 4);
+    return {json::parse(bytes.substr(20, length)), bytes.substr(20 + length)};
+}
+
+TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
+    TempDir d;
+    const std::string scene = materialScene(d);
+    RunResult show = tarnvale("material show " + scene + " --material Glass", d);
+    ASSERT_EQ(show.code, 0);
+    const std::string shown = readFile(d.file("out.txt"));
+    // The reader's text for a double-sided material, the derived record's form, its block.
+    EXPECT_NE(shown.find("material \"Glass\"\nFS10: SrcBlend=One;DstBlend=Zero;AlphaTestFunction=Never;"
+                         "EmissiveData=Blend;DoubleSided=1\ntext form: SpecRed=0;"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("DoubleSided=1;"), std::string::npos);
+    EXPECT_NE(shown.find("\nFS10Material {\n1.0;1.0;1.0;1.0;;\n"), std::string::npos);
+    RunResult unknown = tarnvale("material show " + scene + " --material Chrome", d);
+    EXPECT_EQ(unknown.code, 2);
+    EXPECT_NE(unknown.err.find("no material named \"Chrome\"; its materials: \"Paint\", \"Glass\""), std::string::npos);
+    RunResult headless = tarnvale("material edit " + scene + " --material Paint", d, "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM ");
+    EXPECT_EQ(headless.code, 2);
+    EXPECT_NE(headless.err.find("material show and material apply work without"), std::string::npos) << headless.err;
+
+    // Edit, driven as a person would: a preset, then OK. Only extras.FS10 changes.
+    const auto [before, chunks] = glbParts(readFile(scene));
+    struct Window : editor::FormWindow {
+        void showModal(editor::frmOptions& form) override {
+            form.Form_Load();
+            form.cmdStd_Click(3);
+            form.click("cmdOK");
+        }
+    } window;
+    ScriptedBoxes boxes;
+    app::MaterialOptions o{scene, std::string("Paint"), "", d.path(), d.file("none.ini")};
+    ASSERT_EQ(app::runMaterialEdit(o, window, boxes), 0);
+    auto [after, afterChunks] = glbParts(readFile(scene));
+    EXPECT_EQ(afterChunks, chunks); // the binary chunk byte for byte
+    const std::string text = after["materials"][0]["extras"]["FS10"];
+    EXPECT_NE(text.find("EnvLevelScale=0.4;"), std::string::npos);
+    EXPECT_EQ(text.find("SrcBlend=Zero;"), std::string::npos); // the preset's opaque blend
+    after["materials"][0]["extras"]["FS10"] = before["materials"][0]["extras"]["FS10"];
+    EXPECT_EQ(after, before);
+
+    // Apply is Load then OK; a write that fails leaves the file as it was.
+    writeFile(d.file("saved.FSXMat"), "SrcBlend=DestColor;IsNNumber=1\r\n");
+    auto expected = std::make_shared<material::FS10Material>();
+    expected->CreateCSG(gltf::readScene(scene).materials[1], -1);
+    ScriptedForm f(expected);
+    f.form.loadLibraryFile(d.file("saved.FSXMat"));
+    f.form.click("cmdOK");
+    const std::string beforeApply = readFile(scene);
+    RunResult failed = tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d,
+                                "trap '' XFSZ; ulimit -f 16; ");
+    EXPECT_EQ(failed.code, 1);
+    EXPECT_NE(failed.err.find("is unchanged: cannot write it: File too large"), std::string::npos) << failed.err;
+    EXPECT_EQ(readFile(scene), beforeApply);
+    for (const auto& e : fs::directory_iterator(d.path())) EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u);
+    ASSERT_EQ(tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d).code, 0);
+    EXPECT_EQ(glbParts(readFile(scene)).first["materials"][1]["extras"]["FS10"], expected->toString());
 }
 
 TEST(ProgressLine, ShowsStageAndShareAfterTheDelayAndClears) {

@@ -1,0 +1,165 @@
+// The material commands: show, edit, apply and library.
+#include "app/command.h"
+
+#include "gltf/gltf.h"
+#include "shell/shell.h"
+
+namespace tarnvale::app {
+
+namespace {
+
+// Boxes that any Show cancels: apply runs the editor's steps without a window.
+struct NoBoxes : editor::DialogBoxes {
+    bool showOpen(editor::CommonDialog&) override { return false; }
+    bool showSave(editor::CommonDialog&) override { return false; }
+    bool showColor(editor::CommonDialog&) override { return false; }
+};
+
+// A scene read for its materials, with the field that carries their text.
+struct SceneMaterials {
+    gltf::LoadedScene loaded;
+    std::string fieldName;
+    int32_t fieldId = -1;
+
+    explicit SceneMaterials(const MaterialOptions& o) {
+        platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
+        gltf::ReadOptions read;
+        read.materialField = fieldName = shell::fieldIdSetting(settings);
+        loaded = gltf::readScene(o.scene, read);
+        fieldId = loaded.scene->root()->FindMaterialField(fieldName);
+        if (fieldId < 0) fieldId = loaded.scene->root()->AddMaterialField(fieldName);
+    }
+    // The materials with their glTF index (-1: the default one).
+    std::vector<std::pair<int, SGMaterialPtr>> all() const {
+        std::vector<std::pair<int, SGMaterialPtr>> out;
+        for (size_t i = 0; i < loaded.materials.size(); ++i) out.emplace_back(static_cast<int>(i), loaded.materials[i]);
+        if (loaded.defaultMaterial) out.emplace_back(-1, loaded.defaultMaterial);
+        return out;
+    }
+    material::FS10Material derive(const SGMaterialPtr& m) const {
+        material::FS10Material record;
+        record.CreateCSG(m, fieldId);
+        return record;
+    }
+};
+
+std::string materialNames(const SceneMaterials& s) {
+    std::string names;
+    for (const auto& [index, m] : s.all()) names += (names.empty() ? "" : ", ") + ("\"" + m->GetName() + "\"");
+    return names.empty() ? "none" : names;
+}
+
+// Reads the scene and finds the named material; prints why not and gives false.
+bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, int& index, SGMaterialPtr& found) {
+    try {
+        s.emplace(o);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
+        return false;
+    }
+    for (const auto& [i, m] : s->all())
+        if (o.material && m->GetName() == *o.material) {
+            index = i;
+            found = m;
+            return true;
+        }
+    std::fprintf(stderr, "tarnvale: %s has no material named \"%s\"; its materials: %s\n", o.scene.c_str(),
+                 o.material.value_or("").c_str(), materialNames(*s).c_str());
+    return false;
+}
+
+// Writes the record's text form into the material's field in the scene file.
+int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, const material::FS10Material& record) {
+    if (index < 0) {
+        std::fprintf(stderr, "tarnvale: the material \"default\" stands for primitives without a material and has no "
+                             "place in %s to keep its text; give them a material of their own\n", o.scene.c_str());
+        return kFailed;
+    }
+    try {
+        gltf::writeMaterialExtra(o.scene, index, s.fieldName, record.toString());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "tarnvale: %s is unchanged: %s\n", o.scene.c_str(), e.what());
+        return kFailed;
+    }
+    std::fprintf(stderr, "tarnvale: wrote the material's text into extras.%s of %s\n", s.fieldName.c_str(),
+                 o.scene.c_str());
+    return kExported;
+}
+
+} // namespace
+
+int runMaterialShow(const MaterialOptions& o, std::FILE* out) {
+    std::optional<SceneMaterials> s;
+    int index = 0;
+    SGMaterialPtr one;
+    if (o.material) {
+        if (!findMaterial(o, s, index, one)) return kUnreadable;
+    } else {
+        try {
+            s.emplace(o);
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
+            return kUnreadable;
+        }
+    }
+    for (const auto& [i, m] : s->all()) {
+        if (one && m != one) continue;
+        material::FS10Material record = s->derive(m);
+        const std::string text = record.toString(); // before Output puts the written names in
+        std::string block;
+        platform::TextSink sink;
+        sink.openString(block);
+        record.Output(sink);
+        sink.close();
+        std::string shown = platform::fromWindows1252(block);
+        for (size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.erase(at, 1);
+        const std::string field = m->GetMaterialField(s->fieldId);
+        std::fprintf(out, "material \"%s\"\n%s: %s\ntext form: %s\n%s\n", m->GetName().c_str(), s->fieldName.c_str(),
+                     field.empty() ? "(none)" : field.c_str(), text.c_str(), shown.c_str());
+    }
+    return kExported;
+}
+
+int runMaterialEdit(const MaterialOptions& o, editor::FormWindow& window, editor::DialogBoxes& boxes) {
+    std::optional<SceneMaterials> s;
+    int index = 0;
+    SGMaterialPtr m;
+    if (!findMaterial(o, s, index, m)) return kUnreadable;
+    material::FS10Material record = s->derive(m);
+    auto editor = std::make_shared<editor::FormEditor>(window, boxes, editor::libraryFolder(o.pluginDir));
+    record.Editor = editor;
+    record.Edit();
+    if (!editor->committed()) {
+        std::fprintf(stderr, "tarnvale: cancelled; %s is unchanged\n", o.scene.c_str());
+        return kCancelled;
+    }
+    return writeBack(o, *s, index, record);
+}
+
+int runMaterialApply(const MaterialOptions& o) {
+    std::optional<SceneMaterials> s;
+    int index = 0;
+    SGMaterialPtr m;
+    if (!findMaterial(o, s, index, m)) return kUnreadable;
+    if (!platform::fileExists(o.from)) {
+        std::fprintf(stderr, "tarnvale: cannot read %s\n", o.from.c_str());
+        return kUnreadable;
+    }
+    auto record = std::make_shared<material::FS10Material>(s->derive(m));
+    NoBoxes none;
+    editor::frmOptions form(none, editor::libraryFolder(o.pluginDir));
+    form.EditMaterial = record;
+    form.Form_Load();
+    form.loadLibraryFile(o.from);
+    form.click("cmdOK");
+    return writeBack(o, *s, index, *record);
+}
+
+int runMaterialLibrary(const MaterialOptions& o, std::FILE* out) {
+    const std::string folder = editor::libraryFolder(o.pluginDir);
+    std::fprintf(out, "%s\n", folder.c_str());
+    for (const std::string& name : material::listLibraryFiles(folder)) std::fprintf(out, "%s\n", name.c_str());
+    return kExported;
+}
+
+} // namespace tarnvale::app
