@@ -18,6 +18,8 @@ struct GridOptions {
     bool cockpitEveryOther = false;
     // Each triangle has three vertices of its own instead of sharing the grid's.
     bool ownVertices = false;
+    // Bones that act on every vertex of a skinned grid (0: no skin).
+    int influences = 0;
 };
 
 // One node "grid" under the root, holding one polygon-mesh shape.
@@ -73,6 +75,17 @@ inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o, i
     }
     auto node = s->root()->addChild("grid");
     node->AddShape(shape);
+    if (o.influences > 0) {
+        std::vector<SGObjectPtr> bones;
+        for (int b = 0; b < 8; ++b) bones.push_back(s->root()->addChild("bone_" + std::to_string(b)));
+        std::vector<VertexWeight> weights;
+        weights.reserve(pos.size() * static_cast<size_t>(o.influences));
+        for (size_t v = 0; v < pos.size(); ++v)
+            for (int k = 0; k < o.influences; ++k)
+                weights.push_back({static_cast<int32_t>(v), bones[(v + static_cast<size_t>(k)) % bones.size()],
+                                   1.0f / static_cast<float>(o.influences)});
+        shape->setWeights(weights);
+    }
     return s;
 }
 

@@ -78,6 +78,12 @@ void BM_WriteCockpitPreflipped(benchmark::State& state) {
 void BM_WriteOneMaterialOwnVertices(benchmark::State& state) { run(state, {0, 1, false, false, true}); }
 void BM_WriteCockpitEveryOtherOwnVertices(benchmark::State& state) { run(state, {0, 2, false, true, true}); }
 
+// A skinned grid, four bones on every vertex, against the same grid unskinned.
+void BM_WriteSkinned(benchmark::State& state) { run(state, {0, 1, false, false, false, 4}); }
+void BM_WriteUnskinned(benchmark::State& state) { run(state, {0, 1, false, false, false, 0}); }
+
+BENCHMARK(BM_WriteSkinned)->Arg(500000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_WriteUnskinned)->Arg(500000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WriteTwentyMaterials)->Arg(1000000)->Arg(4000000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WriteOneMaterial)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WriteThousandAlternating)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -2,8 +2,9 @@
 """Writes examples/trainer.gltf: a small aircraft-like model for trying Tarnvale.
 
 Two levels of detail, several materials (one translucent, one carrying an FS10
-text in its extras), part data on a node (extras.FS10att), and animated control
-surfaces and gear whose names match data/modeldef.xml. Run again to regenerate.
+text in its extras), part data on a node (extras.FS10att), animated control
+surfaces and gear, and a skinned antenna whose three joints flex it; the names
+match data/modeldef.xml. Run again to regenerate.
 """
 import base64
 import json
@@ -24,8 +25,8 @@ def add_view(data, target):
 
 
 def add_accessor(values, kind, component=5126, target=34962):
-    width = {"SCALAR": 1, "VEC2": 2, "VEC3": 3, "VEC4": 4}[kind]
-    fmt = {5126: "f", 5123: "H"}[component]
+    width = {"SCALAR": 1, "VEC2": 2, "VEC3": 3, "VEC4": 4, "MAT4": 16}[kind]
+    fmt = {5126: "f", 5123: "H", 5121: "B"}[component]
     flat = [v for item in values for v in (item if width > 1 else [item])]
     view = add_view(struct.pack("<%d%s" % (len(flat), fmt), *flat), target)
     acc = {"bufferView": view, "componentType": component, "count": len(values), "type": kind}
@@ -87,6 +88,34 @@ gear = mesh("gear leg", box(0.1, 0.8, 0.1, 3), box(0.18, 0.5, 0.5, 3))
 low = mesh("low detail", box(1.1, 1.2, 6.0, 0), box(9.0, 0.15, 1.5, 0), box(3.2, 0.1, 0.8, 0))
 
 
+def antenna(segments=4, height=0.9, width=0.04):
+    """A thin mast in segments, skinned to three joints that flex it."""
+    pos, nrm, joints, weights, idx = [], [], [], [], []
+    for k in range(segments + 1):
+        y = height * k / segments
+        # Each ring follows the joint below it and, higher up, the one above.
+        t = k / segments * 2
+        lower = min(int(t), 1)
+        share = min(t - lower, 1.0)
+        for x, z, n in ((-width, -width, (-1, 0, -1)), (width, -width, (1, 0, -1)),
+                        (width, width, (1, 0, 1)), (-width, width, (-1, 0, 1))):
+            pos.append((x, y, z))
+            length = math.sqrt(2)
+            nrm.append((n[0] / length, 0, n[2] / length))
+            joints.append((lower, lower + 1, 0, 0))
+            weights.append((1 - share, share, 0, 0))
+    for k in range(segments):
+        for side in range(4):
+            a, b = k * 4 + side, k * 4 + (side + 1) % 4
+            idx += [a, b + 4, b, a, a + 4, b + 4]
+    return {"attributes": {"POSITION": add_accessor(pos, "VEC3"), "NORMAL": add_accessor(nrm, "VEC3"),
+                           "JOINTS_0": add_accessor(joints, "VEC4", 5121), "WEIGHTS_0": add_accessor(weights, "VEC4")},
+            "indices": add_accessor(idx, "SCALAR", 5123, 34963), "material": 2}
+
+
+mast = mesh("antenna mast", antenna())
+
+
 def quat(axis, degrees):
     s = math.sin(math.radians(degrees) / 2)
     return [axis[0] * s, axis[1] * s, axis[2] * s, math.cos(math.radians(degrees) / 2)]
@@ -105,10 +134,19 @@ nodes = [
     {"name": "Fin", "mesh": fin, "translation": [0, 0.7, 0], "children": [13]},       # 8
     {"name": "prop_still", "mesh": prop, "translation": [0, 0, 3.05]},               # 9
     {"name": "c_gear", "mesh": gear, "translation": [0, -0.9, 1.8]},                 # 10
-    {"name": "Antenna", "extras": {"visible": False}, "translation": [0, 0.7, -1.0]},  # 11
+    {"name": "Antenna", "extras": {"visible": False}, "translation": [0, 0.7, -1.0],
+     "children": [14, 17]},                                                        # 11
     {"name": "trainer_LOD_1", "mesh": low},                                       # 12
     {"name": "rudder", "mesh": rudder, "translation": [0, 0, -0.55]},                # 13
+    {"name": "antenna_1", "children": [15]},                                       # 14: joints
+    {"name": "antenna_2", "translation": [0, 0.45, 0], "children": [16]},          # 15
+    {"name": "antenna_3", "translation": [0, 0.45, 0]},                            # 16
+    {"name": "antenna_mast", "mesh": mast, "skin": 0},                             # 17
 ]
+# The joints stand at heights 0, 0.45 and 0.9 of the mast: their inverse bind
+# matrices move them back to its foot.
+skins = [{"joints": [14, 15, 16], "skeleton": 14, "inverseBindMatrices": add_accessor(
+    [[1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -h, 0, 1] for h in (0.0, 0.45, 0.9)], "MAT4", target=None)}]
 
 times = add_accessor([0.0, 1.0, 2.0, 3.0], "SCALAR", target=None)
 
@@ -126,6 +164,8 @@ channels = [
     (10, add_accessor([(0, -0.9, 1.8), (0, -0.7, 1.6), (0, -0.4, 1.4), (0, -0.2, 1.3)], "VEC3", target=None),
      "translation"),
     rotation_channel(10, (1, 0, 0), [0, 30, 60, 90]),
+    rotation_channel(15, (1, 0, 0), [0, 12, 0, -12]),
+    rotation_channel(16, (1, 0, 0), [0, 18, 0, -18]),
 ]
 animation = {"name": "controls", "samplers": [], "channels": []}
 for node, values, path in channels:
@@ -138,6 +178,7 @@ doc = {
     "scenes": [{"name": "Tarnvale Trainer", "nodes": [0]}],
     "nodes": nodes,
     "meshes": meshes,
+    "skins": skins,
     "materials": materials,
     "textures": [{"source": 0}],
     "images": [{"uri": "textures/trainer_t.png"}],

@@ -89,12 +89,24 @@ int runExport(const ExportOptions& o) {
     if (!o.quiet)
         for (const auto& w : loaded.warnings) std::fprintf(stderr, "tarnvale: %s: %s\n", o.scene.c_str(), w.c_str());
 
-    SGObjectPtr group = loaded.scene->root();
+    std::shared_ptr<scene::MemoryObject> group = loaded.scene->root();
     if (o.group) {
         group = loaded.scene->root()->findByName(*o.group);
         if (!group) {
             std::fprintf(stderr, "tarnvale: %s has no node named \"%s\"\n", o.scene.c_str(), o.group->c_str());
             return kUnreadable;
+        }
+        // A bone outside what is exported has no frame in the file to follow. A
+        // level of detail is exported with its siblings: their parent bounds it.
+        auto bounds = group;
+        if (platform::upperCase(*o.group).find("LOD_") != std::string::npos)
+            if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
+        const std::vector<std::string> left = scene::keepBonesWithin(*bounds);
+        if (!left.empty() && !o.quiet) {
+            std::string names;
+            for (const std::string& n : left) names += (names.empty() ? "" : ", ") + n;
+            std::fprintf(stderr, "tarnvale: %s: skins below %s use joints outside it (%s); their weights are left out\n",
+                         o.scene.c_str(), o.group->c_str(), names.c_str());
         }
     }
 

@@ -8,6 +8,7 @@
 #include "gltf/internal.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -139,6 +140,49 @@ bool mirrors(const Matrix16& m) {
     return det < 0;
 }
 
+// Brings a skinned shape's positions and normals into its node's frame: each
+// vertex by the blend of its joints' matrices by its weights (the first joint's
+// when it has none); a normal by the inverse transpose of its vertex's blend.
+void placeSkinnedVertices(MemoryShape& shape, const std::vector<VertexWeight>& weights,
+                          const std::vector<size_t>& jointOf, const std::vector<Matrix16>& toNode,
+                          const std::vector<int32_t>& normalVertex) {
+    if (toNode.empty()) return;
+    const size_t n = shape.positions().size();
+    std::vector<std::array<double, 12>> blend(n, std::array<double, 12>{});
+    std::vector<double> total(n, 0);
+    for (size_t k = 0; k < weights.size(); ++k) {
+        const auto v = static_cast<size_t>(weights[k].vertex);
+        const Matrix16& m = toNode[jointOf[k]];
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 3; ++c) blend[v][r * 3 + c] += weights[k].weight * m[r * 4 + c];
+        total[v] += weights[k].weight;
+    }
+    for (size_t v = 0; v < n; ++v)
+        if (total[v] == 0)
+            for (int r = 0; r < 4; ++r)
+                for (int c = 0; c < 3; ++c) blend[v][r * 3 + c] = toNode[0][r * 4 + c];
+    for (size_t v = 0; v < n; ++v) {
+        Vec3& p = shape.positions()[v];
+        const auto& b = blend[v];
+        p = {static_cast<float>(p.x * b[0] + p.y * b[3] + p.z * b[6] + b[9]),
+             static_cast<float>(p.x * b[1] + p.y * b[4] + p.z * b[7] + b[10]),
+             static_cast<float>(p.x * b[2] + p.y * b[5] + p.z * b[8] + b[11])};
+    }
+    for (size_t i = 0; i < shape.normals().size() && i < normalVertex.size(); ++i) {
+        const auto& b = blend[static_cast<size_t>(normalVertex[i])];
+        // Cofactors over the determinant: the inverse transpose, for row vectors.
+        const double cof[9] = {b[4] * b[8] - b[5] * b[7], b[5] * b[6] - b[3] * b[8], b[3] * b[7] - b[4] * b[6],
+                               b[2] * b[7] - b[1] * b[8], b[0] * b[8] - b[2] * b[6], b[1] * b[6] - b[0] * b[7],
+                               b[1] * b[5] - b[2] * b[4], b[2] * b[3] - b[0] * b[5], b[0] * b[4] - b[1] * b[3]};
+        const double det = b[0] * cof[0] + b[1] * cof[1] + b[2] * cof[2];
+        Vec3& nm = shape.normals()[i];
+        double x = (nm.x * cof[0] + nm.y * cof[3] + nm.z * cof[6]) / det, y = (nm.x * cof[1] + nm.y * cof[4] + nm.z * cof[7]) / det,
+               z = (nm.x * cof[2] + nm.y * cof[5] + nm.z * cof[8]) / det;
+        const double len = std::sqrt(x * x + y * y + z * z);
+        if (len > 0 && std::isfinite(len)) nm = {static_cast<float>(x / len), static_cast<float>(y / len), static_cast<float>(z / len)};
+    }
+}
+
 class Builder {
 public:
     Builder(const tinygltf::Model& model, LoadedScene& out, const ReadOptions& options)
@@ -162,6 +206,7 @@ private:
     // Shapes of a mesh, per winding: a mirroring node needs its corners the other way.
     std::map<std::pair<int, bool>, std::vector<std::shared_ptr<MemoryShape>>> meshShapes_;
     std::set<int> joints_;
+    std::set<std::pair<int, size_t>> warnedPrimitives_;
     std::vector<bool> visited_;
     std::map<int, std::vector<KeyRecord>> keys_;
 
@@ -172,10 +217,24 @@ private:
     void addTree(MemoryObject& root, const std::vector<int>& roots);
     // Adds the node below its parent; tells whether its world transform mirrors.
     std::shared_ptr<MemoryObject> addNode(const Pending& p, bool& worldMirrors);
+    // A skinned mesh waiting for the tree: its shape depends on the joints' places.
+    struct Skinned {
+        MemoryObject* node;
+        int mesh, skin;
+    };
+    std::vector<Skinned> skinned_;
+    std::vector<MemoryObject*> objects_; // by glTF node index
+
     const std::vector<std::shared_ptr<MemoryShape>>& meshShapes(int meshIndex, bool mirrored);
-    std::shared_ptr<MemoryShape> primitiveShape(const tinygltf::Primitive& p, const std::string& what, bool mirrored);
-    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals, const std::string& what,
-                      bool mirrored);
+    // Appends a triangle primitive's vertices and triangles to the shape; for each
+    // normal added, `normalVertex` gets the vertex whose frame it belongs to.
+    bool appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool mirrored, std::vector<int32_t>& normalVertex);
+    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, size_t base, bool haveNormals,
+                      const std::string& what, bool mirrored, std::vector<int32_t>& normalVertex);
+    void addSkinnedShape(const Skinned& s);
+    // The weights of a primitive's vertices, and the joint of each.
+    void readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin& skin, size_t base, size_t count,
+                     const std::string& what, std::vector<VertexWeight>& out, std::vector<size_t>& jointOf);
 };
 
 void Builder::build(const std::string& fallbackName) {
@@ -207,6 +266,7 @@ void Builder::build(const std::string& fallbackName) {
             if (!isChild[i]) roots.push_back(static_cast<int>(i));
     }
     addTree(*out_.scene->root(), roots);
+    for (const Skinned& s : skinned_) addSkinnedShape(s);
     materials_->collect(out_);
 }
 
@@ -214,6 +274,7 @@ void Builder::addTree(MemoryObject& root, const std::vector<int>& roots) {
     // Depth first with a stack of its own, children in file order: a chain of any
     // length costs no call depth.
     visited_.assign(model_.nodes.size(), false);
+    objects_.assign(model_.nodes.size(), nullptr);
     std::vector<Pending> stack;
     for (auto it = roots.rbegin(); it != roots.rend(); ++it) {
         checkNode(*it, "the scene");
@@ -240,6 +301,7 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     visited_[index] = true;
     const tinygltf::Node& n = model_.nodes[index];
     auto obj = p.parent->addChild(nodeName(model_, index));
+    objects_[index] = obj.get();
 
     Matrix16 m{};
     if (n.matrix.size() == 16) {
@@ -272,7 +334,8 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         if (static_cast<size_t>(n.mesh) >= model_.meshes.size())
             throw SceneError("node " + std::to_string(index) + " names mesh " + std::to_string(n.mesh) +
                              ", which does not exist");
-        for (const auto& shape : meshShapes(n.mesh, worldMirrors)) obj->addShapeLast(shape);
+        if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size()) skinned_.push_back({obj.get(), n.mesh, n.skin});
+        else for (const auto& shape : meshShapes(n.mesh, worldMirrors)) obj->addShapeLast(shape);
     }
     if (joints_.count(index))
         obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
@@ -284,41 +347,42 @@ const std::vector<std::shared_ptr<MemoryShape>>& Builder::meshShapes(int meshInd
     auto it = meshShapes_.find({meshIndex, mirrored});
     if (it != meshShapes_.end()) return it->second;
     std::vector<std::shared_ptr<MemoryShape>> shapes;
-    const tinygltf::Mesh& mesh = model_.meshes[meshIndex];
-    for (size_t p = 0; p < mesh.primitives.size(); ++p) {
-        std::string what = "mesh " + std::to_string(meshIndex) + " primitive " + std::to_string(p);
-        const tinygltf::Primitive& prim = mesh.primitives[p];
-        int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
-        if (mode != TINYGLTF_MODE_TRIANGLES && mode != TINYGLTF_MODE_TRIANGLE_STRIP &&
-            mode != TINYGLTF_MODE_TRIANGLE_FAN) {
-            // Told once, whichever winding asks first.
-            if (!meshShapes_.count({meshIndex, !mirrored})) out_.warnings.push_back(what + ": points and lines are skipped");
-            continue;
-        }
-        shapes.push_back(primitiveShape(prim, what, mirrored));
+    std::vector<int32_t> normalVertex;
+    for (size_t p = 0; p < model_.meshes[meshIndex].primitives.size(); ++p) {
+        auto shape = std::make_shared<MemoryShape>();
+        if (appendPrimitive(*shape, meshIndex, p, mirrored, normalVertex)) shapes.push_back(shape);
     }
     return meshShapes_[{meshIndex, mirrored}] = std::move(shapes);
 }
 
-std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& prim, const std::string& what,
-                                                     bool mirrored) {
+bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool mirrored,
+                              std::vector<int32_t>& normalVertex) {
+    const std::string what = "mesh " + std::to_string(meshIndex) + " primitive " + std::to_string(p);
+    const tinygltf::Primitive& prim = model_.meshes[meshIndex].primitives[p];
+    const int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
+    if (mode != TINYGLTF_MODE_TRIANGLES && mode != TINYGLTF_MODE_TRIANGLE_STRIP && mode != TINYGLTF_MODE_TRIANGLE_FAN) {
+        // Told once, whichever winding or node asks first.
+        if (warnedPrimitives_.insert({meshIndex, p}).second) out_.warnings.push_back(what + ": points and lines are skipped");
+        return false;
+    }
     auto posIt = prim.attributes.find("POSITION");
     if (posIt == prim.attributes.end()) throw SceneError(what + " has no POSITION");
     AccessorView pos(model_, posIt->second, what + " POSITION");
     if (pos.components() < 3) throw SceneError(what + " POSITION is not a 3D vector");
-    const size_t n = pos.count();
-    if (n > static_cast<size_t>(INT32_MAX / 2)) throw SceneError(what + " has too many vertices");
+    const size_t n = pos.count(), base = shape.positions().size();
+    if (n + base > static_cast<size_t>(INT32_MAX / 2)) throw SceneError(what + " has too many vertices");
 
-    auto shape = std::make_shared<MemoryShape>();
-    readMirrored(pos, shape->positions(), what + " has a coordinate that is not a number");
-    auto& uvs = shape->uvs();
-    uvs.assign(n, Uv{});
+    std::vector<Vec3> read;
+    readMirrored(pos, read, what + " has a coordinate that is not a number");
+    shape.positions().insert(shape.positions().end(), read.begin(), read.end());
+    auto& uvs = shape.uvs();
+    uvs.resize(base + n, Uv{});
     if (auto it = prim.attributes.find("TEXCOORD_0"); it != prim.attributes.end()) {
         AccessorView tc(model_, it->second, what + " TEXCOORD_0");
         if (tc.count() != n || tc.components() < 2) throw SceneError(what + " TEXCOORD_0 does not match POSITION");
         for (size_t i = 0; i < n; ++i) {
-            uvs[i] = {tc.component(i, 0), tc.component(i, 1)};
-            if (!std::isfinite(uvs[i].u) || !std::isfinite(uvs[i].v))
+            uvs[base + i] = {tc.component(i, 0), tc.component(i, 1)};
+            if (!std::isfinite(uvs[base + i].u) || !std::isfinite(uvs[base + i].v))
                 throw SceneError(what + " has a texture coordinate that is not a number");
         }
     }
@@ -326,18 +390,20 @@ std::shared_ptr<MemoryShape> Builder::primitiveShape(const tinygltf::Primitive& 
     if (auto it = prim.attributes.find("NORMAL"); it != prim.attributes.end()) {
         AccessorView nm(model_, it->second, what + " NORMAL");
         if (nm.count() != n || nm.components() < 3) throw SceneError(what + " NORMAL does not match POSITION");
-        readMirrored(nm, shape->normals(), what + " has a normal that is not a number");
+        readMirrored(nm, read, what + " has a normal that is not a number");
+        shape.normals().insert(shape.normals().end(), read.begin(), read.end());
+        for (size_t i = 0; i < n; ++i) normalVertex.push_back(static_cast<int32_t>(base + i));
         haveNormals = true;
     }
-    addTriangles(*shape, prim, haveNormals, what, mirrored);
-    return shape;
+    addTriangles(shape, prim, base, haveNormals, what, mirrored, normalVertex);
+    return true;
 }
 
-void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, bool haveNormals,
-                           const std::string& what, bool mirrored) {
+void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, size_t base, bool haveNormals,
+                           const std::string& what, bool mirrored, std::vector<int32_t>& normalVertex) {
     // The triangles of the primitive, read straight from the index accessor.
     const auto& positions = shape.positions();
-    const size_t n = positions.size();
+    const size_t n = positions.size() - base;
     std::optional<AccessorView> ia;
     size_t indexCount = n;
     if (prim.indices >= 0) {
@@ -348,7 +414,7 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
     auto indexAt = [&](size_t i) -> int32_t {
         const uint32_t v = ia ? ia->index(i) : static_cast<uint32_t>(i);
         if (v >= n) throw SceneError(what + " has an index past its last vertex");
-        return static_cast<int32_t>(v);
+        return static_cast<int32_t>(v + base);
     };
     const int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
     const size_t triangles = indexCount < 3                          ? 0
@@ -368,7 +434,11 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
             a = indexAt(0), b = indexAt(i + 1), c = indexAt(i + 2);
         }
         int32_t na = a, nb = b, nc = c;
-        if (!haveNormals) {
+        if (haveNormals) {
+            // The primitive's normals were the last added, one per vertex.
+            const auto shift = static_cast<int32_t>(shape.normals().size() - n - base);
+            na += shift, nb += shift, nc += shift;
+        } else {
             // The face normal of the glTF triangle, mirrored like the positions. A
             // mirroring node shows the same side in front, so it keeps this normal.
             const Vec3 p0 = positions[a], p1 = positions[b], p2 = positions[c];
@@ -379,12 +449,90 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
             if (len > 0) nx /= len, ny /= len, nz /= len;
             shape.normals().push_back({static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
             na = nb = nc = static_cast<int32_t>(shape.normals().size() - 1);
+            normalVertex.push_back(a);
         }
         // The x mirror turns the winding over; a mirroring node turns it back.
         const MemoryShape::Corner plain[3] = {{a, na, a}, {c, nc, c}, {b, nb, b}};
         const MemoryShape::Corner turned[3] = {{a, na, a}, {b, nb, b}, {c, nc, c}};
         shape.addPolygon(mat, mirrored ? turned : plain);
     }
+}
+
+void Builder::readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin& skin, size_t base, size_t count,
+                          const std::string& what, std::vector<VertexWeight>& out, std::vector<size_t>& jointOf) {
+    // Every set of four influences, not only the first; zero weights are none.
+    std::vector<std::pair<AccessorView, AccessorView>> sets;
+    for (int k = 0;; ++k) {
+        auto joints = prim.attributes.find("JOINTS_" + std::to_string(k));
+        auto weights = prim.attributes.find("WEIGHTS_" + std::to_string(k));
+        if (joints == prim.attributes.end() || weights == prim.attributes.end()) break;
+        sets.emplace_back(AccessorView(model_, joints->second, what + " JOINTS_" + std::to_string(k)),
+                          AccessorView(model_, weights->second, what + " WEIGHTS_" + std::to_string(k)));
+        const auto& [j, w] = sets.back();
+        if (j.count() != count || w.count() != count || j.components() != 4 || w.components() != 4)
+            throw SceneError(what + " JOINTS_" + std::to_string(k) + " or WEIGHTS_" + std::to_string(k) +
+                             " does not match POSITION");
+    }
+    for (size_t v = 0; v < count; ++v)
+        for (const auto& [joints, weights] : sets)
+            for (int c = 0; c < 4; ++c) {
+                const float w = weights.component(v, c);
+                if (!std::isfinite(w)) throw SceneError(what + " has a weight that is not a number");
+                if (w == 0) continue;
+                const auto j = static_cast<size_t>(joints.component(v, c));
+                if (j >= skin.joints.size() || !objects_[static_cast<size_t>(skin.joints[j])])
+                    throw SceneError(what + " names joint " + std::to_string(j) + ", which its skin lacks");
+                out.push_back({static_cast<int32_t>(base + v), objects_[skin.joints[j]]->shared_from_this(), w});
+                jointOf.push_back(j);
+            }
+}
+
+void Builder::addSkinnedShape(const Skinned& s) {
+    const tinygltf::Skin& skin = model_.skins[static_cast<size_t>(s.skin)];
+    const std::string what = "skin " + std::to_string(s.skin);
+    // Per joint, from the mesh's bind space into its node's frame as the skin
+    // places it at rest: inverse bind matrix, joint's world, node's world undone.
+    std::optional<AccessorView> ibm;
+    if (skin.inverseBindMatrices >= 0) {
+        ibm.emplace(model_, skin.inverseBindMatrices, what + " inverse bind matrices");
+        if (ibm->components() != 16 || ibm->count() < skin.joints.size())
+            throw SceneError(what + " inverse bind matrices do not match its joints");
+    }
+    Matrix16 nodeInverse;
+    try {
+        nodeInverse = scene::inverse(s.node->GetRelativeMatrix(nullptr, 0));
+    } catch (const Failure&) {
+        throw SceneError("the node of " + what + " has a transform without an inverse");
+    }
+    std::vector<Matrix16> toNode;
+    Matrix16 bindToWorld{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    for (size_t j = 0; j < skin.joints.size(); ++j) {
+        checkNode(skin.joints[j], what);
+        Matrix16 b{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+        if (ibm)
+            for (int i = 0; i < 16; ++i) b[i] = ibm->component(j, i);
+        for (float v : b)
+            if (!std::isfinite(v)) throw SceneError(what + " has an inverse bind matrix that is not finite");
+        MemoryObject* joint = objects_[static_cast<size_t>(skin.joints[j])];
+        // A joint outside the scene's tree stands where the mesh's node does.
+        const Matrix16 world = scene::multiply(mirrorX(b), (joint ? joint : s.node)->GetRelativeMatrix(nullptr, 0));
+        if (j == 0) bindToWorld = world;
+        toNode.push_back(scene::multiply(world, nodeInverse));
+    }
+    // Where the skin's rest places it mirrors, glTF counts its triangles clockwise.
+    auto shape = std::make_shared<MemoryShape>();
+    std::vector<int32_t> normalVertex;
+    std::vector<VertexWeight> weights;
+    std::vector<size_t> jointOf; // of each weight
+    for (size_t p = 0; p < model_.meshes[s.mesh].primitives.size(); ++p) {
+        const size_t base = shape->positions().size();
+        if (!appendPrimitive(*shape, s.mesh, p, mirrors(bindToWorld), normalVertex)) continue;
+        readWeights(model_.meshes[s.mesh].primitives[p], skin, base, shape->positions().size() - base, what, weights,
+                    jointOf);
+    }
+    placeSkinnedVertices(*shape, weights, jointOf, toNode, normalVertex);
+    shape->setWeights(weights);
+    s.node->addShapeFirst(shape);
 }
 
 } // namespace

@@ -96,6 +96,8 @@ struct MeshNormal {
 
 // What GetMeshArrays gives. polygons is the stream: per polygon n, then n pairs of
 // (vertex index, normal index). extra is not looked at by the exporter.
+// repeated: for each vertex record past the shape's positions (another texture
+// pair at a position), the position it repeats.
 struct MeshArrays {
     std::vector<MeshVertex> vertices;
     int32_t vertexCount = 0;
@@ -103,6 +105,15 @@ struct MeshArrays {
     int32_t normalCount = 0;
     std::vector<int32_t> polygons;
     int32_t extra = 0;
+    std::vector<int32_t> repeated;
+};
+
+// A vertex's share of a bone, as a skin gives it: 0-based vertex, the bone's node,
+// the weight (not normalised).
+struct VertexWeight {
+    int32_t vertex = 0;
+    SGObjectPtr bone;
+    float weight = 0;
 };
 
 // A polygon of a shape: a light handle (shape, index), valid while the shape lives
@@ -217,6 +228,9 @@ public:
     // Brings the shape up to date before it is read.
     virtual void Prepare() = 0;
     virtual void GetMeshArrays(MeshArrays& out) = 0;
+    // The skin weights of the shape's vertices, vertex by vertex, in the scene's
+    // order; none for a shape without a skin.
+    virtual std::vector<VertexWeight> GetVertexWeights() = 0;
 
     // Polygon operations behind SGFace.
     virtual int32_t FaceCornerCount(int32_t face) = 0;

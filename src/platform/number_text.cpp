@@ -283,13 +283,16 @@ std::string plainNumber(int64_t value) {
     return std::string(buf, std::to_chars(buf, buf + sizeof buf, value).ptr);
 }
 
+char* paddedNumberTo(int64_t value, char* out) {
+    if (value >= 0) *out++ = ' ';
+    out = std::to_chars(out, out + 21, value).ptr;
+    *out++ = ' ';
+    return out;
+}
+
 std::string paddedNumber(int64_t value) {
     char buf[26];
-    char* p = buf;
-    if (value >= 0) *p++ = ' ';
-    p = std::to_chars(p, buf + 24, value).ptr;
-    *p++ = ' ';
-    return std::string(buf, p);
+    return std::string(buf, paddedNumberTo(value, buf));
 }
 
 } // namespace tarnvale::platform

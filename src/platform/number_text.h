@@ -33,5 +33,7 @@ std::string plainNumber(int64_t value);
 char* plainNumberTo(int64_t value, char* out);
 // A blank (or "-") ahead, the digits, one blank behind: 42 -> " 42 ", -3 -> "-3 ".
 std::string paddedNumber(int64_t value);
+// The same into out (at least 22 bytes); gives the end.
+char* paddedNumberTo(int64_t value, char* out);
 
 } // namespace tarnvale::platform

@@ -72,7 +72,10 @@ public:
     // Room for up to `bytes` bytes written in place; commit() says where they end.
     // Nothing else may be written in between.
     char* claim(size_t bytes) {
-        if (buffer_.size() - used_ < bytes) flush();
+        if (buffer_.size() - used_ < bytes) {
+            flush();
+            if (buffer_.size() < bytes) buffer_.resize(bytes);
+        }
         return buffer_.data() + used_;
     }
     void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.data()); }

@@ -3,6 +3,7 @@
 #include "scene/scene.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <string>
 
 namespace tarnvale::scene {
@@ -51,6 +52,8 @@ MeshData MeshData::without(std::span<const uint32_t> gone) const {
     m.triangles = triangles;
     m.materials = materials;
     m.slotOf_ = slotOf_;
+    m.weights = weights; // the positions stay, and so do their weights
+    m.bones = bones;
     size_t goneCorners = 0;
     for (uint32_t p : gone) goneCorners += last(p) - first(p);
     const size_t keptPolygons = polygonCount() - gone.size(), keptCorners = cornerCount() - goneCorners;
@@ -132,6 +135,14 @@ void MemoryShape::concatenatePieces(MeshData& m) {
         }
         if (!m.triangles)
             for (size_t p = 0; p < d.polygonCount(); ++p) m.start.push_back(d.last(p) + cornerBase);
+        std::unordered_map<const SGObject*, uint32_t> boneSlot;
+        for (size_t b = 0; b < m.bones.size(); ++b) boneSlot.emplace(m.bones[b].lock().get(), static_cast<uint32_t>(b));
+        for (const MeshData::Weight& w : d.weights) {
+            const auto bone = d.bones[w.bone].lock();
+            auto [it, added] = boneSlot.try_emplace(bone.get(), static_cast<uint32_t>(m.bones.size()));
+            if (added) m.bones.push_back(bone);
+            m.weights.push_back({w.vertex + static_cast<uint32_t>(q.vertexBase), it->second, w.weight});
+        }
         std::vector<uint32_t> slotMap(d.materials.size());
         for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = m.slotFor(d.materials[i]);
         for (size_t p = 0; p < d.material.size(); ++p) {
@@ -247,6 +258,27 @@ void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corn
     d.material.push_back(d.slotFor(material));
 }
 
+void MemoryShape::setWeights(const std::vector<VertexWeight>& weights) {
+    MeshData& d = own();
+    d.weights.clear();
+    d.bones.clear();
+    std::unordered_map<const SGObject*, uint32_t> slot;
+    for (const VertexWeight& w : weights) {
+        if (w.vertex < 0 || static_cast<size_t>(w.vertex) >= d.positions.size()) failIndex("vertex", w.vertex);
+        auto [it, added] = slot.try_emplace(w.bone.get(), static_cast<uint32_t>(d.bones.size()));
+        if (added) d.bones.push_back(w.bone);
+        d.weights.push_back({static_cast<uint32_t>(w.vertex), it->second, w.weight});
+    }
+}
+
+std::vector<VertexWeight> MemoryShape::GetVertexWeights() {
+    std::vector<VertexWeight> out;
+    for (const Piece& q : pieces_)
+        for (const MeshData::Weight& w : q.data->weights)
+            out.push_back({static_cast<int32_t>(w.vertex) + q.vertexBase, q.data->bones[w.bone].lock(), w.weight});
+    return out;
+}
+
 SGFace MemoryShape::GetPolygon(int32_t position) {
     locate(position);
     return SGFace(this, position);
@@ -342,8 +374,9 @@ class ExtraRecords {
 public:
     explicit ExtraRecords(size_t positions) : positions_(positions) {}
 
-    // The record of (vertex, pair), appended to `vertices` when it is new.
-    int32_t recordFor(std::vector<MeshVertex>& vertices, int32_t vertex, Uv pair) {
+    // The record of (vertex, pair), appended to `vertices` (and the position it
+    // repeats to `repeated`) when it is new.
+    int32_t recordFor(std::vector<MeshVertex>& vertices, std::vector<int32_t>& repeated, int32_t vertex, Uv pair) {
         if (first_.empty()) first_.assign(positions_, -1);
         int32_t r = first_[vertex], last = -1;
         while (r >= 0 && !samePair(vertices[r], pair)) {
@@ -354,6 +387,7 @@ public:
         r = static_cast<int32_t>(vertices.size());
         const MeshVertex base = vertices[vertex];
         vertices.push_back({base.x, base.y, base.z, pair.u, pair.v});
+        repeated.push_back(vertex);
         next_.push_back(-1);
         if (last < 0) first_[vertex] = r;
         else next_[last - positions_] = r;
@@ -414,6 +448,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
     const auto nPos = static_cast<size_t>(vertexCount());
     out.vertices.resize(nPos);
     out.normals.clear();
+    out.repeated.clear();
     size_t cornersTotal = 0;
     for (const Piece& q : pieces_) {
         const MeshData& d = *q.data;
@@ -442,7 +477,7 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
                     own.u = t.u;
                     own.v = t.v;
                 } else if (!samePair(own, t)) {
-                    record = extras.recordFor(out.vertices, vertex, t);
+                    record = extras.recordFor(out.vertices, out.repeated, vertex, t);
                 }
                 out.polygons.push_back(record);
                 out.polygons.push_back(k.normal + q.normalBase);

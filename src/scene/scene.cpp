@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <unordered_set>
 
 namespace tarnvale::scene {
 
@@ -159,6 +160,36 @@ std::shared_ptr<MemoryScene> MemoryScene::create(const std::string& rootName) {
 }
 
 SGDocumentPtr MemoryScene::GetDocument() { return std::static_pointer_cast<SGDocument>(shared_from_this()); }
+
+std::vector<std::string> keepBonesWithin(MemoryObject& group) {
+    std::unordered_set<const SGObject*> inside;
+    std::vector<MemoryObject*> nodes, stack{&group};
+    while (!stack.empty()) {
+        MemoryObject* node = stack.back();
+        stack.pop_back();
+        inside.insert(node);
+        nodes.push_back(node);
+        for (const auto& c : node->children()) stack.push_back(c.get());
+    }
+    std::vector<std::string> left;
+    std::unordered_set<const SGObject*> told;
+    for (MemoryObject* node : nodes) {
+        SGShapeListPtr shapes = node->GetShapes();
+        for (int32_t i = 0; i < shapes->GetCount(); ++i) {
+            auto* shape = dynamic_cast<MemoryShape*>(shapes->GetItem(i).get());
+            if (!shape) continue;
+            std::vector<VertexWeight> weights = shape->GetVertexWeights();
+            const size_t before = weights.size();
+            std::erase_if(weights, [&](const VertexWeight& w) {
+                if (inside.count(w.bone.get())) return false;
+                if (told.insert(w.bone.get()).second) left.push_back(w.bone ? w.bone->GetName() : "?");
+                return true;
+            });
+            if (weights.size() != before) shape->setWeights(weights);
+        }
+    }
+    return left;
+}
 
 Matrix16 multiply(const Matrix16& a, const Matrix16& b) {
     Matrix16 r{};

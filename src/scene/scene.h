@@ -165,6 +165,14 @@ struct MeshData {
     std::vector<uint32_t> start;     // polygon p has corners [start[p], start[p + 1])
     IndexArray material;             // per polygon: a slot of `materials`
     std::vector<SGMaterialPtr> materials;
+    // Skin weights, vertex by vertex; bones by slot. A shape holds its bones
+    // weakly: a skeleton may own the node that owns the shape.
+    struct Weight {
+        uint32_t vertex, bone;
+        float weight;
+    };
+    std::vector<Weight> weights;
+    std::vector<std::weak_ptr<SGObject>> bones;
 
     size_t polygonCount() const { return material.size(); }
     size_t cornerCount() const { return uniform ? single.size() : full.size(); }
@@ -207,6 +215,8 @@ public:
     std::vector<Uv>& uvs() { return own().uvs; }
     // Appends a polygon with its corners; fails on an index out of range.
     void addPolygon(const SGMaterialPtr& material, std::span<const Corner> corners);
+    // Replaces the skin weights (vertex ascending); fails on a vertex out of range.
+    void setWeights(const std::vector<VertexWeight>& weights);
     void reserve(size_t polygons, size_t corners);
 
     int32_t GetGeometryKind() override { return kind_; }
@@ -222,6 +232,7 @@ public:
     std::string GetName() override { return name_; }
     void Prepare() override {}
     void GetMeshArrays(MeshArrays& out) override;
+    std::vector<VertexWeight> GetVertexWeights() override;
 
     int32_t FaceCornerCount(int32_t face) override;
     const SGMaterialPtr& FaceMaterial(int32_t face) override;
@@ -306,6 +317,7 @@ public:
     // Building.
     std::shared_ptr<MemoryObject> addChild(const std::string& name);
     void addShapeLast(const SGShapePtr& shape) { shapes_.push_back(shape); }
+    void addShapeFirst(const SGShapePtr& shape) { shapes_.insert(shapes_.begin(), shape); }
     // Local transform relative to the parent; also sets the rest position unless one
     // was set explicitly.
     void setMatrix(const Matrix16& m) { matrix_ = m; }
@@ -376,6 +388,10 @@ private:
     std::shared_ptr<MemoryObject> root_;
     int32_t units_ = kMetres;
 };
+
+// Leaves out, in the shapes below the group, the skin weights of bones that are
+// not in the group; gives the names of those bones, each once.
+std::vector<std::string> keepBonesWithin(MemoryObject& group);
 
 // 4x4 helpers on row-vector matrices.
 Matrix16 multiply(const Matrix16& a, const Matrix16& b);

@@ -3,10 +3,58 @@
 #include "xfile/xfile.h"
 
 #include <optional>
+#include <unordered_map>
 
 namespace tarnvale::xfile {
 
 namespace {
+
+// The skin record of a merge shape while its frame is written: the merged
+// shapes' entries at the offsets where their vertices landed, and no weights for
+// the vertices of shapes without a record. None when no shape carries a weight.
+// The entries are lent by the shapes' records and given back with the frame, so
+// that a mesh of millions of vertices is not copied.
+class MergeRecordGuard {
+public:
+    MergeRecordGuard(ObjectBonesCollection& records, const SGShapePtr& shape,
+                     const std::vector<std::pair<ObjectBones*, int32_t>>& sources)
+        : records_(records) {
+        bool weighted = false;
+        for (const auto& [source, offset] : sources)
+            for (const PointBones& entry : *source)
+                if (entry.Count() > 0) {
+                    weighted = true;
+                    break;
+                }
+        if (!weighted) return;
+        auto record = std::make_shared<ObjectBones>();
+        record->Add(shape);
+        for (const auto& [source, offset] : sources) {
+            // A shape merged twice lends its entries once; its second place gets copies.
+            auto [lent, first] = lentAt_.try_emplace(source, offset);
+            for (int32_t i = 1; i <= source->Count(); ++i) {
+                if (first) std::swap(record->Item(offset + i), source->Item(i));
+                else record->Item(offset + i) = record->Item(lent->second + i);
+            }
+        }
+        records_.push_back(record);
+        added_ = record.get();
+    }
+    MergeRecordGuard(const MergeRecordGuard&) = delete;
+    MergeRecordGuard& operator=(const MergeRecordGuard&) = delete;
+    ~MergeRecordGuard() {
+        if (!added_) return;
+        for (const auto& [source, offset] : lentAt_)
+            for (int32_t i = 1; i <= source->Count(); ++i) std::swap(source->Item(i), added_->Item(offset + i));
+        if (!records_.empty() && records_.back().get() == added_) records_.pop_back();
+    }
+    ObjectBones* record() const { return added_; }
+
+private:
+    ObjectBonesCollection& records_;
+    std::unordered_map<ObjectBones*, int32_t> lentAt_;
+    ObjectBones* added_ = nullptr;
+};
 
 // Attaches the merge shape to the node and detaches it however the frame ends, so
 // that the scene is as it was.
@@ -65,6 +113,7 @@ void XFileExporter::writeFrameHead(const SGObjectPtr& node, TextSink& file) {
     SGShapeListPtr shapes = node->GetShapes();
     int32_t count = shapes->GetCount();
     std::optional<MergeShapeGuard> merge;
+    std::vector<std::pair<ObjectBones*, int32_t>> skins; // records of merged shapes, at their offsets
     for (int32_t i = 0; i < count; ++i) {
         SGShapePtr shape = shapes->GetItem(i);
         if (shape->GetGeometryKind() == kGeometryPolygonMesh) {
@@ -72,13 +121,19 @@ void XFileExporter::writeFrameHead(const SGObjectPtr& node, TextSink& file) {
                 merge.emplace(node, f_.SceneGraph->CreateShape());
                 merge->shape()->SetName(node->GetName());
             }
+            const int32_t offset = merge->shape()->GetVertexCount();
             merge->shape()->MergeShape(shape);
+            if (ObjectBones* record = recordOf(shape.get())) skins.emplace_back(record, offset);
         } else if (shape->GetTypeCode() % 100 == kTypeCodeBone) {
             pWriteBoneInfo(node, file);
         }
     }
     if (merge) {
+        // The merge shape and its record are gone when the frame is.
+        MergeRecordGuard skin(f_.colObjectBones, merge->shape(), skins);
+        if (skin.record()) recordOf_[merge->shape().get()] = skin.record();
         if (merge->shape()->GetVertexCount() > 0) pWriteMesh(merge->shape(), file, name, node);
+        recordOf_.erase(merge->shape().get());
         merge->release();
     }
     pWriteAnimLink(node, file);

@@ -171,11 +171,14 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
     meshProgress(polygonCount, 0.8);
 
-    for (const auto& record : f_.colObjectBones) {
-        if (record->Object == shape) {
-            record->Export(file, meshName);
-            break;
+    if (ObjectBones* record = recordOf(shape.get())) {
+        // Further records of a position carry its weights, so that the block
+        // numbers the vertices as the Mesh block does.
+        for (int32_t i = record->Count(); i < a.vertexCount; ++i) {
+            const size_t extra = static_cast<size_t>(i) - (a.vertices.size() - a.repeated.size());
+            record->appendCopyOf(extra < a.repeated.size() ? a.repeated[extra] + 1 : 0);
         }
+        record->Export(file, meshName);
     }
 
     // Shift each axis by the whole number that brings its smallest value (never

@@ -1,6 +1,9 @@
 // Skin records of meshes and their MeshSkinWeights block.
 #include "xfile/xfile.h"
 
+#include <bit>
+#include <cstring>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace tarnvale::xfile {
@@ -22,15 +25,12 @@ void removeAt(std::vector<T>& items, int32_t position) {
 
 } // namespace
 
-std::shared_ptr<MeshWeight> PointBones::Add(const SGObjectPtr& Bone, float Weight) {
-    auto w = std::make_shared<MeshWeight>();
-    w->Bone = Bone;
-    w->Weight = Weight;
-    items_.push_back(w);
-    return w;
+MeshWeight& PointBones::Add(const SGObjectPtr& Bone, float Weight) {
+    items_.push_back({Bone, Weight});
+    return items_.back();
 }
 
-MeshWeight& PointBones::Item(int32_t vntIndexKey) { return *itemAt(items_, vntIndexKey); }
+MeshWeight& PointBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
 void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
 
 void ObjectBones::Add(const SGShapePtr& o) {
@@ -40,6 +40,11 @@ void ObjectBones::Add(const SGShapePtr& o) {
 }
 
 PointBones& ObjectBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
+
+void ObjectBones::appendCopyOf(int32_t vntIndexKey) {
+    PointBones copy = itemAt(items_, vntIndexKey);
+    items_.push_back(std::move(copy));
+}
 void ObjectBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
 
 void ObjectBones::Export(TextSink& i, const std::string& sname) const {
@@ -48,20 +53,40 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     i.endLine();
     i.writeRaw(paddedNumber(Count()) + ";");
     i.endLine();
+    // Every further line starts at column 0, so its print zones are known: counts
+    // at 14, bone names at 28, weights at the zone after the name. Lines are made
+    // in the sink's buffer; names are cleaned once per bone, and a weight equal to
+    // the one before is not formatted again.
+    std::unordered_map<const SGObject*, std::string> cleaned;
+    float lastWeight = 0;
+    char weightText[kMaxNumberText];
+    size_t weightLength = 0;
+    auto blanks = [](char* p, size_t n) { return static_cast<char*>(std::memset(p, ' ', n)) + n; };
     for (const PointBones& point : items_) {
-        i.nextPrintZone();
-        i.writeRaw(paddedNumber(point.Count()) + ";");
-        i.endLine();
-        for (const auto& w : point) {
-            if (!w->Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
-            i.nextPrintZone();
-            i.nextPrintZone();
-            i.writeChar('"');
-            i.write(pCleanName(w->Bone->GetName()));
-            i.writeRaw("\",");
-            i.nextPrintZone();
-            i.writeRaw(pFormatNumber(w->Weight) + ";");
-            i.endLine();
+        char* p = i.claim(64);
+        p = blanks(p, 14);
+        p = platform::paddedNumberTo(point.Count(), p);
+        p = std::copy_n(";\r\n", 3, p);
+        i.commit(p);
+        for (const MeshWeight& w : point) {
+            if (!w.Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
+            auto [it, added] = cleaned.try_emplace(w.Bone.get());
+            if (added) it->second = platform::toWindows1252(pCleanName(w.Bone->GetName()));
+            const std::string& name = it->second;
+            if (weightLength == 0 || std::bit_cast<uint32_t>(w.Weight) != std::bit_cast<uint32_t>(lastWeight)) {
+                weightLength = static_cast<size_t>(formatNumberTo(w.Weight, weightText) - weightText);
+                lastWeight = w.Weight;
+            }
+            const size_t column = 28 + name.size() + 3;
+            p = i.claim(column + 14 + weightLength + 3);
+            p = blanks(p, 28);
+            *p++ = '"';
+            p = std::copy(name.begin(), name.end(), p);
+            p = std::copy_n("\",", 2, p);
+            p = blanks(p, (column / 14 + 1) * 14 - column);
+            p = std::copy_n(weightText, weightLength, p);
+            p = std::copy_n(";\r\n", 3, p);
+            i.commit(p);
         }
     }
     i.writeRaw("} // End mesh skin weights ");
@@ -82,9 +107,29 @@ void XFileExporter::pFindSkins(const SGObjectPtr& node) {
             if (!recorded.insert(shape.get()).second) return;
             auto record = std::make_shared<ObjectBones>();
             record->Add(shape);
+            // The weights as the scene gives them, vertex by vertex; each vertex's
+            // entries are made at their size at once.
+            const std::vector<VertexWeight> weights = shape->GetVertexWeights();
+            for (size_t k = 0, next; k < weights.size(); k = next) {
+                for (next = k + 1; next < weights.size() && weights[next].vertex == weights[k].vertex;) ++next;
+                PointBones& point = record->Item(weights[k].vertex + 1);
+                point.reserve(next - k);
+                for (size_t j = k; j < next; ++j) point.Add(weights[j].bone, weights[j].weight);
+            }
             f_.colObjectBones.push_back(record);
         },
         [](const SGObjectPtr&) {});
+    indexRecords();
+}
+
+void XFileExporter::indexRecords() {
+    recordOf_.clear();
+    for (const auto& record : f_.colObjectBones) recordOf_.try_emplace(record->Object.get(), record.get());
+}
+
+ObjectBones* XFileExporter::recordOf(const SGShape* shape) const {
+    auto it = recordOf_.find(shape);
+    return it == recordOf_.end() ? nullptr : it->second;
 }
 
 } // namespace tarnvale::xfile

@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace tarnvale::xfile {
@@ -84,19 +85,23 @@ public:
     float Weight = 0;
 };
 
-// The weights of one vertex, in order, addressed from 1.
+// The weights of one vertex, in order, addressed from 1. Held by value: a skin
+// gives a few per vertex of meshes of millions.
 class PointBones {
 public:
-    std::shared_ptr<MeshWeight> Add(const SGObjectPtr& Bone, float Weight);
+    // The new entry; valid until the next Add or Remove.
+    MeshWeight& Add(const SGObjectPtr& Bone, float Weight);
     // Position from 1; fails outside the collection.
     MeshWeight& Item(int32_t vntIndexKey);
     int32_t Count() const { return static_cast<int32_t>(items_.size()); }
     void Remove(int32_t vntIndexKey);
     auto begin() const { return items_.begin(); }
     auto end() const { return items_.end(); }
+    // Room for that many entries, for a vertex whose weights come at once.
+    void reserve(size_t count) { items_.reserve(count); }
 
 private:
-    std::vector<std::shared_ptr<MeshWeight>> items_;
+    std::vector<MeshWeight> items_;
 };
 
 // The skin record of one mesh: a PointBones per vertex, at vertex index + 1.
@@ -113,6 +118,9 @@ public:
     auto end() const { return items_.end(); }
     // Writes the MeshSkinWeights block of the mesh named sname (cleaned).
     void Export(TextSink& i, const std::string& sname) const;
+    // Appends a copy of the entry at that position (from 1): a further vertex
+    // record of the same position carries its weights.
+    void appendCopyOf(int32_t vntIndexKey);
 
 private:
     // By value: a record holds one per vertex of a mesh, nearly always empty.
@@ -184,7 +192,12 @@ private:
     void meshProgress(int32_t polygons, double fraction);
     void reportProgress(double done);
 
+    // The first record of each shape, so that a mesh finds its record at once.
+    ObjectBones* recordOf(const SGShape* shape) const;
+    void indexRecords();
+
     XFileContext& f_;
+    std::unordered_map<const SGShape*, ObjectBones*> recordOf_;
     // Work units of the progress report: one per frame and one per polygon.
     double workTotal_ = 0;
     double workDone_ = 0;

@@ -21,6 +21,12 @@ public:
         return accessor(v.data(), v.size() * 4, 5126, countOf(v.size(), type), type);
     }
     int indices(const std::vector<uint16_t>& v) { return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR"); }
+    // Unsigned bytes, normalised or not (joints and weights of skins).
+    int bytes(const std::vector<uint8_t>& v, const char* type, bool normalized) {
+        int a = accessor(v.data(), v.size(), 5121, countOf(v.size(), type), type);
+        if (normalized) doc["accessors"][a]["normalized"] = true;
+        return a;
+    }
     // An accessor of `count` elements whose values are `base` (none: zeros) with the
     // elements at `at` replaced by `values`.
     int sparse(const std::vector<float>& base, const char* type, size_t count, const std::vector<uint16_t>& at,

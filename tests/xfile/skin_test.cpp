@@ -1,16 +1,21 @@
+#include "gltf/gltf.h"
+#include "gltf/gltf_builder.h"
+#include "xfile/x_reader.h"
 #include "xfile/xfile_fixture.h"
 
 namespace tarnvale::test {
 namespace {
 
-TEST(SkinWeights, ExportBlockGolden) {
+TEST(SkinWeights, ExportBlockGoldenFromTheScenesWeights) {
     XFileFixture f;
     auto arm = f.scene->root()->addChild("Arm");
     auto shape = shapeOf({{0, 0, 0}, {1, 0, 0}});
-    xfile::ObjectBones record;
-    record.Add(shape);
-    record.Item(1).Add(arm, 0.75f);
-    std::string out = f.written([&](xfile::XFileExporter&, platform::TextSink& s) { record.Export(s, "panel"); });
+    shape->setWeights({{0, arm, 0.75f}});
+    f.scene->root()->addChild("panel")->AddShape(shape);
+    auto ctx = f.context();
+    xfile::XFileExporter(ctx).pFindSkins(f.scene->root());
+    ASSERT_EQ(f.bones.size(), 1u);
+    std::string out = f.written([&](xfile::XFileExporter&, platform::TextSink& s) { f.bones[0]->Export(s, "panel"); });
     EXPECT_TRUE(sameText(crlf({"MeshSkinWeights {       // Mesh skin weights for panel",
                                " 2 ;",
                                "               1 ;",
@@ -18,6 +23,125 @@ TEST(SkinWeights, ExportBlockGolden) {
                                "               0 ;",
                                "} // End mesh skin weights panel"}),
                          out));
+}
+
+TEST(SkinWeights, RecordsFollowTheMergeAndTheMeshArrays) {
+    // A skinned shape, an unskinned one, and the skinned one again: records are of
+    // the shapes that are a node's first (here Other's), so the second lands at an
+    // offset. Position 1 of the skinned shape takes a second pair.
+    XFileFixture f;
+    auto a = f.scene->root()->addChild("A"), b = f.scene->root()->addChild("B");
+    auto body = f.scene->root()->addChild("Body");
+    auto plain = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
+    addFace(*plain, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
+    auto skinned = shapeOf({{0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}});
+    auto m = makeMaterial({1, 1, 1, 1}, 10);
+    addFace(*skinned, m, {0, 1, 2});
+    skinned->uvs().push_back({0.5f, 0.5f});
+    skinned->addPolygon(m, std::vector<scene::MemoryShape::Corner>{{1, 0, 4}, {2, 0, 2}, {3, 0, 3}});
+    std::vector<VertexWeight> weights = {{0, a, 1}, {1, a, 0.5f}, {1, b, 0.5f}};
+    for (int i = 0; i < 6; ++i) weights.push_back({2, i % 2 ? a : b, 0.1f * (i + 1)}); // six influences
+    skinned->setWeights(weights);
+    body->AddShape(skinned);
+    body->AddShape(plain);
+    body->AddShape(skinned);
+    f.scene->root()->addChild("Other")->AddShape(skinned);
+    const std::vector<XFrame> frames = XReader(f.expand("#scene#\r\n", f.scene->root())).frames();
+    const XMesh& mesh = frames.at(0).children.at(2).meshes.at(0);
+    ASSERT_EQ(mesh.positions.size(), 13u); // 4 + 3 + 4, and position 1 of each skinned copy again
+    ASSERT_EQ(mesh.weights.size(), mesh.positions.size());
+    using W = std::vector<std::pair<std::string, double>>;
+    for (int offset : {0, 7}) {
+        EXPECT_EQ(mesh.weights[offset], (W{{"a", 1}})) << offset;
+        EXPECT_EQ(mesh.weights[offset + 1], (W{{"a", 0.5}, {"b", 0.5}})) << offset;
+        EXPECT_EQ(mesh.weights[offset + 2].size(), 6u) << offset;
+        EXPECT_EQ(mesh.weights[offset + 2][5], (std::pair<std::string, double>{"a", 0.6}));
+        EXPECT_TRUE(mesh.weights[offset + 3].empty()) << offset;
+    }
+    for (int v = 4; v < 7; ++v) EXPECT_TRUE(mesh.weights[v].empty()) << v; // the unskinned shape's
+    // The splits carry their positions' weights.
+    EXPECT_EQ(mesh.weights[11], mesh.weights[1]);
+    EXPECT_EQ(mesh.weights[12], mesh.weights[8]);
+    EXPECT_EQ(mesh.positions[12], mesh.positions[8]);
+    EXPECT_EQ(f.bones.size(), 1u); // the merge's record went with its frame
+}
+
+// A glTF rig: joints rig (turned a quarter about z, moved up) and tip below it;
+// a mesh whose nodes body and twin both use skin 0, their own transforms being
+// what glTF ignores for a skinned mesh. Vertex 0 has five influences, in two sets.
+GltfBuilder skinnedScene() {
+    GltfBuilder b;
+    const float h = std::sqrt(0.5f);
+    int tip = b.node({{"name", "tip"}, {"translation", {0, 2, 0}}}, false);
+    int rig = b.node({{"name", "rig"}, {"translation", {0, 0, 5}}, {"rotation", {0, 0, h, h}}, {"children", {tip}}});
+    int mesh = b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0}, {0, 1, 2, 2, 1, 3});
+    json& prim = b.doc["meshes"][mesh]["primitives"][0];
+    prim["attributes"]["JOINTS_0"] = b.bytes({0, 1, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}, "VEC4", false);
+    prim["attributes"]["WEIGHTS_0"] = b.bytes({51, 51, 51, 51, 255, 0, 0, 0, 0, 0, 0, 0, 128, 127, 0, 0}, "VEC4", true);
+    prim["attributes"]["JOINTS_1"] = b.bytes({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "VEC4", false);
+    prim["attributes"]["WEIGHTS_1"] = b.floats({0.2f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "VEC4");
+    b.doc["skins"] = json::array({{{"joints", {rig, tip}}}});
+    b.node({{"name", "body"}, {"mesh", mesh}, {"skin", 0}, {"translation", {10, 0, 0}}});
+    b.node({{"name", "twin"}, {"mesh", mesh}, {"skin", 0}, {"scale", {3, 3, 3}}});
+    return b;
+}
+
+TEST(SkinWeights, GltfSkinsReachTheBlockInTheirBindPose) {
+    GltfBuilder b = skinnedScene();
+    Rig rig;
+    rig.scene = gltf::readScene(b.saveGlb(rig.dir.file("s.glb"))).scene;
+    rig.exportTo(*rig.plugin(), rig.dir.file("s.x"));
+    const std::vector<XFrame> frames = XReader(readFile(rig.dir.file("s.x"))).frames();
+    // Joint j of vertex v at weight w, as the file was written: the weights of
+    // normalised bytes unpacked, zeros left out, the second set behind the first.
+    using W = std::vector<std::pair<std::string, double>>;
+    const W expected[4] = {{{"rig", 0.2}, {"tip", 0.2}, {"rig", 0.2}, {"tip", 0.2}, {"tip", 0.2}},
+                           {{"tip", 1}},
+                           {},
+                           {{"tip", 128 / 255.0}, {"rig", 127 / 255.0}}};
+    for (const XFrame& node : frames.at(0).children) {
+        if (node.name != "frm-body" && node.name != "frm-twin") continue;
+        const XMesh& mesh = node.meshes.at(0);
+        ASSERT_EQ(mesh.weights.size(), 4u) << node.name;
+        for (int v = 0; v < 4; ++v) {
+            ASSERT_EQ(mesh.weights[v].size(), expected[v].size()) << node.name << " vertex " << v;
+            for (size_t k = 0; k < expected[v].size(); ++k) {
+                EXPECT_EQ(mesh.weights[v][k].first, expected[v][k].first);
+                EXPECT_NEAR(mesh.weights[v][k].second, expected[v][k].second, 1e-6);
+            }
+        }
+        // In the world, each vertex stands where its joints put it at rest: rig's
+        // world turns (x, y) to (-y, x) and lifts by 5, tip's adds 2 along rig's y.
+        // Vertex 2 has no weight and follows the first joint. x is mirrored in the file.
+        const double glTF[4][3] = {{0.2 * 0 + 0.6 * -2 + 0, 0.4 * 0 + 0.6 * 0 + 0, 5},
+                                   {-2, 1, 5},
+                                   {-1, 0, 5},
+                                   {-1 - 2 * 128 / 255.0, 1, 5}};
+        for (int v = 0; v < 4; ++v) {
+            const auto& p = mesh.positions[v];
+            const auto& m = node.matrix; // the node's frame below the root's identity
+            const double world[3] = {p[0] * m[0] + p[1] * m[4] + p[2] * m[8] + m[12],
+                                     p[0] * m[1] + p[1] * m[5] + p[2] * m[9] + m[13],
+                                     p[0] * m[2] + p[1] * m[6] + p[2] * m[10] + m[14]};
+            EXPECT_NEAR(world[0], -glTF[v][0], 0.02) << node.name << " vertex " << v;
+            EXPECT_NEAR(world[1], glTF[v][1], 0.02) << node.name << " vertex " << v;
+            EXPECT_NEAR(world[2], glTF[v][2], 0.02) << node.name << " vertex " << v;
+        }
+    }
+}
+
+TEST(SkinWeights, JointsOutsideTheExportedGroupAreLeftOut) {
+    GltfBuilder b = skinnedScene();
+    Rig rig;
+    auto loaded = gltf::readScene(b.saveGlb(rig.dir.file("s.glb")));
+    rig.scene = loaded.scene;
+    auto body = loaded.scene->root()->findByName("body");
+    EXPECT_EQ(scene::keepBonesWithin(*body), (std::vector<std::string>{"rig", "tip"}));
+    rig.exportTo(*rig.plugin(), rig.dir.file("s.x"), body);
+    const std::string x = readFile(rig.dir.file("s.x"));
+    EXPECT_NE(x.find("Mesh body {"), std::string::npos);
+    EXPECT_EQ(x.find("MeshSkinWeights {       //"), std::string::npos); // no weight is left, so no block
+    EXPECT_TRUE(scene::keepBonesWithin(*loaded.scene->root()).empty()); // twin's stay within the scene
 }
 
 TEST(SkinWeights, EmptyRecordAndCollections) {
