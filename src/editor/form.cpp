@@ -10,7 +10,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <strings.h>
-#include <unistd.h>
 #include <variant>
 
 namespace tarnvale::editor {
@@ -126,7 +125,7 @@ const Binding& bindingOf(const std::string& control) {
 } // namespace
 
 bool readablePicture(const std::string& path) {
-    std::ifstream in(platform::nativePath(path), std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
     char head[4] = {};
     in.read(head, 4);
     const std::string_view h(head, static_cast<size_t>(in.gcount()));
@@ -314,7 +313,7 @@ void frmOptions::onButton(ControlState& button) {
         const ControlState& list = control("lstUser");
         if (list.selected < 0) return;
         std::error_code ec; // a failure is passed over
-        std::filesystem::remove(platform::nativePath(library_ + "\\" + list.items[list.selected]), ec);
+        std::filesystem::remove(platform::systemPath(library_ + "\\" + list.items[list.selected]), ec);
         ListUserMaterials();
     }
 }
@@ -416,13 +415,18 @@ void FormEditor::edit(FS10Material& record) {
 }
 
 std::string libraryFolder(const std::string& pluginFolder) {
-    if (::access(platform::nativePath(pluginFolder).c_str(), W_OK) == 0) return pluginFolder;
+    if (platform::folderWritable(pluginFolder)) return pluginFolder;
+#ifdef _WIN32
+    const char* data = std::getenv("APPDATA");
+    const std::string folder = std::string(data ? data : ".") + "\\Tarnvale";
+#else
     const char* data = std::getenv("XDG_DATA_HOME");
     const char* home = std::getenv("HOME");
     const std::string folder = data && *data ? std::string(data) + "/tarnvale"
                                              : std::string(home ? home : ".") + "/.local/share/tarnvale";
+#endif
     std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
+    std::filesystem::create_directories(platform::systemPath(folder), ec);
     return folder;
 }
 

@@ -1,5 +1,6 @@
 // Writing a material's text back into the scene file, and nothing else.
 #include "gltf/gltf.h"
+#include "platform/platform.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -8,7 +9,12 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#ifdef _WIN32
+#include <io.h>
+#else
 #include <unistd.h>
+#endif
+#include <random>
 
 namespace tarnvale::gltf {
 
@@ -42,40 +48,42 @@ std::string rebuildGlb(const std::string& bytes, std::string json) {
 
 // Writes the bytes to a new file beside the target, then puts it in its place.
 void replaceFile(const std::string& path, const std::string& bytes) {
-    const std::string folder = std::filesystem::path(path).parent_path().string();
-    std::string temp = (folder.empty() ? std::string(".") : folder) + "/.tarnvale-XXXXXX";
-    const int fd = ::mkstemp(temp.data());
-    if (fd < 0) throw SceneError(std::string("cannot write beside it: ") + std::strerror(errno));
-    // A short write is followed by another, which then tells the reason.
-    size_t done = 0;
-    int error = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (n <= 0) {
-            error = n < 0 ? errno : EIO;
-            break;
-        }
-        done += static_cast<size_t>(n);
+    namespace fs = std::filesystem;
+    const fs::path target = platform::systemPath(path);
+    std::random_device random;
+    std::string temp;
+    std::FILE* f = nullptr;
+    for (int attempt = 0; attempt < 100 && !f; ++attempt) {
+        temp = platform::utf8Path(target.parent_path() / (".tarnvale-" + std::to_string(random())));
+        if (!platform::fileExists(temp)) f = platform::openFile(temp, "wb");
     }
-    bool ok = error == 0;
-    if (::fsync(fd) != 0 && ok) ok = false, error = errno;
-    ::close(fd);
+    if (!f) throw SceneError(std::string("cannot write beside it: ") + std::strerror(errno));
+    errno = 0;
+    bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() && std::fflush(f) == 0;
+    int error = ok ? 0 : errno;
+#ifdef _WIN32
+    ok = ok && ::_commit(::_fileno(f)) == 0;
+#else
+    ok = ok && ::fsync(::fileno(f)) == 0;
+#endif
+    if (!ok && !error) error = errno;
+    ok = std::fclose(f) == 0 && ok;
     std::error_code ec;
     if (ok) {
         // The new file keeps the permissions of the one it replaces.
-        std::filesystem::permissions(temp, std::filesystem::status(path, ec).permissions(), ec);
-        std::filesystem::rename(temp, path, ec);
+        fs::permissions(platform::systemPath(temp), fs::status(target, ec).permissions(), ec);
+        fs::rename(platform::systemPath(temp), target, ec);
         if (!ec) return;
         error = ec.value();
     }
-    std::filesystem::remove(temp, ec);
+    fs::remove(platform::systemPath(temp), ec);
     throw SceneError(std::string("cannot write it: ") + std::strerror(error ? error : EIO));
 }
 
 } // namespace
 
 void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     in.close();

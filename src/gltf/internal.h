@@ -3,6 +3,7 @@
 #pragma once
 
 #include "gltf/gltf.h"
+#include "platform/platform.h"
 
 #include <map>
 #include <tiny_gltf.h>

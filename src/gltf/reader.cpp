@@ -61,7 +61,7 @@ std::string_view glbJson(const std::string& bytes) {
 }
 
 tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& warnings) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (in.bad()) throw SceneError("cannot read the file");
@@ -75,7 +75,7 @@ tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& war
     loader.SetImageLoader(keepImageUndecoded, nullptr);
     tinygltf::Model model;
     std::string err, warn;
-    const std::string folder = std::filesystem::path(path).parent_path().string();
+    const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
     bool ok = false;
     try {
         const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
@@ -548,7 +548,7 @@ float powerFromRoughness(float roughness) {
 LoadedScene readScene(const std::string& path, const ReadOptions& options) {
     LoadedScene out;
     tinygltf::Model model = loadModel(path, out.warnings);
-    Builder(model, out, options).build(std::filesystem::path(path).stem().string());
+    Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()));
     return out;
 }
 

@@ -19,7 +19,7 @@ std::string F(float v) {
     text += ' ';
     return text;
 }
-std::string quoted(const std::string& s) {
+std::string inQuotes(const std::string& s) {
     std::string text(1, '"');
     text += s;
     text += '"';
@@ -78,16 +78,16 @@ std::string FS10Material::Output(TextSink& file) {
     line(file, N(bUsePrecipitation) + ";" + N(bPrecipOffset) + ";" + D(PrecipOffset) +
                    "; // precip use, offset, offset val");
     line(file, D(SpecMapPowerScale) + "; // specmap power");
-    line(file, quoted(SrcBlend) + "; " + quoted(DstBlend) + "; // blend");
+    line(file, inQuotes(SrcBlend) + "; " + inQuotes(DstBlend) + "; // blend");
     block(file, "BlendDiffuseByBaseAlpha", N(BlendDiffuseByBaseAlpha) + ";");
     block(file, "BlendDiffuseByInverseSpecularMapAlpha", N(BlendDiffuseByInverseSpecularMapAlpha) + ";");
     block(file, "AllowBloom", N(AllowBloom) + ";");
     block(file, "SpecularBloomFloor", D(SpecularBloomFloor) + ";");
-    block(file, "EmissiveData", quoted(EmissiveData) + ";");
+    block(file, "EmissiveData", inQuotes(EmissiveData) + ";");
     line(file, "AlphaData  {");
     line(file, N(ZTestAlpha) + ";  // ZTest Alpha");
     line(file, F(AlphaTestValue) + ";  // Alpha test threshold");
-    line(file, quoted(AlphaTestFunction) + ";  // Alpha test function");
+    line(file, inQuotes(AlphaTestFunction) + ";  // Alpha test function");
     line(file, N(FinalAlpha) + ";  // Perform final alpha write");
     line(file, D(FinalAlphaValue) + ";  // Final alpha value");
     line(file, "}");
@@ -118,7 +118,7 @@ std::string FS10Material::Output(TextSink& file) {
         {"EmissiveTextureFileName", &EmissiveTextureFileName},
     };
     for (const auto& [blockName, field] : textures)
-        if (!field->empty()) block(file, blockName, quoted(NormalizeTextureName(*field, warnings)) + ";");
+        if (!field->empty()) block(file, blockName, inQuotes(NormalizeTextureName(*field, warnings)) + ";");
     line(file, "}  // FS10Material end");
     return warnings;
 }

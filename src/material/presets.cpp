@@ -38,8 +38,8 @@ std::vector<std::string> listLibraryFiles(const std::string& folder) {
     namespace fs = std::filesystem;
     std::vector<std::string> names;
     std::error_code ec;
-    for (fs::directory_iterator it(platform::nativePath(folder), ec), end; !ec && it != end; it.increment(ec)) {
-        const std::string name = it->path().filename().string();
+    for (fs::directory_iterator it(platform::systemPath(folder), ec), end; !ec && it != end; it.increment(ec)) {
+        const std::string name = platform::utf8Path(it->path().filename());
         if (name.empty() || name[0] == '.' || !it->is_regular_file(ec)) continue;
         const size_t characters = platform::characterCount(name);
         if (characters < 6) continue;
@@ -50,7 +50,7 @@ std::vector<std::string> listLibraryFiles(const std::string& folder) {
 }
 
 std::string readLibraryLine(const std::string& path) {
-    std::ifstream in(platform::nativePath(path), std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
     std::string line;
     if (!in || !std::getline(in, line)) return {};
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -58,7 +58,7 @@ std::string readLibraryLine(const std::string& path) {
 }
 
 bool writeLibraryLine(const std::string& path, const std::string& text) {
-    std::ofstream out(platform::nativePath(path), std::ios::binary | std::ios::trunc);
+    std::ofstream out(platform::systemPath(path), std::ios::binary | std::ios::trunc);
     out << platform::toWindows1252(text) << "\r\n";
     out.close();
     return static_cast<bool>(out);

@@ -9,15 +9,61 @@ namespace tarnvale::platform {
 
 std::string nativePath(std::string_view path) {
     std::string p(path);
+#ifndef _WIN32
     for (char& c : p)
         if (c == '\\') c = '/';
+#endif
     return p;
 }
 
-bool fileExists(std::string_view path) {
-    struct stat st {};
-    return ::stat(nativePath(path).c_str(), &st) == 0 && S_ISREG(st.st_mode);
+std::filesystem::path systemPath(std::string_view path) {
+#ifdef _WIN32
+    return std::filesystem::path(std::u8string(path.begin(), path.end()));
+#else
+    return std::filesystem::path(nativePath(path));
+#endif
 }
+
+std::string utf8Path(const std::filesystem::path& path) {
+    const std::u8string u = path.u8string();
+    return std::string(u.begin(), u.end());
+}
+
+std::FILE* openFile(std::string_view path, const char* mode) {
+#ifdef _WIN32
+    const std::string m(mode);
+    return ::_wfopen(systemPath(path).c_str(), std::wstring(m.begin(), m.end()).c_str());
+#else
+    return std::fopen(nativePath(path).c_str(), mode);
+#endif
+}
+
+bool fileExists(std::string_view path) {
+    std::error_code ec;
+    return std::filesystem::is_regular_file(systemPath(path), ec);
+}
+
+bool folderWritable(std::string_view folder) {
+    // Trying is the one test that also holds for read-only mounts and for Windows.
+    const std::string probe = std::string(folder) + "/.tarnvale-write-test";
+    std::FILE* f = openFile(probe, "wb");
+    if (!f) return false;
+    std::fclose(f);
+    std::error_code ec;
+    std::filesystem::remove(systemPath(probe), ec);
+    return true;
+}
+
+namespace {
+
+// The last line feed in the first n bytes, or none.
+const char* lastLineFeed(const char* p, size_t n) {
+    while (n > 0)
+        if (p[--n] == '\n') return p + n;
+    return nullptr;
+}
+
+} // namespace
 
 Failure fileFailure(const std::string& path, int errnoValue, bool forWriting) {
     int32_t number = errnoValue == ENOENT ? (forWriting ? err::kPathNotFound : err::kFileNotFound)
@@ -53,7 +99,7 @@ void TextSink::openString(std::string& target) {
 void TextSink::open(const std::string& path) {
     if (isOpen()) close();
     path_ = path;
-    file_ = std::fopen(nativePath(path).c_str(), "wb");
+    file_ = openFile(path, "wb");
     if (!file_) throw fileFailure(path, errno, true);
     buffer_.resize(kSinkBuffer);
     used_ = flushed_ = lineStart_ = 0;
@@ -61,8 +107,8 @@ void TextSink::open(const std::string& path) {
 
 void TextSink::flush() {
     if (used_ == 0) return;
-    if (const void* nl = ::memrchr(buffer_.data(), '\n', used_))
-        lineStart_ = flushed_ + static_cast<size_t>(static_cast<const char*>(nl) - buffer_.data()) + 1;
+    if (const char* nl = lastLineFeed(buffer_.data(), used_))
+        lineStart_ = flushed_ + static_cast<size_t>(nl - buffer_.data()) + 1;
     flushed_ += used_;
     if (string_) {
         string_->append(buffer_.data(), used_);
@@ -104,8 +150,8 @@ void TextSink::write(std::string_view text) {
 
 size_t TextSink::column() const {
     // Only the print zone asks, rarely: the line start is found when asked.
-    if (const void* nl = ::memrchr(buffer_.data(), '\n', used_))
-        return used_ - (static_cast<const char*>(nl) - buffer_.data()) - 1;
+    if (const char* nl = lastLineFeed(buffer_.data(), used_))
+        return used_ - static_cast<size_t>(nl - buffer_.data()) - 1;
     return flushed_ + used_ - lineStart_;
 }
 
@@ -142,7 +188,7 @@ TextSource::~TextSource() { close(); }
 void TextSource::open(const std::string& path) {
     close();
     path_ = path;
-    file_ = std::fopen(nativePath(path).c_str(), "rb");
+    file_ = openFile(path, "rb");
     if (!file_) throw fileFailure(path, errno, false);
     // A folder opens, but reads as nothing: it is no file to read.
     struct stat st {};

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,10 +19,18 @@ namespace tarnvale::platform {
 
 // ---- Paths and files -------------------------------------------------------------
 
-// Paths are joined with "\" as on Windows; every "\" becomes "/" when this program
-// opens, tests or starts a file. Nothing else in a path changes.
+// Paths are UTF-8, joined with "\" as on Windows; elsewhere every "\" becomes "/"
+// when this program opens, tests or starts a file. Nothing else in a path changes.
 std::string nativePath(std::string_view path);
+// The path as the system's file functions take it (wide characters on Windows).
+std::filesystem::path systemPath(std::string_view path);
+// A system path as this program writes paths: UTF-8.
+std::string utf8Path(const std::filesystem::path& path);
+// Opens a file as fopen does, by the program's path; errno tells why not.
+std::FILE* openFile(std::string_view path, const char* mode);
 bool fileExists(std::string_view path);
+// Whether a file can be made in the folder.
+bool folderWritable(std::string_view folder);
 
 // ---- Code page --------------------------------------------------------------------
 

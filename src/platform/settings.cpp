@@ -112,7 +112,7 @@ std::string IniSettings::getSetting(const std::string& application, const std::s
                                     const std::string& key, const std::string& defaultValue) {
     // Sections and keys match ignoring case, as the platform's store does; lines may
     // be of any length. The first entry of a key counts.
-    std::ifstream in(nativePath(path_), std::ios::binary);
+    std::ifstream in(systemPath(path_), std::ios::binary);
     if (!in) return defaultValue;
     const std::string wanted = application + "\\" + section;
     bool inSection = false, first = true;
@@ -145,7 +145,7 @@ std::string IniSettings::defaultPath() {
 }
 
 RegFileRegistry::RegFileRegistry(const std::string& path) {
-    std::ifstream in(nativePath(path), std::ios::binary);
+    std::ifstream in(systemPath(path), std::ios::binary);
     if (!in) return;
     std::ostringstream bytes;
     bytes << in.rdbuf();

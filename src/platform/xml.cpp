@@ -233,7 +233,7 @@ bool XmlDocument::loadText(const std::string& text) {
 
 void XmlDocument::save(const std::string& path, bool indent) const {
     errno = 0;
-    std::FILE* f = std::fopen(nativePath(path).c_str(), "wb");
+    std::FILE* f = openFile(path, "wb");
     if (!f) throw fileFailure(path, errno, true);
     FileOutput out{f};
     const bool ok = serialise(impl_->doc, FileOutput::write, &out, indent);
