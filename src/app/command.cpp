@@ -7,12 +7,18 @@
 #ifdef TARNVALE_WITH_QT
 #include "gui/gui.h"
 #endif
+#ifdef _WIN32
+#include "gui/win32.h"
+#include <windows.h>
+#endif
 
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
-#include <malloc.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace tarnvale::app {
 
@@ -59,15 +65,32 @@ void ProgressLine::clear() {
 
 std::string defaultPluginDir(const char* argv0) {
     std::error_code ec;
+#ifdef _WIN32
+    (void)argv0;
+    std::wstring module(32768, L'\0');
+    module.resize(::GetModuleFileNameW(nullptr, module.data(), static_cast<DWORD>(module.size())));
+    const fs::path exe(module);
+    // Installed on Windows, the data files stand beside the command.
+    if (fs::exists(exe.parent_path() / "Tarnvale.X", ec)) return platform::utf8Path(exe.parent_path());
+#else
     fs::path exe = fs::read_symlink("/proc/self/exe", ec);
     if (ec) exe = fs::absolute(argv0 ? argv0 : "tarnvale", ec);
+#endif
     fs::path installed = exe.parent_path() / TARNVALE_DATA_REL;
-    if (fs::exists(installed / "Tarnvale.X", ec)) return fs::weakly_canonical(installed, ec).string();
+    if (fs::exists(installed / "Tarnvale.X", ec)) return platform::utf8Path(fs::weakly_canonical(installed, ec));
     return TARNVALE_SOURCE_DATA_DIR;
 }
 
+std::unique_ptr<platform::SettingsStore> settingsStore(const std::string& file) {
+#ifdef _WIN32
+    if (file.empty()) return std::make_unique<platform::RegistrySettings>();
+#endif
+    return std::make_unique<platform::IniSettings>(file.empty() ? platform::IniSettings::defaultPath() : file);
+}
+
 int runExport(const ExportOptions& o) {
-    platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
+    const auto settingsOwner = settingsStore(o.settings);
+    platform::SettingsStore& settings = *settingsOwner;
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
@@ -85,7 +108,9 @@ int runExport(const ExportOptions& o) {
     }
     // The reader's scratch (the file, its JSON, its buffers) is freed by now; hand
     // those pages back before the export needs its own.
+#ifdef __GLIBC__
     ::malloc_trim(0);
+#endif
     if (!o.quiet)
         for (const auto& w : loaded.warnings) std::fprintf(stderr, "tarnvale: %s: %s\n", o.scene.c_str(), w.c_str());
 
@@ -110,12 +135,20 @@ int runExport(const ExportOptions& o) {
         }
     }
 
-    platform::RegFileRegistry registry = o.registry.empty() ? platform::RegFileRegistry()
-                                                            : platform::RegFileRegistry(o.registry);
+    std::unique_ptr<platform::Registry> registry = std::make_unique<platform::RegFileRegistry>();
+    if (!o.registry.empty()) registry = std::make_unique<platform::RegFileRegistry>(o.registry);
+#ifdef _WIN32
+    else registry = std::make_unique<platform::WindowsRegistry>();
+#endif
     // A person at the terminal acknowledges each box with Enter, as a dialog is
     // closed; --yes and runs without a terminal do not wait.
     const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+#ifdef _WIN32
+    // On Windows a person there closes real boxes; --gui shows them as well.
+    platform::WindowsBoxes console((person && !o.yes) || o.gui);
+#else
     platform::ConsoleBoxes console(stderr, person && !o.yes);
+#endif
     shell::ConsoleExportDialogs consoleDialogs(person && !o.yes, o.name);
     platform::MessageBoxes* shownBoxes = &console;
     shell::ExportDialogs* dialogs = &consoleDialogs;
@@ -127,15 +160,19 @@ int runExport(const ExportOptions& o) {
         dialogs = &windowDialogs;
     }
 #endif
+#ifdef _WIN32
+    gui::Win32ExportDialogs windowDialogs(o.name);
+    if (o.gui) dialogs = &windowDialogs;
+#endif
     OutcomeBoxes boxes(*shownBoxes);
     platform::RandomGuids guids;
     platform::SystemClock clock;
-    platform::PosixProcesses processes;
+    platform::SystemProcesses processes;
     ProgressLine progress(stderr);
     const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);
     boxes.before = [&] { progress.clear(); };
 
-    shell::PlatformServices services{settings, registry, boxes,      guids, clock, processes, *dialogs,
+    shell::PlatformServices services{settings, *registry, boxes,      guids, clock, processes, *dialogs,
                                      o.pluginDir, showProgress ? &progress : nullptr};
     auto plugin = shell::createTarnvale(services);
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
@@ -149,7 +186,10 @@ namespace {
 
 // Whether windows can be shown here; says why not, and what works without them.
 bool windowsPossible(const char* what) {
-#ifdef TARNVALE_WITH_QT
+#if defined(_WIN32)
+    (void)what;
+    return true;
+#elif defined(TARNVALE_WITH_QT)
     if (gui::displayAvailable()) return true;
     std::fprintf(stderr, "tarnvale: %s needs a display, and there is none (no DISPLAY or WAYLAND_DISPLAY); "
                          "material show and material apply work without one\n", what);
@@ -166,6 +206,8 @@ int run(int argc, char** argv) {
     CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
     app.set_version_flag("--version", std::string("tarnvale ") + TARNVALE_VERSION);
     app.require_subcommand(1);
+    // Options are written alike everywhere; "/name" is a path, not a switch.
+    app.allow_windows_style_options(false);
     ExportOptions o;
     CLI::App* exp = app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
     exp->add_option("SCENE", o.scene, "The scene: a .gltf or .glb file")->required();
@@ -217,6 +259,11 @@ int run(int argc, char** argv) {
         if (exp->parsed()) return runExport(o);
         gui::QtFormWindow window;
         gui::QtDialogBoxes boxes;
+        return runMaterialEdit(m, window, boxes);
+#elif defined(_WIN32)
+        if (exp->parsed()) return runExport(o);
+        gui::Win32FormWindow window;
+        gui::Win32DialogBoxes boxes;
         return runMaterialEdit(m, window, boxes);
 #endif
     }

@@ -5,6 +5,7 @@
 #include "platform/platform.h"
 
 #include <chrono>
+#include <memory>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -54,6 +55,10 @@ private:
 // The folder holding the template and the model definition: the installed data
 // folder beside the command, else the source tree's data folder.
 std::string defaultPluginDir(const char* argv0);
+
+// The settings store: the file given, else the platform's own (the registry on
+// Windows, the settings file elsewhere).
+std::unique_ptr<platform::SettingsStore> settingsStore(const std::string& file);
 
 // What the material commands work on.
 struct MaterialOptions {

@@ -22,9 +22,8 @@ struct SceneMaterials {
     int32_t fieldId = -1;
 
     explicit SceneMaterials(const MaterialOptions& o) {
-        platform::IniSettings settings(o.settings.empty() ? platform::IniSettings::defaultPath() : o.settings);
         gltf::ReadOptions read;
-        read.materialField = fieldName = shell::fieldIdSetting(settings);
+        read.materialField = fieldName = shell::fieldIdSetting(*settingsStore(o.settings));
         loaded = gltf::readScene(o.scene, read);
         fieldId = loaded.scene->root()->FindMaterialField(fieldName);
         if (fieldId < 0) fieldId = loaded.scene->root()->AddMaterialField(fieldName);

@@ -37,6 +37,8 @@ bool folderWritable(std::string_view folder);
 // Text inside the program is UTF-8; generated files are Windows-1252. A character
 // that 1252 lacks becomes "?"; a byte that is not valid UTF-8 stands for itself.
 std::string toWindows1252(std::string_view utf8);
+// The Windows-1252 byte of a code point, -1 when the code page lacks it.
+int windows1252Byte(uint32_t codePoint);
 // Windows-1252 bytes (a template line, say) as UTF-8.
 std::string fromWindows1252(std::string_view bytes);
 // The text of a file as UTF-8: UTF-16LE (with its mark, or recognised by its
@@ -297,8 +299,16 @@ std::vector<std::string> splitCommandLine(std::string_view commandLine);
 std::optional<std::pair<std::string, std::string>> findProgram(std::string_view commandLine,
                                                                const std::function<bool(const std::string&)>& isFile);
 
+#ifndef _WIN32
+// Arguments of a Windows program run through wine, as wine sees paths: a word that
+// names an existing file or folder, alone or as the value of a "/name:" switch,
+// becomes "Z:" and its path with "\" (wine's Z: drive is the Unix root).
+std::vector<std::string> wineArguments(std::vector<std::string> args,
+                                       const std::function<bool(const std::string&)>& exists);
+
 // Starts programs directly, without a shell: the program as findProgram finds it,
-// with "\" mapped to "/", and the rest of the line split by the Windows rules.
+// with "\" mapped to "/", and the rest of the line split by the Windows rules. A
+// Windows program starts through wine when wine is on the PATH.
 class PosixProcesses : public Processes {
 public:
     ~PosixProcesses() override;
@@ -317,5 +327,56 @@ private:
     std::vector<Child> children_;
     void reap(Child& c, bool wait);
 };
+#endif
+
+#ifdef _WIN32
+// ---- Windows ------------------------------------------------------------------------
+
+// UTF-8 and the wide characters of the Windows API.
+std::wstring wide(std::string_view utf8);
+std::string narrow(std::wstring_view text);
+
+// The real registry. Keys open in the 32-bit view, as the host's plug-ins saw it,
+// which is where 32-bit installers such as the SDK's write.
+class WindowsRegistry : public Registry {
+public:
+    bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) override;
+    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name, RegValue& out) override;
+};
+
+// The per-user settings store of the host's programs:
+// HKEY_CURRENT_USER\Software\VB and VBA Program Settings\<application>\<section>.
+class RegistrySettings : public SettingsStore {
+public:
+    std::string getSetting(const std::string& application, const std::string& section, const std::string& key,
+                           const std::string& defaultValue) override;
+};
+
+// Message boxes as windows when a person is there to close them, else on the console.
+class WindowsBoxes : public MessageBoxes {
+public:
+    explicit WindowsBoxes(bool personThere, std::FILE* out = stderr) : person_(personThere), console_(out) {}
+    void show(const std::string& text, const std::string& title, BoxIcon icon) override;
+
+private:
+    bool person_;
+    ConsoleBoxes console_;
+};
+
+// CreateProcessW with the command line as it is: Windows' own search finds the
+// program. Exit codes come from GetExitCodeProcess.
+class WindowsProcesses : public Processes {
+public:
+    int64_t start(const std::string& commandLine, int32_t windowStyle) override;
+    intptr_t open(int64_t processId, uint32_t access) override;
+    bool exitCode(intptr_t handle, uint32_t& code) override;
+    void sleep(int32_t milliseconds) override;
+    void close(intptr_t handle) override;
+};
+
+using SystemProcesses = WindowsProcesses;
+#else
+using SystemProcesses = PosixProcesses;
+#endif
 
 } // namespace tarnvale::platform

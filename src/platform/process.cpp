@@ -1,14 +1,7 @@
-// Starting a command line without a shell, and polling its end.
+// How Windows reads a command line: its arguments and the program it starts.
 #include "platform/platform.h"
 
-#include <cerrno>
-#include <cstring>
 #include <optional>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <thread>
-
-extern char** environ;
 
 namespace tarnvale::platform {
 
@@ -83,57 +76,5 @@ std::optional<std::pair<std::string, std::string>> findProgram(std::string_view 
     }
     return std::nullopt;
 }
-
-PosixProcesses::~PosixProcesses() {
-    for (Child& c : children_) reap(c, false);
-}
-
-int64_t PosixProcesses::start(const std::string& commandLine, int32_t) {
-    auto found = findProgram(commandLine, [](const std::string& path) { return fileExists(path); });
-    if (!found) throw Failure(err::kFileNotFound, "File not found: " + commandLine);
-    std::vector<std::string> args = splitCommandLine(found->second);
-    args.insert(args.begin(), nativePath(found->first));
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    int rc = ::posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
-    if (rc != 0) throw Failure(err::kFileNotFound, args[0] + ": " + std::strerror(rc));
-    children_.push_back({pid});
-    return pid;
-}
-
-intptr_t PosixProcesses::open(int64_t processId, uint32_t) {
-    for (size_t i = 0; i < children_.size(); ++i)
-        if (children_[i].pid == processId) return static_cast<intptr_t>(i + 1);
-    return 0;
-}
-
-void PosixProcesses::reap(Child& c, bool) {
-    if (c.ended) return;
-    int status = 0;
-    pid_t r = ::waitpid(static_cast<pid_t>(c.pid), &status, WNOHANG);
-    if (r == static_cast<pid_t>(c.pid)) {
-        c.ended = true;
-        c.code = WIFEXITED(status) ? static_cast<uint32_t>(WEXITSTATUS(status)) : 1u;
-    } else if (r < 0) {
-        c.ended = true;
-        c.code = 1;
-    }
-}
-
-bool PosixProcesses::exitCode(intptr_t handle, uint32_t& code) {
-    if (handle <= 0 || static_cast<size_t>(handle) > children_.size()) return false;
-    Child& c = children_[handle - 1];
-    reap(c, false);
-    code = c.ended ? c.code : kStillActive;
-    return true;
-}
-
-void PosixProcesses::sleep(int32_t milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
-void PosixProcesses::close(intptr_t) {}
 
 } // namespace tarnvale::platform

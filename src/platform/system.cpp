@@ -31,6 +31,8 @@ void ConsoleBoxes::show(const std::string& text, const std::string& title, BoxIc
     }
 }
 
+#ifndef _WIN32
+// Windows has its own: CoCreateGuid and the locale's formats (windows.cpp).
 bool RandomGuids::create(Guid& out) {
     std::random_device rd;
     uint8_t b[16];
@@ -61,5 +63,6 @@ std::string formatNow(const char* format) {
 
 std::string SystemClock::longDate() { return formatNow("%A, %d %B %Y"); }
 std::string SystemClock::longTime() { return formatNow("%H:%M:%S"); }
+#endif
 
 } // namespace tarnvale::platform

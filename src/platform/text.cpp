@@ -12,12 +12,6 @@ constexpr uint16_t kHigh1252[32] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x20
                                     0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
-int byteFor(uint32_t cp) {
-    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<int>(cp);
-    for (int i = 0; i < 32; ++i)
-        if (kHigh1252[i] == cp && cp != 0) return 0x80 + i;
-    return '?';
-}
 
 // Length of the UTF-8 sequence at s[i], 0 when it is not a valid one.
 size_t sequenceLength(std::string_view s, size_t i) {
@@ -120,6 +114,13 @@ std::string mapLetters(std::string_view utf8, Map map) {
 
 } // namespace
 
+int windows1252Byte(uint32_t cp) {
+    if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<int>(cp);
+    for (int i = 0; i < 32; ++i)
+        if (kHigh1252[i] == cp && cp != 0) return 0x80 + i;
+    return -1;
+}
+
 std::string toWindows1252(std::string_view utf8) {
     std::string out;
     out.reserve(utf8.size());
@@ -128,7 +129,8 @@ std::string toWindows1252(std::string_view utf8) {
             out += utf8[i++];
             continue;
         }
-        out += static_cast<char>(byteFor(decodeUtf8(utf8, i)));
+        const int b = windows1252Byte(decodeUtf8(utf8, i));
+        out += static_cast<char>(b < 0 ? '?' : b);
     }
     return out;
 }

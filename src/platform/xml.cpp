@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <libxml/encoding.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xmlsave.h>
@@ -23,6 +24,53 @@ std::string str(const xmlChar* s) { return s ? reinterpret_cast<const char*>(s) 
 // Strict parsing: no network, no external subset, entities left as references
 // (their internal text is read through them), no messages of the library's own.
 constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+
+#ifndef LIBXML_ICONV_ENABLED
+// Without iconv (the Windows build) libxml2 knows UTF-8, UTF-16 and Latin-1 only;
+// documents in the Windows code page read and write through these.
+int fromCodePage(unsigned char* out, int* outLength, const unsigned char* in, int* inLength) {
+    int o = 0, i = 0;
+    for (; i < *inLength; ++i) {
+        const std::string utf8 = fromWindows1252(std::string_view(reinterpret_cast<const char*>(in + i), 1));
+        if (o + static_cast<int>(utf8.size()) > *outLength) break;
+        std::memcpy(out + o, utf8.data(), utf8.size());
+        o += static_cast<int>(utf8.size());
+    }
+    *outLength = o;
+    *inLength = i;
+    return o;
+}
+
+// A character the code page lacks is an error, which libxml2 writes as a reference.
+int toCodePage(unsigned char* out, int* outLength, const unsigned char* in, int* inLength) {
+    int o = 0, i = 0;
+    while (i < *inLength && o < *outLength) {
+        const unsigned char lead = in[i];
+        const int length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+        if (i + length > *inLength) break; // the rest comes with the next call
+        uint32_t cp = length == 1 ? lead : lead & (0x7F >> length);
+        for (int k = 1; k < length; ++k) cp = cp << 6 | (in[i + k] & 0x3F);
+        const int b = windows1252Byte(cp);
+        if (b < 0) {
+            *outLength = o;
+            *inLength = i;
+            return -2;
+        }
+        out[o++] = static_cast<unsigned char>(b);
+        i += length;
+    }
+    *outLength = o;
+    *inLength = i;
+    return o;
+}
+#endif
+
+void initialiseLibrary() {
+    xmlInitParser();
+#ifndef LIBXML_ICONV_ENABLED
+    if (!xmlFindCharEncodingHandler("windows-1252")) xmlNewCharEncodingHandler("windows-1252", fromCodePage, toCodePage);
+#endif
+}
 
 // The element's name as the document spells it, prefix included.
 std::string qualifiedName(const xmlNode* n) {
@@ -203,14 +251,25 @@ XmlElement XmlElement::appendChild(XmlElement child) {
 // ---- XmlDocument --------------------------------------------------------------------
 
 XmlDocument::XmlDocument() : impl_(std::make_unique<Impl>()) {
-    xmlInitParser();
+    initialiseLibrary();
     impl_->reset(nullptr);
 }
 
 XmlDocument::~XmlDocument() = default;
 
 bool XmlDocument::load(const std::string& path) {
-    xmlDoc* doc = xmlReadFile(nativePath(path).c_str(), nullptr, kParseOptions);
+    // Read here, so that names outside the code page open on Windows too.
+    std::string bytes;
+    if (std::FILE* f = openFile(path, "rb")) {
+        char buffer[1 << 16];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) bytes.append(buffer, n);
+        const bool failed = std::ferror(f) != 0;
+        std::fclose(f);
+        if (failed) bytes.clear();
+    }
+    xmlDoc* doc = bytes.empty() ? nullptr
+                                : xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nativePath(path).c_str(),
+                                                nullptr, kParseOptions);
     if (!doc || !xmlDocGetRootElement(doc)) {
         if (doc) xmlFreeDoc(doc);
         impl_->reset(nullptr);
