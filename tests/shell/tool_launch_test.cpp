@@ -121,6 +121,45 @@ TEST(LaunchAndWait, ProgramIsFoundAsWindowsFindsAnUnquotedPath) {
     }
 }
 
+TEST(Wine, PathsInTheArgumentsOfAWindowsProgramAreGivenAsWineSeesThem) {
+    const std::vector<std::string> files = {"/home/me/model.x", "/home/me/sdk dir/modeldef.xml", "/home/me"};
+    auto exists = [&](const std::string& p) { return std::find(files.begin(), files.end(), p) != files.end(); };
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"/home/me/model.x", "Z:\\home\\me\\model.x"},
+        {"/dict:/home/me/sdk dir\\modeldef.xml", "/dict:Z:\\home\\me\\sdk dir\\modeldef.xml"},
+        {"/home/me", "Z:\\home\\me"},
+        {"/xanim", "/xanim"},                    // a switch, not a file
+        {"/home/me/missing.x", "/home/me/missing.x"}, // what is not there stays as it is
+        {"/dict:relative.xml", "/dict:relative.xml"},
+        {"", ""},
+    };
+    for (const auto& [in, out] : rows) EXPECT_EQ(platform::wineArguments({in}, exists), std::vector<std::string>{out}) << in;
+}
+
+// Needs the Windows build of the fake tool (TARNVALE_WINDOWS_FAKE_TOOL) and wine;
+// the Windows suite's run provides both.
+TEST(Wine, TheLinuxBuildStartsAWindowsToolThroughWine) {
+    const char* windowsTool = std::getenv("TARNVALE_WINDOWS_FAKE_TOOL");
+    if (!windowsTool || !*windowsTool) GTEST_SKIP() << "TARNVALE_WINDOWS_FAKE_TOOL is not set";
+    TempDir d;
+    const std::string folder = d.file("Program Files/SDK kit");
+    fs::create_directories(folder);
+    fs::copy_file(windowsTool, folder + "/xtomdl.exe");
+    writeFile(folder + "/modeldef.xml", "<ModelInfo/>");
+    writeFile(d.file("my plane.x"), "xof");
+    ::setenv("FAKE_TOOL_LOG", d.file("args.txt").c_str(), 1);
+    platform::PosixProcesses processes;
+    std::string line = shell::toolCommandLine(folder + "/xtomdl.exe", true, folder + "\\modeldef.xml", d.file("my plane.x"));
+    EXPECT_GT(shell::modTypes::LaunchAndWait(processes, line, false, 6), 0.0);
+    ::unsetenv("FAKE_TOOL_LOG");
+    auto wine = [](std::string p) {
+        std::replace(p.begin(), p.end(), '/', '\\');
+        return "Z:" + p;
+    };
+    EXPECT_EQ(readFile(d.file("args.txt")),
+              "/xanim\n/dict:" + wine(folder + "/modeldef.xml") + "\n" + wine(d.file("my plane.x")) + "\n");
+}
+
 TEST(Driver, SdkToolUnderAFolderWithBlanksRunsForReal) {
     Rig rig;
     const std::string sdk = rig.dir.file("Flight Sim SDK") + "/";

@@ -1,14 +1,45 @@
 // A stand-in for the conversion tool: records the arguments it received, one per
 // line, in $FAKE_TOOL_LOG, waits $FAKE_TOOL_DELAY_MS and exits with $FAKE_TOOL_EXIT.
+// Built for Windows it also records its command line, as the system passed it,
+// in $FAKE_TOOL_LINE_LOG, and takes its arguments from the wide command line.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#include <shellapi.h>
+
+namespace {
+std::string utf8(const wchar_t* text) {
+    const int n = ::WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+    std::string out(static_cast<size_t>(n > 0 ? n - 1 : 0), '\0');
+    if (n > 1) ::WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), n, nullptr, nullptr);
+    return out;
+}
+} // namespace
+#endif
 
 int main(int argc, char** argv) {
+    std::vector<std::string> args(argv, argv + argc);
+#ifdef _WIN32
+    int n = 0;
+    wchar_t** wide = ::CommandLineToArgvW(::GetCommandLineW(), &n);
+    args.clear();
+    for (int i = 0; i < n; ++i) args.push_back(utf8(wide[i]));
+    ::LocalFree(wide);
+    if (const char* log = std::getenv("FAKE_TOOL_LINE_LOG"))
+        if (std::FILE* f = std::fopen(log, "wb")) {
+            std::fprintf(f, "%s", utf8(::GetCommandLineW()).c_str());
+            std::fclose(f);
+        }
+#endif
     if (const char* log = std::getenv("FAKE_TOOL_LOG")) {
         if (std::FILE* f = std::fopen(log, "wb")) {
-            for (int i = 1; i < argc; ++i) std::fprintf(f, "%s\n", argv[i]);
+            for (size_t i = 1; i < args.size(); ++i) std::fprintf(f, "%s\n", args[i].c_str());
             std::fclose(f);
         }
     }

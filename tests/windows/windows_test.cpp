@@ -1,0 +1,308 @@
+// The Windows build against the real Windows services, under wine: registry,
+// per-user settings, process launch, message boxes, the code page's XML, wide
+// file names and the Win32 dialogs.
+#include "app/command.h"
+#include "gui/win32.h"
+#include "platform/xml.h"
+#include "scene/scene.h"
+#include "shell/shell.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace tarnvale {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::narrow;
+using platform::wide;
+
+constexpr const char* kSdkKey = "SOFTWARE\\Microsoft\\microsoft games\\Flight Simulator X SDK";
+
+// A folder of its own under the user's temp folder, named with blanks and with
+// characters outside the code page; removed afterwards.
+class Scratch {
+public:
+    Scratch() {
+        wchar_t temp[MAX_PATH];
+        ::GetTempPathW(MAX_PATH, temp);
+        dir_ = fs::path(temp) / (L"Tarnvale test \u03A9\u6A21 " + std::to_wstring(::GetCurrentProcessId()));
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    ~Scratch() {
+        std::error_code ec;
+        fs::remove_all(dir_, ec);
+    }
+    // The UTF-8 path of a file or folder below, made with its parents.
+    std::string path(const std::string& relative, bool makeFolder = false) const {
+        const fs::path p = dir_ / fs::path(std::u8string(relative.begin(), relative.end()));
+        fs::create_directories(makeFolder ? p : p.parent_path());
+        return platform::utf8Path(p);
+    }
+
+private:
+    fs::path dir_;
+};
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// A key written into the real registry for one test and deleted after it.
+class RegistryKey {
+public:
+    RegistryKey(HKEY hive, const std::string& path, REGSAM view = KEY_WOW64_32KEY)
+        : hive_(hive), path_(wide(path)), view_(view) {
+        ::RegCreateKeyExW(hive_, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view_, nullptr, &key_, nullptr);
+    }
+    ~RegistryKey() {
+        ::RegCloseKey(key_);
+        ::RegDeleteTreeW(hive_, path_.c_str());
+        ::RegDeleteKeyExW(hive_, path_.c_str(), view_, 0);
+    }
+    void set(const std::string& name, const std::string& text) {
+        const std::wstring value = wide(text);
+        ::RegSetValueExW(key_, wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                         static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    }
+    void set(const std::string& name, DWORD number) {
+        ::RegSetValueExW(key_, wide(name).c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
+    }
+
+private:
+    HKEY hive_, key_{};
+    std::wstring path_;
+    REGSAM view_;
+};
+
+int runCommand(std::vector<std::string> args) {
+    args.insert(args.begin(), "tarnvale");
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    return app::run(static_cast<int>(args.size()), argv.data());
+}
+
+// Waits for a top-level window of the class and title (either may be null), acts
+// on it from another thread, and says whether it was found.
+class WindowCloser {
+public:
+    template <typename Action>
+    WindowCloser(const wchar_t* windowClass, const wchar_t* title, Action action)
+        : thread_([=, this] {
+              for (int i = 0; i < 400 && !found_; ++i) {
+                  if (HWND w = ::FindWindowW(windowClass, title); w && ::IsWindowVisible(w)) {
+                      action(w);
+                      found_ = true;
+                  }
+                  ::Sleep(25);
+              }
+          }) {}
+    ~WindowCloser() {
+        if (thread_.joinable()) thread_.join();
+    }
+    bool found() {
+        if (thread_.joinable()) thread_.join();
+        return found_;
+    }
+
+private:
+    std::atomic<bool> found_{false};
+    std::thread thread_;
+};
+
+TEST(WindowsRegistry, ReadsTheRealHiveInTheViewOfThe32BitHost) {
+    RegistryKey sdk(HKEY_LOCAL_MACHINE, kSdkKey);
+    sdk.set("SdkRootDir", "C:\\SDK root \u00E9\\");
+    sdk.set("Number", 42);
+    RegistryKey other(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tarnvale test only in the 64-bit view", KEY_WOW64_64KEY);
+    other.set("Value", "x");
+    platform::WindowsRegistry registry;
+    struct Case {
+        const char* key;
+        const char* name;
+        bool found;
+        std::string output;
+    } cases[] = {
+        {kSdkKey, "SdkRootDir", true, "C:\\SDK root \u00E9\\"},
+        {kSdkKey, "Number", true, "&h002A"}, // 2A 00 00 00: the last NUL dropped, last byte first, no zero fill
+        {kSdkKey, "Missing", false, ""},
+        {"SOFTWARE\\Tarnvale test only in the 64-bit view", "Value", false, ""},
+    };
+    for (const Case& c : cases) {
+        std::string out = "left over";
+        EXPECT_EQ(shell::modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, c.key, c.name, out), c.found)
+            << c.name;
+        EXPECT_EQ(out, c.output) << c.name;
+    }
+    EXPECT_EQ(shell::toolPath(registry, "C:\\plugin", "xtomdl.exe"),
+              "C:\\SDK root \u00E9\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe");
+}
+
+TEST(RegistrySettings, ReadsTheHostsPerUserStore) {
+    RegistryKey store(HKEY_CURRENT_USER, "Software\\VB and VBA Program Settings\\MorvanePlugin\\Tarnvale", 0);
+    store.set("FieldId", "Sim \u00E9");
+    store.set("Number", 1); // not text: the default stands
+    platform::RegistrySettings settings;
+    EXPECT_EQ(shell::fieldIdSetting(settings), "Sim \u00E9");
+    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Tarnvale", "Number", "d"), "d");
+    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Tarnvale", "Template", "d"), "d");
+    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Elsewhere", "FieldId", "d"), "d");
+}
+
+// The whole export: settings from the registry, the SDK's folder from it, the tool
+// started from a path with blanks, files under names outside the code page.
+TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNames) {
+    Scratch scratch;
+    const std::string sdk = scratch.path("Program Files\\SDK", true) + "\\";
+    const std::string tool = sdk + "Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe";
+    const std::string plugin = scratch.path("plug in", true);
+    wchar_t self[MAX_PATH];
+    ::GetModuleFileNameW(nullptr, self, MAX_PATH);
+    fs::copy_file(fs::path(self).parent_path() / "fake_tool.exe",
+                  platform::systemPath(scratch.path("Program Files\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe")));
+    for (const char* f : {"Tarnvale.X", "modeldef.xml"})
+        fs::copy_file(fs::path(TARNVALE_SOURCE_DIR) / "data" / f, platform::systemPath(plugin + "\\" + f));
+    RegistryKey key(HKEY_LOCAL_MACHINE, kSdkKey);
+    key.set("SdkRootDir", sdk);
+    wchar_t temp[MAX_PATH];
+    ::GetTempPathW(MAX_PATH, temp);
+    const std::string argsLog = narrow(temp) + "tarnvale-tool-args.txt", lineLog = narrow(temp) + "tarnvale-tool-line.txt";
+    ::SetEnvironmentVariableW(L"FAKE_TOOL_LOG", wide(argsLog).c_str());
+    ::SetEnvironmentVariableW(L"FAKE_TOOL_LINE_LOG", wide(lineLog).c_str());
+    const std::string out = scratch.path("\u6A21\u578B out\\trainer \u03A9.x");
+
+    EXPECT_EQ(runCommand({"export", std::string(TARNVALE_SOURCE_DIR) + "/examples/trainer.gltf", "-o", out, "--yes",
+                          "--quiet", "--plugin-dir", plugin}),
+              app::kExported);
+    ::SetEnvironmentVariableW(L"FAKE_TOOL_LOG", nullptr);
+    ::SetEnvironmentVariableW(L"FAKE_TOOL_LINE_LOG", nullptr);
+
+    // The line as built, the tool unquoted; wine hands the child the program it
+    // found in quotes, Windows hands it over as it is.
+    const std::string rest = " /xanim /dict:\"" + plugin + "\\modeldef.xml\" \"" + out + "\"";
+    const std::string line = readFile(lineLog);
+    EXPECT_TRUE(line == tool + rest || line == "\"" + tool + "\"" + rest) << line;
+    EXPECT_EQ(readFile(argsLog), "/xanim\n/dict:" + plugin + "\\modeldef.xml\n" + out + "\n");
+    const std::string base = out.substr(0, out.size() - 2);
+    for (const char* extension : {".x", ".xanim", ".config"})
+        EXPECT_TRUE(platform::fileExists(base + extension)) << extension;
+    EXPECT_EQ(readFile(out).substr(0, 18), "xof 0303txt 0032\r\n");
+    fs::remove(platform::systemPath(argsLog));
+    fs::remove(platform::systemPath(lineLog));
+}
+
+TEST(WindowsBoxes, ShowAWindowWhenAPersonIsThereAndPrintOtherwise) {
+    const std::string text = "xtomdl.exe was not found\rPlease convert \u00E9";
+    std::FILE* printed = std::tmpfile();
+    platform::WindowsBoxes(false, printed).show(text, "Tarnvale", platform::BoxIcon::Critical);
+    std::rewind(printed);
+    char buffer[256] = {};
+    std::fread(buffer, 1, sizeof buffer - 1, printed);
+    std::fclose(printed);
+    EXPECT_EQ(std::string(buffer), "[critical] Tarnvale\nxtomdl.exe was not found\nPlease convert \u00E9\n");
+
+    std::wstring shown;
+    WindowCloser closer(L"#32770", L"Tarnvale box test", [&](HWND box) {
+        wchar_t t[256] = {};
+        ::GetDlgItemTextW(box, 0xFFFF, t, 256);
+        shown = t;
+        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+    });
+    platform::WindowsBoxes(true).show(text, "Tarnvale box test", platform::BoxIcon::Information);
+    ASSERT_TRUE(closer.found());
+    EXPECT_NE(shown.find(L"Please convert \u00E9"), std::wstring::npos);
+}
+
+TEST(WindowsPlatform, GuidsAndTheLocalesLongDate) {
+    platform::RandomGuids guids;
+    platform::Guid a, b;
+    ASSERT_TRUE(guids.create(a) && guids.create(b));
+    EXPECT_NE(std::memcmp(&a, &b, sizeof a), 0);
+    EXPECT_EQ(a.data3 >> 12, 4); // random GUIDs
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    platform::SystemClock clock;
+    EXPECT_NE(clock.longDate().find(std::to_string(now.wYear)), std::string::npos) << clock.longDate();
+    EXPECT_FALSE(clock.longTime().empty());
+}
+
+// Without iconv the code page still reads and writes; what it lacks becomes a reference.
+TEST(WindowsXml, ReadsAndWritesTheWindowsCodePageUnderWideNames) {
+    Scratch scratch;
+    const std::string in = scratch.path("\u03A9 in.xml"), out = scratch.path("\u03A9 out.xml");
+    std::ofstream(platform::systemPath(in), std::ios::binary)
+        << "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\r\n<a>\x80 \xE9</a>";
+    platform::XmlDocument doc;
+    ASSERT_TRUE(doc.load(in));
+    EXPECT_EQ(doc.documentElement().text(), "\u20AC \u00E9");
+    doc.documentElement().setText("\u20AC \u03A9");
+    doc.save(out);
+    EXPECT_NE(readFile(out).find("<a>\x80 &#937;</a>"), std::string::npos) << readFile(out);
+}
+
+// The Win32 editor hands the window's clicks to the model: a preset and OK give
+// the record that the model alone gives for the same steps.
+TEST(Win32Options, APresetAndOkThroughTheWindowGiveTheModelsRecord) {
+    auto host = std::make_shared<scene::MemoryMaterial>();
+    host->diffuse = {0.85f, 0.1f, 0.08f, 1};
+    host->textures = std::make_shared<scene::MemoryTextures>();
+    host->textures->fileName = "textures\\trainer_t.dds";
+    auto makeRecord = [&] {
+        auto record = std::make_shared<material::FS10Material>();
+        record->CreateCSG(host, -1);
+        return record;
+    };
+    gui::Win32DialogBoxes boxes;
+    editor::frmOptions expected(boxes, ".");
+    expected.EditMaterial = makeRecord();
+    expected.Form_Load();
+    expected.click("cmdStd(2)");
+    expected.click("chkSF(0)");
+    expected.click("cmdOK");
+
+    editor::frmOptions form(boxes, ".");
+    form.EditMaterial = makeRecord();
+    const std::string before = form.EditMaterial->toString();
+    form.Form_Load();
+    auto window = gui::makeOptionsWindow(form);
+    for (const char* control : {"cmdStd(2)", "chkSF(0)", "cmdOK"})
+        ::PostMessageW(static_cast<HWND>(window->control(control)), BM_CLICK, 0, 0);
+    window->runModal();
+    EXPECT_TRUE(form.committed());
+    EXPECT_NE(form.EditMaterial->toString(), before);
+    EXPECT_EQ(form.EditMaterial->toString(), expected.EditMaterial->toString());
+}
+
+TEST(Win32Export, OkKeepsTheTypedNameAndCancelSetsTheFlag) {
+    struct Case {
+        WPARAM command;
+        bool cancelled;
+    } cases[] = {{IDOK, false}, {IDCANCEL, true}};
+    for (const Case& c : cases) {
+        auto dialog = gui::Win32ExportDialogs(std::string("Trainer")).create();
+        WindowCloser closer(L"TarnvaleExport", nullptr, [&](HWND w) {
+            ::SetDlgItemTextW(w, 100, L"Renamed \u00E9\u03A9");
+            ::PostMessageW(w, WM_COMMAND, c.command, 0);
+        });
+        dialog->Show();
+        ASSERT_TRUE(closer.found());
+        EXPECT_EQ(dialog->bCancel, c.cancelled);
+        if (!c.cancelled) {
+            EXPECT_EQ(dialog->txtName, "Renamed \u00E9\u03A9");
+        }
+    }
+}
+
+} // namespace
+} // namespace tarnvale
