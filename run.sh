@@ -42,16 +42,8 @@ case "$mode" in
     configure build-windows -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DCMAKE_BUILD_TYPE=Release \
       -DTARNVALE_TESTS=ON -DTARNVALE_NATIVE_BIN="$PWD/build/bin/tarnvale"
     cmake --build build-windows
-    # A wine prefix of the suite's own; one wine server kept for the whole run.
-    export WINEPREFIX="$PWD/build-windows/wine" WINEDEBUG=-all
-    setsid wineserver -p </dev/null >/dev/null 2>&1 &
-    trap 'wineserver -k 2>/dev/null || true' EXIT
-    wineboot -i </dev/null >/dev/null 2>&1
-    # The dialogs need a display: a virtual one. One test at a time: they share
-    # the registry.
-    xvfb-run -a ctest --test-dir build-windows --output-on-failure </dev/null
-    TARNVALE_WINDOWS_FAKE_TOOL="$PWD/build-windows/tests/windows/fake_tool.exe" \
-      ctest --test-dir build -R '^Wine\.' --output-on-failure </dev/null
+    # The dialogs need a display: a virtual one.
+    xvfb-run -a scripts/windows-tests.sh
     ;;
   *)
     echo "usage: $0 example|test|sanitize|windows" >&2
