@@ -11,6 +11,7 @@ import json
 import math
 import os
 import struct
+import zlib
 
 buffer = bytearray()
 views, accessors, meshes = [], [], []
@@ -66,7 +67,8 @@ def mesh(name, *prims):
 
 materials = [
     {"name": "Paint White", "pbrMetallicRoughness": {"baseColorFactor": [0.92, 0.92, 0.9, 1.0],
-     "baseColorTexture": {"index": 0}, "metallicFactor": 0.0, "roughnessFactor": 0.45}},
+     "baseColorTexture": {"index": 0}, "metallicFactor": 0.0, "roughnessFactor": 0.45},
+     "normalTexture": {"index": 1}},
     {"name": "Canopy Glass", "alphaMode": "BLEND", "pbrMetallicRoughness": {
         "baseColorFactor": [0.55, 0.65, 0.75, 0.35], "metallicFactor": 0.0, "roughnessFactor": 0.1}},
     {"name": "Trim Red", "pbrMetallicRoughness": {"baseColorFactor": [0.7, 0.08, 0.06, 1.0],
@@ -180,8 +182,8 @@ doc = {
     "meshes": meshes,
     "skins": skins,
     "materials": materials,
-    "textures": [{"source": 0}],
-    "images": [{"uri": "textures/trainer_t.png"}],
+    "textures": [{"source": 0}, {"source": 1}],
+    "images": [{"uri": "textures/trainer_t.png"}, {"uri": "textures/trainer_n.png"}],
     "animations": [animation],
     "accessors": accessors,
     "bufferViews": views,
@@ -189,7 +191,30 @@ doc = {
                  "uri": "data:application/octet-stream;base64," + base64.b64encode(bytes(buffer)).decode()}],
 }
 
-out = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples", "trainer.gltf")
+def write_png(path, width, height, pixel):
+    """An 8-bit RGB PNG of pixel(x, y) -> (r, g, b)."""
+    rows = b"".join(b"\0" + bytes(c for x in range(width) for c in pixel(x, y)) for y in range(height))
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data) & 0xFFFFFFFF)
+    with open(path, "wb") as f:
+        f.write(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+                + chunk(b"IDAT", zlib.compress(rows, 9)) + chunk(b"IEND", b""))
+
+
+examples = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples")
+os.makedirs(os.path.join(examples, "textures"), exist_ok=True)
+# The livery: white with a red cheat line and a blue fin band, 600x300 so that
+# --textures shows the resize to powers of two (512x256).
+write_png(os.path.join(examples, "textures", "trainer_t.png"), 600, 300,
+          lambda x, y: (200, 30, 25) if 130 <= y < 160 else (30, 60, 160) if x >= 480 and y < 60 else (235, 235, 228))
+# Panel lines as a normal map (+Y up): a groove every 64 pixels across x.
+def panel_normal(x, y):
+    slope = 0.6 if x % 64 == 0 else -0.6 if x % 64 == 1 else 0.0
+    z = math.sqrt(1 - slope * slope)
+    return (round((slope + 1) * 127.5), 128, round((z + 1) * 127.5))
+write_png(os.path.join(examples, "textures", "trainer_n.png"), 256, 256, panel_normal)
+
+out = os.path.join(examples, "trainer.gltf")
 with open(out, "w") as f:
     json.dump(doc, f, indent=1)
     f.write("\n")

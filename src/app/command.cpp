@@ -3,6 +3,7 @@
 #include "gltf/gltf.h"
 #include "platform/platform.h"
 #include "shell/shell.h"
+#include "texture/texture.h"
 
 #ifdef TARNVALE_WITH_QT
 #include "gui/gui.h"
@@ -94,6 +95,7 @@ int runExport(const ExportOptions& o) {
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
+    readOptions.keepImages = !o.textures.empty();
     // The field that the export reads a material's simulator text from.
     readOptions.materialField = shell::fieldIdSetting(settings);
     gltf::LoadedScene loaded;
@@ -178,8 +180,39 @@ int runExport(const ExportOptions& o) {
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
     progress.clear();
     if (boxes.failed) return kFailed;
-    if (boxes.closed) return kExported;
-    return kCancelled;
+    if (!boxes.closed) return kCancelled;
+    return o.textures.empty() ? kExported : writeTextures(o, loaded.images);
+}
+
+int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& images) {
+    std::string xText;
+    if (std::FILE* f = platform::openFile(o.output, "rb")) {
+        char buffer[1 << 16];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) xText.append(buffer, n);
+        std::fclose(f);
+    }
+    std::error_code ec;
+    fs::create_directories(platform::systemPath(o.textures), ec);
+    if (!platform::folderWritable(o.textures)) {
+        std::fprintf(stderr, "tarnvale: textures: cannot write into %s\n", o.textures.c_str());
+        return kFailed;
+    }
+    texture::Options options;
+    options.folder = o.textures;
+    options.sceneFolder = platform::utf8Path(platform::systemPath(o.scene).parent_path());
+    const auto outcomes = texture::writeTextures(texture::ddsNamesOf(xText), images, options);
+    bool failed = false, skipped = false;
+    for (const texture::Outcome& t : outcomes) {
+        if (t.kind == texture::Outcome::Written) continue;
+        const bool fails = t.kind == texture::Outcome::Failed;
+        std::fprintf(stderr, "tarnvale: texture %s %s: %s\n", t.name.c_str(), fails ? "failed" : "skipped",
+                     t.reason.c_str());
+        (fails ? failed : skipped) = true;
+    }
+    if (!o.quiet)
+        for (const texture::Outcome& t : outcomes)
+            if (t.kind == texture::Outcome::Written) std::printf("%s\n", t.line.c_str());
+    return failed || (skipped && o.strict) ? kFailed : kExported;
 }
 
 namespace {
@@ -223,6 +256,8 @@ int run(int argc, char** argv) {
     exp->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
     exp->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     exp->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
+    exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
+    exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
 
     MaterialOptions m;
     CLI::App* mat = app.add_subcommand("material", "Show, edit and apply the simulator materials of a scene");

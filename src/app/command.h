@@ -2,6 +2,7 @@
 #pragma once
 
 #include "editor/editor.h"
+#include "gltf/gltf.h"
 #include "platform/platform.h"
 
 #include <chrono>
@@ -32,6 +33,8 @@ struct ExportOptions {
     std::string pluginDir;
     std::string settings;
     std::string registry;
+    std::string textures; // the folder the DDS files go to; none when empty
+    bool strict = false;  // a texture skipped fails the run
 };
 
 // Progress on a terminal line: shown once the export has run for `delay`, at most
@@ -70,6 +73,9 @@ struct MaterialOptions {
 };
 
 int runExport(const ExportOptions& options);
+// After an export: the X file's DDS textures into options.textures, a line each
+// on standard output, what was skipped or failed on standard error.
+int writeTextures(const ExportOptions& options, const std::vector<gltf::SourceImage>& images);
 // Each material (or one): its name, its field's text, the text form of the record
 // the export derives and the FS10Material block it would write.
 int runMaterialShow(const MaterialOptions& options, std::FILE* out);

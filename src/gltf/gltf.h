@@ -4,6 +4,8 @@
 
 #include "scene/scene.h"
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -32,6 +34,19 @@ struct ReadOptions {
     std::string materialField = "FS10";
     // Samples per second of cubic-spline channels (> 0).
     double sampleRate = 30;
+    // Keep the encoded bytes of the images that materials use (for textures).
+    bool keepImages = false;
+};
+
+// An image a material uses, as the reader found it: once per image and use (a
+// normal map is converted apart from the same image used for colour).
+struct SourceImage {
+    std::string name;   // the texture name the material holds ("textures\\wing.png")
+    std::string origin; // where it comes from, for messages
+    std::string file;   // an external image: its path, read when it is needed
+    std::shared_ptr<const std::vector<uint8_t>> bytes; // an embedded image: its encoded bytes
+    int image = -1;     // its glTF index
+    bool normalMap = false;
 };
 
 struct LoadedScene {
@@ -40,6 +55,8 @@ struct LoadedScene {
     // The file's materials by their glTF index, and `default` when primitives use it.
     std::vector<std::shared_ptr<scene::MemoryMaterial>> materials;
     std::shared_ptr<scene::MemoryMaterial> defaultMaterial;
+    // The images the materials use; filled when ReadOptions::keepImages is set.
+    std::vector<SourceImage> images;
 };
 
 // Reads a .gltf (external or embedded data) or .glb file. Converts to the

@@ -51,8 +51,9 @@ std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& m
 // glTF materials as scene materials, one per glTF material, made on first use.
 class MaterialMap {
 public:
-    MaterialMap(const tinygltf::Model& model, scene::MemoryScene& scene, const ReadOptions& options)
-        : model_(model), scene_(scene), options_(options) {}
+    MaterialMap(const tinygltf::Model& model, scene::MemoryScene& scene, const ReadOptions& options,
+                std::string folder)
+        : model_(model), scene_(scene), options_(options), folder_(std::move(folder)) {}
     // The material of that index; the shared `default` one for -1.
     std::shared_ptr<scene::MemoryMaterial> get(int index);
     // All the file's materials by index, and the default one if it was used.
@@ -60,6 +61,8 @@ public:
 
 private:
     std::string textureName(int textureIndex, const std::string& materialName, const char* slot);
+    // Notes the image behind a texture name for the textures' export.
+    void noteImage(int image, const std::string& name, bool normalMap);
     void readFields(const tinygltf::Value& extras, scene::MemoryMaterial& m);
     void addIntent(const tinygltf::Material& g, const std::shared_ptr<scene::MemoryMaterial>& m);
 
@@ -68,6 +71,9 @@ private:
     const ReadOptions& options_;
     std::map<int, std::shared_ptr<scene::MemoryMaterial>> materials_;
     std::shared_ptr<scene::MemoryMaterial> default_;
+    std::string folder_;
+    std::vector<SourceImage> images_;
+    std::map<std::pair<int, bool>, size_t> imageIndex_; // (image, normal map) -> images_
 };
 
 } // namespace tarnvale::gltf

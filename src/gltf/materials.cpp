@@ -71,7 +71,29 @@ std::string MaterialMap::textureName(int textureIndex, const std::string& materi
     // Windows paths, so that folders stay folders for the texture name rules.
     for (char& c : name)
         if (c == '/') c = '\\';
+    if (options_.keepImages) noteImage(source, name, std::string_view(slot) == "normal");
     return name;
+}
+
+void MaterialMap::noteImage(int image, const std::string& name, bool normalMap) {
+    if (!imageIndex_.emplace(std::make_pair(image, normalMap), images_.size()).second) return;
+    const tinygltf::Image& img = model_.images[static_cast<size_t>(image)];
+    SourceImage s;
+    s.name = name;
+    s.image = image;
+    s.normalMap = normalMap;
+    // Every use of an image shares its bytes.
+    for (const SourceImage& other : images_)
+        if (other.image == image) s.bytes = other.bytes;
+    if (!s.bytes && !img.image.empty()) s.bytes = std::make_shared<const std::vector<uint8_t>>(img.image);
+    const std::string index = std::to_string(image);
+    if (img.uri.rfind("data:", 0) == 0)
+        s.origin = "the data: URI of image " + index;
+    else if (!img.uri.empty())
+        s.origin = s.file = (folder_.empty() ? "" : folder_ + "/") + percentDecode(img.uri);
+    else
+        s.origin = "image " + index + " in the file's buffers";
+    images_.push_back(std::move(s));
 }
 
 void MaterialMap::readFields(const tinygltf::Value& extras, MemoryMaterial& m) {
@@ -106,6 +128,7 @@ void MaterialMap::addIntent(const tinygltf::Material& g, const std::shared_ptr<M
 void MaterialMap::collect(LoadedScene& out) {
     for (size_t i = 0; i < model_.materials.size(); ++i) out.materials.push_back(get(static_cast<int>(i)));
     out.defaultMaterial = default_;
+    out.images = std::move(images_);
 }
 
 std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {

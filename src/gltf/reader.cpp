@@ -24,9 +24,10 @@ namespace {
 using scene::MemoryObject;
 using scene::MemoryShape;
 
-// Images are only named, never decoded.
-bool keepImageUndecoded(tinygltf::Image*, const int, std::string*, std::string*, int, int, const unsigned char*, int,
-                        void*) {
+// Images are never decoded; their bytes are kept when the textures are wanted.
+bool keepImageUndecoded(tinygltf::Image* image, const int, std::string*, std::string*, int, int,
+                        const unsigned char* bytes, int size, void* keep) {
+    if (*static_cast<const bool*>(keep) && bytes && size > 0) image->image.assign(bytes, bytes + size);
     return true;
 }
 
@@ -60,7 +61,7 @@ std::string_view glbJson(const std::string& bytes) {
     return std::string_view(bytes).substr(20, length);
 }
 
-tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& warnings) {
+tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& warnings, bool keepImages) {
     std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -72,7 +73,7 @@ tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& war
         throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
 
     tinygltf::TinyGLTF loader;
-    loader.SetImageLoader(keepImageUndecoded, nullptr);
+    loader.SetImageLoader(keepImageUndecoded, &keepImages);
     tinygltf::Model model;
     std::string err, warn;
     const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
@@ -188,7 +189,8 @@ public:
     Builder(const tinygltf::Model& model, LoadedScene& out, const ReadOptions& options)
         : model_(model), out_(out), options_(options) {}
 
-    void build(const std::string& fallbackName);
+    // The scene's name when it has none, and the folder its external files are in.
+    void build(const std::string& fallbackName, const std::string& folder);
 
 private:
     // A node still to be added below `parent`, whose world transform mirrors or not.
@@ -237,7 +239,7 @@ private:
                      const std::string& what, std::vector<VertexWeight>& out, std::vector<size_t>& jointOf);
 };
 
-void Builder::build(const std::string& fallbackName) {
+void Builder::build(const std::string& fallbackName, const std::string& folder) {
     int sceneIndex = model_.defaultScene >= 0 ? model_.defaultScene : (model_.scenes.empty() ? -1 : 0);
     if (sceneIndex >= static_cast<int>(model_.scenes.size())) throw SceneError("the default scene does not exist");
     std::string rootName = sceneIndex >= 0 && !model_.scenes[sceneIndex].name.empty()
@@ -245,7 +247,7 @@ void Builder::build(const std::string& fallbackName) {
                                : fallbackName;
     out_.scene = scene::MemoryScene::create(rootName);
     out_.scene->setUnits(scene::kMetres);
-    materials_.emplace(model_, *out_.scene, options_);
+    materials_.emplace(model_, *out_.scene, options_, folder);
 
     for (size_t s = 0; s < model_.skins.size(); ++s)
         for (int j : model_.skins[s].joints) {
@@ -547,8 +549,9 @@ float powerFromRoughness(float roughness) {
 
 LoadedScene readScene(const std::string& path, const ReadOptions& options) {
     LoadedScene out;
-    tinygltf::Model model = loadModel(path, out.warnings);
-    Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()));
+    tinygltf::Model model = loadModel(path, out.warnings, options.keepImages);
+    Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()),
+                                       platform::utf8Path(platform::systemPath(path).parent_path()));
     return out;
 }
 
