@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libxml2-dev
+  libxml2-dev libsquish-dev libstb-dev python3-pil
   libtinygltf-dev nlohmann-json3-dev libcli11-dev
   libassimp-dev assimp-utils
   qt6-base-dev libgl-dev fonts-dejavu-core

@@ -9,7 +9,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
+#include <sys/wait.h>
 
 namespace tarnvale::test {
 
@@ -47,6 +49,27 @@ inline void writeFile(const std::string& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary);
     out << content;
 }
+
+struct RunResult {
+    int code;
+    std::string out, err;
+};
+
+// Runs a line of the shell with no input, its standard output and error kept.
+inline RunResult run(const std::string& line, const TempDir& dir) {
+    const std::string out = dir.file("stdout.txt"), err = dir.file("stderr.txt");
+    const std::string cmd = line + " < /dev/null > '" + out + "' 2> '" + err + "'";
+    const int status = std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
+}
+
+#ifdef TARNVALE_BIN
+// The tarnvale command as a user runs it; `before` goes ahead of it on the line
+// (variables, limits).
+inline RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "") {
+    return run(before + "\"" + TARNVALE_BIN + "\" " + args, dir);
+}
+#endif
 
 // Joins lines with CR LF, each line ended.
 inline std::string crlf(std::initializer_list<std::string> lines) {

@@ -13,20 +13,6 @@
 namespace tarnvale::test {
 namespace {
 
-struct RunResult {
-    int code;
-    std::string err;
-};
-
-// Runs the command with its output in out.txt of the folder; `before` goes ahead
-// of it on the shell's line (variables, limits).
-RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "") {
-    std::string errFile = dir.file("stderr.txt");
-    std::string cmd = before + "\"" + TARNVALE_BIN + "\" " + args + " < /dev/null > " + dir.file("out.txt") + " 2> " + errFile;
-    int status = std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(errFile)};
-}
-
 // Runs the command on a pseudo terminal, types `input`, and gives the exit code.
 int tarnvaleAtTerminal(const std::vector<std::string>& args, const std::string& input) {
     int master = -1;
@@ -180,7 +166,7 @@ TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
     const std::string scene = materialScene(d);
     RunResult show = tarnvale("material show " + scene + " --material Glass", d);
     ASSERT_EQ(show.code, 0);
-    const std::string shown = readFile(d.file("out.txt"));
+    const std::string shown = readFile(d.file("stdout.txt"));
     // The reader's text for a double-sided material, the derived record's form, its block.
     EXPECT_NE(shown.find("material \"Glass\"\nFS10: SrcBlend=One;DstBlend=Zero;AlphaTestFunction=Never;"
                          "EmissiveData=Blend;DoubleSided=1\ntext form: SpecRed=0;"), std::string::npos) << shown;

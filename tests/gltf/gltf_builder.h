@@ -60,6 +60,12 @@ public:
         if (root) doc["scenes"][0]["nodes"].push_back(i);
         return i;
     }
+    // An image held in the buffer; gives the image index.
+    int image(const std::string& bytes, const std::string& name) {
+        doc["images"].push_back({{"bufferView", view(bytes.data(), bytes.size())}, {"mimeType", "image/png"}});
+        if (!name.empty()) doc["images"].back()["name"] = name;
+        return static_cast<int>(doc["images"].size() - 1);
+    }
     // A mesh of one triangle list primitive; gives the mesh index.
     int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx, json extra = json::object()) {
         json prim = {{"attributes", {{"POSITION", floats(positions, "VEC3")}}}};
@@ -128,6 +134,7 @@ private:
         if (!bin.empty()) d["buffers"] = json::array({{{"byteLength", bin.size()}}});
         return d;
     }
+public:
     static std::string base64(const std::string& s) {
         static const char* t = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
         std::string out;
