@@ -107,6 +107,10 @@ Dds encode(const Image& source, bool normalMap) {
     dds.mips = 1;
     for (int w = base.width, h = base.height; w > 1 || h > 1; w = std::max(1, w / 2), h = std::max(1, h / 2)) ++dds.mips;
     const auto topSize = static_cast<uint32_t>(squish::GetStorageRequirements(base.width, base.height, flags));
+    size_t total = 128;
+    for (int w = base.width, h = base.height, m = 0; m < dds.mips; ++m, w = std::max(1, w / 2), h = std::max(1, h / 2))
+        total += static_cast<size_t>(squish::GetStorageRequirements(w, h, flags));
+    dds.bytes.reserve(total);
     writeHeader(dds.bytes, dds.width, dds.height, dds.mips, dds.format, topSize);
     Image level = std::move(base);
     for (int m = 0; m < dds.mips; ++m) {
