@@ -25,6 +25,7 @@ using platform::narrow;
 using platform::wide;
 
 constexpr const char* kSdkKey = "SOFTWARE\\Microsoft\\microsoft games\\Flight Simulator X SDK";
+constexpr const char* kSettingsKey = "Software\\VB and VBA Program Settings\\MorvanePlugin\\Tarnvale";
 
 // A folder of its own under the user's temp folder, named with blanks and with
 // characters outside the code page; removed afterwards.
@@ -93,76 +94,51 @@ int runCommand(std::vector<std::string> args) {
     return app::run(static_cast<int>(args.size()), argv.data());
 }
 
-// Waits for a top-level window of the class and title (either may be null), acts
-// on it from another thread, and says whether it was found.
-class WindowCloser {
-public:
-    template <typename Action>
-    WindowCloser(const wchar_t* windowClass, const wchar_t* title, Action action)
-        : thread_([=, this] {
-              for (int i = 0; i < 400 && !found_; ++i) {
-                  if (HWND w = ::FindWindowW(windowClass, title); w && ::IsWindowVisible(w)) {
-                      action(w);
-                      found_ = true;
-                  }
-                  ::Sleep(25);
-              }
-          }) {}
-    ~WindowCloser() {
-        if (thread_.joinable()) thread_.join();
-    }
-    bool found() {
-        if (thread_.joinable()) thread_.join();
-        return found_;
-    }
+// Runs `show` while another thread waits for its top-level window (by class and
+// title, either may be null) and acts on it; says whether the window came.
+template <typename Act, typename Show>
+bool whileShowing(const wchar_t* windowClass, const wchar_t* title, Act act, Show show) {
+    std::atomic<bool> found{false};
+    std::thread watcher([&] {
+        for (int i = 0; i < 400 && !found; ++i, ::Sleep(25))
+            if (HWND w = ::FindWindowW(windowClass, title); w && ::IsWindowVisible(w)) act(w), found = true;
+    });
+    show();
+    watcher.join();
+    return found;
+}
 
-private:
-    std::atomic<bool> found_{false};
-    std::thread thread_;
-};
-
-TEST(WindowsRegistry, ReadsTheRealHiveInTheViewOfThe32BitHost) {
-    RegistryKey sdk(HKEY_LOCAL_MACHINE, kSdkKey);
+TEST(WindowsRegistry, TheSdkRootAndTheSettingsComeFromTheRealHives) {
+    RegistryKey sdk(HKEY_LOCAL_MACHINE, kSdkKey), store(HKEY_CURRENT_USER, kSettingsKey, 0);
+    RegistryKey other(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tarnvale test only in the 64-bit view", KEY_WOW64_64KEY);
     sdk.set("SdkRootDir", "C:\\SDK root \u00E9\\");
     sdk.set("Number", 42);
-    RegistryKey other(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tarnvale test only in the 64-bit view", KEY_WOW64_64KEY);
     other.set("Value", "x");
+    store.set("FieldId", "Sim \u00E9");
+    store.set("Number", 1); // not text: the default stands
     platform::WindowsRegistry registry;
-    struct Case {
-        const char* key;
-        const char* name;
-        bool found;
-        std::string output;
-    } cases[] = {
+    const std::tuple<const char*, const char*, bool, std::string> cases[] = {
         {kSdkKey, "SdkRootDir", true, "C:\\SDK root \u00E9\\"},
         {kSdkKey, "Number", true, "&h002A"}, // 2A 00 00 00: the last NUL dropped, last byte first, no zero fill
         {kSdkKey, "Missing", false, ""},
-        {"SOFTWARE\\Tarnvale test only in the 64-bit view", "Value", false, ""},
+        {"SOFTWARE\\Tarnvale test only in the 64-bit view", "Value", false, ""}, // the 32-bit view is read
     };
-    for (const Case& c : cases) {
+    for (const auto& [key, name, found, output] : cases) {
         std::string out = "left over";
-        EXPECT_EQ(shell::modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, c.key, c.name, out), c.found)
-            << c.name;
-        EXPECT_EQ(out, c.output) << c.name;
+        EXPECT_EQ(shell::modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, key, name, out), found) << name;
+        EXPECT_EQ(out, output) << name;
     }
     EXPECT_EQ(shell::toolPath(registry, "C:\\plugin", "xtomdl.exe"),
               "C:\\SDK root \u00E9\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe");
-}
-
-TEST(RegistrySettings, ReadsTheHostsPerUserStore) {
-    RegistryKey store(HKEY_CURRENT_USER, "Software\\VB and VBA Program Settings\\MorvanePlugin\\Tarnvale", 0);
-    store.set("FieldId", "Sim \u00E9");
-    store.set("Number", 1); // not text: the default stands
     platform::RegistrySettings settings;
     EXPECT_EQ(shell::fieldIdSetting(settings), "Sim \u00E9");
-    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Tarnvale", "Number", "d"), "d");
-    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Tarnvale", "Template", "d"), "d");
-    EXPECT_EQ(settings.getSetting("MorvanePlugin", "Elsewhere", "FieldId", "d"), "d");
+    for (const auto& [section, key] : {std::pair{"Tarnvale", "Number"}, {"Tarnvale", "Template"}, {"Elsewhere", "FieldId"}})
+        EXPECT_EQ(settings.getSetting("MorvanePlugin", section, key, "d"), "d") << key;
 }
 
 // The whole export: settings from the registry, the SDK's folder from it, the tool
 // started from a path with blanks, files under names outside the code page.
-TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNames) {
+TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTheSystemsGuidAndDate) {
     Scratch scratch;
     const std::string sdk = scratch.path("Program Files\\SDK", true) + "\\";
     const std::string tool = sdk + "Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe";
@@ -197,7 +173,13 @@ TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNames) {
     const std::string base = out.substr(0, out.size() - 2);
     for (const char* extension : {".x", ".xanim", ".config"})
         EXPECT_TRUE(platform::fileExists(base + extension)) << extension;
-    EXPECT_EQ(readFile(out).substr(0, 18), "xof 0303txt 0032\r\n");
+    // CoCreateGuid's GUID (random: version 4) and the locale's long date, this year.
+    const std::string x = readFile(out);
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    EXPECT_EQ(x.substr(x.find("// GUID ") + 8 + 14, 1), "4");
+    const std::string exported = x.substr(x.find("// Exported "), x.find('\r', x.find("// Exported ")) - x.find("// Exported "));
+    EXPECT_NE(exported.find(std::to_string(now.wYear)), std::string::npos) << exported;
     fs::remove(platform::systemPath(argsLog));
     fs::remove(platform::systemPath(lineLog));
 }
@@ -213,31 +195,18 @@ TEST(WindowsBoxes, ShowAWindowWhenAPersonIsThereAndPrintOtherwise) {
     EXPECT_EQ(std::string(buffer), "[critical] Tarnvale\nxtomdl.exe was not found\nPlease convert \u00E9\n");
 
     std::wstring shown;
-    WindowCloser closer(L"#32770", L"Tarnvale box test", [&](HWND box) {
-        wchar_t t[256] = {};
-        ::GetDlgItemTextW(box, 0xFFFF, t, 256);
-        shown = t;
-        ::PostMessageW(box, WM_COMMAND, IDOK, 0);
-    });
-    platform::WindowsBoxes(true).show(text, "Tarnvale box test", platform::BoxIcon::Information);
-    ASSERT_TRUE(closer.found());
+    EXPECT_TRUE(whileShowing(
+        L"#32770", L"Tarnvale box test",
+        [&](HWND box) {
+            wchar_t t[256] = {};
+            ::GetDlgItemTextW(box, 0xFFFF, t, 256);
+            shown = t;
+            ::PostMessageW(box, WM_COMMAND, IDOK, 0);
+        },
+        [&] { platform::WindowsBoxes(true).show(text, "Tarnvale box test", platform::BoxIcon::Information); }));
     EXPECT_NE(shown.find(L"Please convert \u00E9"), std::wstring::npos);
 }
 
-TEST(WindowsPlatform, GuidsAndTheLocalesLongDate) {
-    platform::RandomGuids guids;
-    platform::Guid a, b;
-    ASSERT_TRUE(guids.create(a) && guids.create(b));
-    EXPECT_NE(std::memcmp(&a, &b, sizeof a), 0);
-    EXPECT_EQ(a.data3 >> 12, 4); // random GUIDs
-    SYSTEMTIME now;
-    ::GetLocalTime(&now);
-    platform::SystemClock clock;
-    EXPECT_NE(clock.longDate().find(std::to_string(now.wYear)), std::string::npos) << clock.longDate();
-    EXPECT_FALSE(clock.longTime().empty());
-}
-
-// Without iconv the code page still reads and writes; what it lacks becomes a reference.
 TEST(WindowsXml, ReadsAndWritesTheWindowsCodePageUnderWideNames) {
     Scratch scratch;
     const std::string in = scratch.path("\u03A9 in.xml"), out = scratch.path("\u03A9 out.xml");
@@ -291,16 +260,13 @@ TEST(Win32Export, OkKeepsTheTypedNameAndCancelSetsTheFlag) {
     } cases[] = {{IDOK, false}, {IDCANCEL, true}};
     for (const Case& c : cases) {
         auto dialog = gui::Win32ExportDialogs(std::string("Trainer")).create();
-        WindowCloser closer(L"TarnvaleExport", nullptr, [&](HWND w) {
+        auto type = [&](HWND w) {
             ::SetDlgItemTextW(w, 100, L"Renamed \u00E9\u03A9");
             ::PostMessageW(w, WM_COMMAND, c.command, 0);
-        });
-        dialog->Show();
-        ASSERT_TRUE(closer.found());
+        };
+        ASSERT_TRUE(whileShowing(L"TarnvaleExport", nullptr, type, [&] { dialog->Show(); }));
         EXPECT_EQ(dialog->bCancel, c.cancelled);
-        if (!c.cancelled) {
-            EXPECT_EQ(dialog->txtName, "Renamed \u00E9\u03A9");
-        }
+        EXPECT_EQ(dialog->txtName, "Renamed \u00E9\u03A9");
     }
 }
 
