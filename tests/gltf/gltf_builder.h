@@ -8,6 +8,11 @@
 #include <tuple>
 #include <nlohmann/json.hpp>
 
+// The glTF library's encoder, built into the reader.
+namespace tinygltf {
+std::string base64_encode(unsigned char const* bytes, unsigned int length);
+}
+
 namespace tarnvale::test {
 
 using json = nlohmann::json;
@@ -136,26 +141,7 @@ private:
     }
 public:
     static std::string base64(const std::string& s) {
-        static const char* t = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-        std::string out;
-        size_t i = 0;
-        for (; i + 2 < s.size(); i += 3) {
-            uint32_t v = uint8_t(s[i]) << 16 | uint8_t(s[i + 1]) << 8 | uint8_t(s[i + 2]);
-            for (int k = 3; k >= 0; --k) out += t[(v >> (6 * k)) & 63];
-        }
-        if (i + 1 == s.size()) {
-            uint32_t v = uint8_t(s[i]) << 16;
-            out += t[v >> 18];
-            out += t[(v >> 12) & 63];
-            out += "==";
-        } else if (i + 2 == s.size()) {
-            uint32_t v = uint8_t(s[i]) << 16 | uint8_t(s[i + 1]) << 8;
-            out += t[v >> 18];
-            out += t[(v >> 12) & 63];
-            out += t[(v >> 6) & 63];
-            out += '=';
-        }
-        return out;
+        return tinygltf::base64_encode(reinterpret_cast<const unsigned char*>(s.data()), static_cast<unsigned>(s.size()));
     }
 };
 

@@ -76,25 +76,6 @@ TEST(LaunchAndWait, PollsEvery50msUntilTheEnd) {
     EXPECT_EQ(shell::modTypes::LaunchAndWait(p, line, false, 6), 0.0);
 }
 
-TEST(LaunchAndWait, RealToolReceivesTheArgumentsAndIsWaitedFor) {
-    TempDir d;
-    std::string tool = d.file("tool.exe");
-    fs::copy_file(TARNVALE_FAKE_TOOL, tool);
-    ::setenv("FAKE_TOOL_LOG", d.file("args.txt").c_str(), 1);
-    ::setenv("FAKE_TOOL_DELAY_MS", "300", 1);
-    ::setenv("FAKE_TOOL_EXIT", "3", 1);
-    platform::PosixProcesses processes;
-    std::string line = shell::toolCommandLine(tool, true, "C:\\my sdk\\modeldef.xml", "/out dir/a.x");
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_GT(shell::modTypes::LaunchAndWait(processes, line, false, 6), 0.0);
-    auto waited = std::chrono::steady_clock::now() - start;
-    ::unsetenv("FAKE_TOOL_DELAY_MS");
-    ::unsetenv("FAKE_TOOL_EXIT");
-    EXPECT_GE(waited, std::chrono::milliseconds(300));
-    EXPECT_EQ(readFile(d.file("args.txt")), "/xanim\n/dict:C:\\my sdk\\modeldef.xml\n/out dir/a.x\n");
-    ::unsetenv("FAKE_TOOL_LOG");
-}
-
 TEST(LaunchAndWait, ProgramIsFoundAsWindowsFindsAnUnquotedPath) {
     struct Row {
         std::string line;
@@ -121,7 +102,7 @@ TEST(LaunchAndWait, ProgramIsFoundAsWindowsFindsAnUnquotedPath) {
     }
 }
 
-TEST(Wine, PathsInTheArgumentsOfAWindowsProgramAreGivenAsWineSeesThem) {
+TEST(Wine, AWindowsToolRunsThroughWineWithPathsAsWineSeesThem) {
     const std::vector<std::string> files = {"/home/me/model.x", "/home/me/sdk dir/modeldef.xml", "/home/me"};
     auto exists = [&](const std::string& p) { return std::find(files.begin(), files.end(), p) != files.end(); };
     const std::vector<std::pair<std::string, std::string>> rows = {
@@ -134,11 +115,9 @@ TEST(Wine, PathsInTheArgumentsOfAWindowsProgramAreGivenAsWineSeesThem) {
         {"", ""},
     };
     for (const auto& [in, out] : rows) EXPECT_EQ(platform::wineArguments({in}, exists), std::vector<std::string>{out}) << in;
-}
 
-// Needs the Windows build of the fake tool (TARNVALE_WINDOWS_FAKE_TOOL) and wine;
-// the Windows suite's run provides both.
-TEST(Wine, TheLinuxBuildStartsAWindowsToolThroughWine) {
+    // The real launch needs the Windows build of the fake tool and wine, which
+    // the Windows suite's run provides (TARNVALE_WINDOWS_FAKE_TOOL).
     const char* windowsTool = std::getenv("TARNVALE_WINDOWS_FAKE_TOOL");
     if (!windowsTool || !*windowsTool) GTEST_SKIP() << "TARNVALE_WINDOWS_FAKE_TOOL is not set";
     TempDir d;
@@ -168,11 +147,15 @@ TEST(Driver, SdkToolUnderAFolderWithBlanksRunsForReal) {
     fs::copy_file(TARNVALE_FAKE_TOOL, plugins + "/xtomdl.exe");
     rig.registry.parse("[HKEY_LOCAL_MACHINE\\" + std::string(shell::kSdkKey) + "]\n\"SdkRootDir\"=\"" + sdk + "\"\n");
     ::setenv("FAKE_TOOL_LOG", rig.dir.file("args.txt").c_str(), 1);
+    ::setenv("FAKE_TOOL_DELAY_MS", "300", 1);
+    ::setenv("FAKE_TOOL_EXIT", "3", 1); // an exit code of its own ends the wait as well
     platform::PosixProcesses real;
     shell::PlatformServices s = rig.services();
     shell::PlatformServices withReal{s.settings, s.registry, s.boxes, s.guids, s.clock, real, s.dialogs, s.pluginFolder};
+    const auto start = std::chrono::steady_clock::now();
     rig.exportTo(*shell::createTarnvale(withReal), rig.dir.file("my plane.x"));
-    ::unsetenv("FAKE_TOOL_LOG");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)); // waited for the tool
+    for (const char* v : {"FAKE_TOOL_LOG", "FAKE_TOOL_DELAY_MS", "FAKE_TOOL_EXIT"}) ::unsetenv(v);
     EXPECT_EQ(readFile(rig.dir.file("args.txt")),
               "/dict:" + rig.pluginFolder + "\\modeldef.xml\n" + rig.dir.file("my plane.x") + "\n");
     EXPECT_EQ(rig.boxes.shown.size(), 1u); // the closing box alone: the tool was found
