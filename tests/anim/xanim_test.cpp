@@ -47,17 +47,7 @@ TEST(XAnim, DocumentLayoutAndAttributeOrder) {
     f.part("Wheel 1", {rot(0, 0, 0, 0, 1), rot(50, 0, 0, 0.5f, 0.866025f), pos(25, 1, 2, 3), pos(50, 1, 2, 4)});
     std::string text = f.run();
     EXPECT_TRUE(f.hasAnimation);
-    EXPECT_EQ(text,
-              "<?xml version=\"1.0\"?>\n<AnimLib version=\"9.1\">\n"
-              "  <Anim name=\"wheel\" guid=\"G\" type=\"Sim\" typeParam=\"AutoPlay\" typeParam2=\"x\" length=\"100\">\n"
-              "    <AnimStream id=\"0\" name=\"Rotation\" partName=\"wheel_1\" length=\"100\">\n"
-              "      <Keyframe time=\"0.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>\n"
-              "      <Keyframe time=\"100.00\" type=\"Quaternion\" data=\"0.00;0.00;-0.50;0.866025\"/>\n"
-              "    </AnimStream>\n"
-              "    <AnimStream id=\"2\" name=\"Position\" partName=\"wheel_1\" length=\"100\">\n"
-              "      <Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;2.00;3.00;0.00\"/>\n"
-              "      <Keyframe time=\"100.00\" type=\"Vector\" data=\"1.00;2.00;4.00;0.00\"/>\n"
-              "    </AnimStream>\n  </Anim>\n</AnimLib>\n");
+    EXPECT_EQ(text, readFile(sourcePath("tests/data/wheel.xanim")));
 }
 
 TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {

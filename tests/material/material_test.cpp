@@ -7,17 +7,6 @@ namespace {
 using test::readFile;
 using test::sourcePath;
 
-const char* kDefaultText =
-    "SpecRed=0.9;SpecGreen=0.9;SpecBlue=0.9;DetailScale=1;BumpScale=1;EnvLevelScale=0.3;UseGlobalEnv=0;"
-    "ModEnvInvDiffAlpha=0;ModEnvSpecAlpha=0;FresnelDiff=0;FresnelSpec=0;FresnelEnv=0;UsePrecip=0;"
-    "UsePrecipOffset=0;PrecipOffset=0;SpecMapPowerScale=202;SrcBlend=One;DstBlend=Zero;BlendDiffBaseAlpha=0;"
-    "BlendDiffInvSpecMapAlpha=0;AllowBloom=1;SpecBloomFloor=0.9;EmissiveData=Blend;AlphaTestFunction=Never;"
-    "AlphaTestValue=0.1;ZTestAlpha=0;AssumeVerticalNormal=0;NoShadow=0;NoZWrite=0;PreLitVertices=0;"
-    "VolumeShadow=0;ZWriteAlpha=0;BaseMaterialSkin=0;DoubleSided=0;BlendConstantSetting=0;ForceTextureWrap=1;"
-    "ForceTextureClamp=0;BaseMaterialSpec=1;NoSpecBloom=0;EmissiveBloom=0;AmbientLightScale=1;EmissiveTexture=;"
-    "ReflectionTexture=;FresnelTexture=;BloomCopy=0;BloomModAlpha=0;IsNNumber=0;IsVCTexture=0;FinalAlpha=0;"
-    "FinalAlphaValue=255";
-
 std::string output(FS10Material& m, std::string* warnings = nullptr) {
     test::TempDir d;
     platform::TextSink sink;
@@ -28,10 +17,9 @@ std::string output(FS10Material& m, std::string* warnings = nullptr) {
     return readFile(d.file("o.x"));
 }
 
-TEST(FS10Material, DefaultTextForm) { EXPECT_EQ(FS10Material().toString(), kDefaultText); }
-
-TEST(FS10Material, DefaultBlockGolden) {
+TEST(FS10Material, DefaultTextFormAndBlockGolden) {
     FS10Material m;
+    EXPECT_EQ(m.toString(), readFile(sourcePath("tests/data/default_text_form.txt")));
     std::string warnings;
     EXPECT_TRUE(test::sameText(readFile(sourcePath("tests/data/default_fs10.txt")), output(m, &warnings)));
     EXPECT_EQ(warnings, "");

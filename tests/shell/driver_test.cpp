@@ -6,7 +6,7 @@ namespace {
 
 using platform::BoxIcon;
 
-TEST(Plugin, ImportChangesNothing) {
+TEST(Plugin, ImportChangesNothingAndConstructionReadsTheTemplateSetting) {
     Rig rig;
     auto t = rig.plugin();
     EXPECT_FALSE(t->PluginImportExport_SupportImport());
@@ -14,12 +14,8 @@ TEST(Plugin, ImportChangesNothing) {
     EXPECT_TRUE(rig.boxes.shown.empty());
     EXPECT_FALSE(fs::exists(rig.dir.file("in.x")));
     EXPECT_TRUE(rig.scene->root()->children().empty());
-}
-
-TEST(Plugin, ConstructionReadsTemplateSettingAndModelDefinition) {
-    Rig rig;
-    EXPECT_EQ(rig.plugin()->strTemplateFile, rig.pluginFolder + "\\Tarnvale.X");
-    EXPECT_EQ(rig.plugin()->strModelDefFile, rig.pluginFolder + "\\modeldef.xml");
+    EXPECT_EQ(t->strTemplateFile, rig.pluginFolder + "\\Tarnvale.X");
+    EXPECT_EQ(t->strModelDefFile, rig.pluginFolder + "\\modeldef.xml");
     rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] = "/elsewhere/t.X";
     EXPECT_EQ(rig.plugin()->strTemplateFile, "/elsewhere/t.X");
 }

@@ -7,19 +7,7 @@ TEST(FrameWriter, GearDoorBelowTheRoot) {
     XFileFixture f;
     auto door = f.scene->root()->addChild("Gear Door");
     door->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 2.5f, 0, 0, 1});
-    std::string expected = crlf({
-        "Frame frm-gear_door {",
-        "FrameTransformMatrix { ",
-        "1.00, 0.00, 0.00, 0.00,",
-        "0.00, 1.00, 0.00, 0.00,",
-        "0.00, 0.00, 1.00, 0.00,",
-        "2.50, 0.00, 0.00, 1.00;;",
-        "}  // End FrameTransformMatrix",
-        "AnimLinkName { ",
-        "\"gear_door\";",
-        "}",
-        "}                           // End of frame frm-gear_door",
-    });
+    std::string expected = readFile(sourcePath("tests/data/gear_door_frame.x"));
     EXPECT_TRUE(sameText(expected, f.frame(door, f.scene->root())));
 }
 
