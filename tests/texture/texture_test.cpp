@@ -99,9 +99,15 @@ TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
     TempDir d;
     gltf::SourceImage left{"a\\wing.png", "left", "", nullptr, 0}, right{"b\\wing.png", "right", "", nullptr, 1},
         gone{"gone.png", d.file("gone.png"), d.file("gone.png"), nullptr, 2};
-    const auto outcomes = texture::writeTextures({"WING.DDS", "GONE.DDS", "ELSEWHERE.DDS"}, {left, right, gone},
-                                                 {d.file("out"), d.path(), 1});
-    ASSERT_EQ(outcomes.size(), 3u);
+    // A DDS file beside the scene that no material's image takes goes as it is.
+    const std::vector<uint8_t> dds = texture::encode(image(8, 8, kFadingAlpha), false).bytes;
+    writeFile(d.file("Old.dds"), std::string(dds.begin(), dds.end()));
+    fs::create_directories(d.file("out"));
+    const auto outcomes = texture::writeTextures({"WING.DDS", "GONE.DDS", "ELSEWHERE.DDS", "OLD.DDS"},
+                                                 {left, right, gone}, {d.file("out"), d.path(), 1});
+    ASSERT_EQ(outcomes.size(), 4u);
+    EXPECT_EQ(outcomes[3].line, "OLD.DDS 8x8 DXT5 4 mips (copied)");
+    EXPECT_EQ(readFile(d.file("out/OLD.DDS")), readFile(d.file("Old.dds")));
     EXPECT_EQ(outcomes[0].kind, texture::Outcome::Failed);
     EXPECT_EQ(outcomes[0].reason, "two images would both take this name: a\\wing.png (left) and b\\wing.png (right)");
     EXPECT_EQ(outcomes[1].kind, texture::Outcome::Skipped);
