@@ -86,7 +86,7 @@ bool readablePicture(const std::string& path);
 
 // The state of one control while the form is open.
 struct ControlState {
-    const ControlSpec* spec = nullptr;
+    const ControlSpec* layout = nullptr;
     std::string caption, toolTip;
     std::string tag;     // texture buttons: the full path
     std::string text;    // drop-down lists: the shown item, "" for none

@@ -134,20 +134,20 @@ bool readablePicture(const std::string& path) {
 
 frmOptions::frmOptions(DialogBoxes& boxes, std::string libraryFolder)
     : boxes_(boxes), library_(std::move(libraryFolder)) {
-    for (const ControlSpec& spec : controlSpecs()) {
+    for (const ControlSpec& layout : controlSpecs()) {
         ControlState c;
-        c.spec = &spec;
-        c.caption = spec.caption;
-        c.toolTip = spec.toolTip;
-        c.rect = spec.rect;
-        c.value = spec.kind == Kind::Slider ? spec.slider.initial : spec.startsTicked ? 1 : 0;
+        c.layout = &layout;
+        c.caption = layout.caption;
+        c.toolTip = layout.toolTip;
+        c.rect = layout.rect;
+        c.value = layout.kind == Kind::Slider ? layout.slider.initial : layout.startsTicked ? 1 : 0;
         controls_.push_back(std::move(c));
     }
 }
 
 ControlState& frmOptions::control(const std::string& name) {
     for (ControlState& c : controls_)
-        if (name == c.spec->name) return c;
+        if (name == c.layout->name) return c;
     throw std::out_of_range("frmOptions has no control " + name);
 }
 
@@ -174,7 +174,7 @@ void frmOptions::ShowMaterial(FS10Material& m) {
             setSlider(c, static_cast<int32_t>(std::clamp(scaled, -2147483648.0, 2147483647.0)));
         } else {
             const std::string& text = m.*std::get<std::string M::*>(b.field);
-            if (c.spec->kind == Kind::Button) SetTextureButton(text, c);
+            if (c.layout->kind == Kind::Button) SetTextureButton(text, c);
             else if (std::string(b.control) != "cmbEmissive" || !text.empty()) setListText(c, text);
         }
     }
@@ -183,7 +183,7 @@ void frmOptions::ShowMaterial(FS10Material& m) {
 void frmOptions::ReadMaterial(FS10Material& m) {
     for (const char* name : kReadOrder) {
         ControlState& c = control(name);
-        if (c.spec->kind == Kind::Picture) {
+        if (c.layout->kind == Kind::Picture) {
             // An untouched swatch leaves the colour's parts exact.
             if (c.backColour != m.getSpecColor()) m.setSpecular(c.backColour);
             continue;
@@ -192,7 +192,7 @@ void frmOptions::ReadMaterial(FS10Material& m) {
         if (auto flag = std::get_if<int16_t M::*>(&b.field)) m.*(*flag) = c.value != 0 ? 1 : 0;
         else if (auto single = std::get_if<float M::*>(&b.field))
             m.*(*single) = static_cast<float>(c.value / b.factor);
-        else m.*std::get<std::string M::*>(b.field) = c.spec->kind == Kind::Button ? c.tag : c.text;
+        else m.*std::get<std::string M::*>(b.field) = c.layout->kind == Kind::Button ? c.tag : c.text;
     }
 }
 
@@ -212,7 +212,7 @@ void frmOptions::setChecked(ControlState& box, int32_t state) {
 }
 
 void frmOptions::setSlider(ControlState& slider, int32_t value) {
-    value = std::clamp(value, slider.spec->slider.min, slider.spec->slider.max);
+    value = std::clamp(value, slider.layout->slider.min, slider.layout->slider.max);
     if (slider.value == value) return;
     slider.value = value;
     onSlider(slider);
@@ -221,7 +221,7 @@ void frmOptions::setSlider(ControlState& slider, int32_t value) {
 void frmOptions::setListText(ControlState& list, const std::string& text) {
     // A list shows its own items only; a text that names one in another case shows it.
     list.text.clear();
-    for (const std::string& item : *list.spec->items)
+    for (const std::string& item : *list.layout->items)
         if (strcasecmp(item.c_str(), text.c_str()) == 0) list.text = item;
 }
 
@@ -230,8 +230,8 @@ void frmOptions::setListText(ControlState& list, const std::string& text) {
 void frmOptions::click(const std::string& name) {
     ControlState& c = control(name);
     // Disabled, or on a page that is not shown: out of a person's reach.
-    if (!c.enabled || (c.spec->page >= 0 && !control("picOptions(" + std::to_string(c.spec->page) + ")").enabled)) return;
-    switch (c.spec->kind) {
+    if (!c.enabled || (c.layout->page >= 0 && !control("picOptions(" + std::to_string(c.layout->page) + ")").enabled)) return;
+    switch (c.layout->kind) {
     case Kind::CheckBox: setChecked(c, c.value ? 0 : 1); break;
     case Kind::Button: onButton(c); break;
     case Kind::Picture:
@@ -245,10 +245,10 @@ void frmOptions::slide(const std::string& name, int32_t value) { setSlider(contr
 
 void frmOptions::pick(const std::string& name, const std::string& item) {
     ControlState& c = control(name);
-    if (c.spec->kind == Kind::DropDown) {
-        for (const std::string& i : *c.spec->items)
+    if (c.layout->kind == Kind::DropDown) {
+        for (const std::string& i : *c.layout->items)
             if (i == item) c.text = i;
-    } else if (c.spec->kind == Kind::ListBox) {
+    } else if (c.layout->kind == Kind::ListBox) {
         for (size_t i = 0; i < c.items.size(); ++i)
             if (c.items[i] == item) c.selected = static_cast<int32_t>(i);
     }
@@ -277,19 +277,19 @@ void frmOptions::pageSwitch() {
 void frmOptions::onCheck(ControlState& box) {
     if (box.value != 1) return;
     for (const auto& [a, b] : kExclusions) {
-        if (box.spec->name == std::string(a)) setChecked(control(b), 0);
-        if (box.spec->name == std::string(b)) setChecked(control(a), 0);
+        if (box.layout->name == std::string(a)) setChecked(control(b), 0);
+        if (box.layout->name == std::string(b)) setChecked(control(a), 0);
     }
 }
 
 void frmOptions::onSlider(ControlState& slider) {
     for (const SliderLabel& l : kSliderLabels)
-        if (slider.spec->name == std::string(l.slider))
+        if (slider.layout->name == std::string(l.slider))
             control(l.label).caption = l.prefix + shortNumber(slider.value / l.divisor);
 }
 
 void frmOptions::onButton(ControlState& button) {
-    const std::string name = button.spec->name;
+    const std::string name = button.layout->name;
     if (name == "cmdOK") {
         ReadMaterial(*EditMaterial);
         open_ = false;
@@ -352,8 +352,8 @@ void frmOptions::cmdStd_Click(int index) {
         const char* value = cell.values[index];
         if (!value) continue;
         ControlState& c = control(cell.control);
-        if (c.spec->kind == Kind::CheckBox) setChecked(c, std::atoi(value));
-        else if (c.spec->kind == Kind::Slider) setSlider(c, std::atoi(value));
+        if (c.layout->kind == Kind::CheckBox) setChecked(c, std::atoi(value));
+        else if (c.layout->kind == Kind::Slider) setSlider(c, std::atoi(value));
         else SetTextureButton(value, c);
     }
     const material::BlendDefault blend = material::presetBlendDefault(index);

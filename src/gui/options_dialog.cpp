@@ -48,7 +48,7 @@ public:
         QFont small = font();
         small.setPointSizeF(8);
         setFont(small);
-        for (const editor::ControlState& c : form_.controls()) build(*c.spec);
+        for (const editor::ControlState& c : form_.controls()) build(*c.layout);
         // At opening every panel stands at its place, the first one in front.
         widgets_.at("picOptions(0)")->raise();
         sync();
@@ -57,13 +57,13 @@ public:
     // The widgets as the model holds them; signals are held while they follow.
     void sync() {
         for (const editor::ControlState& c : form_.controls()) {
-            QWidget* w = widgets_.at(c.spec->name);
+            QWidget* w = widgets_.at(c.layout->name);
             const QSignalBlocker hold(w);
             w->setToolTip(QString::fromStdString(c.toolTip));
             w->setEnabled(c.enabled);
             w->setGeometry(pixels(c.rect.left, dpi_), pixels(c.rect.top, dpi_), pixels(c.rect.width, dpi_),
                            pixels(c.rect.height, dpi_));
-            switch (c.spec->kind) {
+            switch (c.layout->kind) {
             case Kind::Label: static_cast<QLabel*>(w)->setText(text(c.caption)); break;
             case Kind::Button: static_cast<QPushButton*>(w)->setText(text(c.caption)); break;
             case Kind::CheckBox:
@@ -135,11 +135,11 @@ private:
         if (!form_.isOpen()) done(Accepted);
     }
 
-    void build(const editor::ControlSpec& spec) {
-        QWidget* parent = spec.page >= 0 ? widgets_.at("picOptions(" + std::to_string(spec.page) + ")") : this;
-        const std::string name = spec.name;
+    void build(const editor::ControlSpec& layout) {
+        QWidget* parent = layout.page >= 0 ? widgets_.at("picOptions(" + std::to_string(layout.page) + ")") : this;
+        const std::string name = layout.name;
         QWidget* w = nullptr;
-        switch (spec.kind) {
+        switch (layout.kind) {
         case Kind::Label: {
             auto* label = new QLabel(parent);
             label->setWordWrap(true);
@@ -163,10 +163,10 @@ private:
         }
         case Kind::Slider: {
             auto* slider = new QSlider(Qt::Horizontal, parent);
-            slider->setRange(spec.slider.min, spec.slider.max);
-            slider->setSingleStep(spec.slider.smallStep);
-            slider->setPageStep(spec.slider.largeStep);
-            slider->setTickInterval(spec.slider.tickEvery);
+            slider->setRange(layout.slider.min, layout.slider.max);
+            slider->setSingleStep(layout.slider.smallStep);
+            slider->setPageStep(layout.slider.largeStep);
+            slider->setTickInterval(layout.slider.tickEvery);
             slider->setTickPosition(QSlider::TicksBelow);
             connect(slider, &QSlider::valueChanged, this, [this, name](int v) { act([&] { form_.slide(name, v); }); });
             w = slider;
@@ -174,7 +174,7 @@ private:
         }
         case Kind::DropDown: {
             auto* box = new QComboBox(parent);
-            for (const std::string& item : *spec.items) box->addItem(QString::fromStdString(item));
+            for (const std::string& item : *layout.items) box->addItem(QString::fromStdString(item));
             connect(box, &QComboBox::activated, this, [this, name, box](int i) {
                 act([&] { form_.pick(name, box->itemText(i).toStdString()); });
             });
@@ -202,7 +202,7 @@ private:
             w = new QWidget(parent);
             w->setAutoFillBackground(true); // a panel hides what lies behind it
             break;
-        case Kind::TabStrip: w = buildTabStrip(parent, spec.rect); break;
+        case Kind::TabStrip: w = buildTabStrip(parent, layout.rect); break;
         }
         w->setObjectName(QString::fromStdString(name));
         w->installEventFilter(this);

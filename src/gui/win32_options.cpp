@@ -54,10 +54,10 @@ public:
         ::SendMessageW(tips_, TTM_SETMAXTIPWIDTH, 0, 400);
         const auto& controls = form_.controls();
         shown_.resize(controls.size());
-        for (size_t i = 0; i < controls.size(); ++i) build(i, *controls[i].spec);
+        for (size_t i = 0; i < controls.size(); ++i) build(i, *controls[i].layout);
         // Panels stand over the tab strip's frame.
         for (size_t i = 0; i < controls.size(); ++i)
-            if (controls[i].spec->kind == Kind::Panel)
+            if (controls[i].layout->kind == Kind::Panel)
                 ::SetWindowPos(windows_[i], HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
         sync();
         ::ShowWindow(window_, SW_SHOW);
@@ -76,7 +76,7 @@ public:
     void* control(const std::string& name) const override {
         const auto& controls = form_.controls();
         for (size_t i = 0; i < controls.size(); ++i)
-            if (name == controls[i].spec->name) return windows_[i];
+            if (name == controls[i].layout->name) return windows_[i];
         return nullptr;
     }
 
@@ -115,17 +115,17 @@ private:
         sync();
     }
 
-    void build(size_t index, const editor::ControlSpec& spec) {
-        HWND parent = spec.page >= 0 ? windows_.at(panels_.at(spec.page)) : window_;
+    void build(size_t index, const editor::ControlSpec& layout) {
+        HWND parent = layout.page >= 0 ? windows_.at(panels_.at(layout.page)) : window_;
         const int id = kFirstId + static_cast<int>(index);
         const RECT none{0, 0, 0, 0}; // sync puts every window in its place
-        const std::wstring text = win32::caption(spec.caption);
+        const std::wstring text = win32::caption(layout.caption);
         HWND w = nullptr;
-        switch (spec.kind) {
+        switch (layout.kind) {
         case Kind::Label: w = win32::createChild(parent, L"STATIC", text, SS_LEFT, id, none); break;
         case Kind::Button:
             w = win32::createChild(parent, L"BUTTON", text,
-                                   WS_TABSTOP | (std::string(spec.name) == "cmdOK" ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON) |
+                                   WS_TABSTOP | (std::string(layout.name) == "cmdOK" ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON) |
                                        BS_MULTILINE,
                                    id, none);
             break;
@@ -134,15 +134,15 @@ private:
             break;
         case Kind::Slider:
             w = win32::createChild(parent, TRACKBAR_CLASSW, L"", WS_TABSTOP | TBS_AUTOTICKS | TBS_BOTTOM, id, none);
-            ::SendMessageW(w, TBM_SETRANGEMIN, FALSE, spec.slider.min);
-            ::SendMessageW(w, TBM_SETRANGEMAX, FALSE, spec.slider.max);
-            ::SendMessageW(w, TBM_SETLINESIZE, 0, spec.slider.smallStep);
-            ::SendMessageW(w, TBM_SETPAGESIZE, 0, spec.slider.largeStep);
-            ::SendMessageW(w, TBM_SETTICFREQ, spec.slider.tickEvery, 0);
+            ::SendMessageW(w, TBM_SETRANGEMIN, FALSE, layout.slider.min);
+            ::SendMessageW(w, TBM_SETRANGEMAX, FALSE, layout.slider.max);
+            ::SendMessageW(w, TBM_SETLINESIZE, 0, layout.slider.smallStep);
+            ::SendMessageW(w, TBM_SETPAGESIZE, 0, layout.slider.largeStep);
+            ::SendMessageW(w, TBM_SETTICFREQ, layout.slider.tickEvery, 0);
             break;
         case Kind::DropDown:
             w = win32::createChild(parent, WC_COMBOBOXW, L"", WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWNLIST, id, none);
-            for (const std::string& item : *spec.items)
+            for (const std::string& item : *layout.items)
                 ::SendMessageW(w, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(platform::wide(item).c_str()));
             break;
         case Kind::ListBox:
@@ -187,13 +187,13 @@ private:
         if (c.enabled != s.enabled) ::EnableWindow(w, c.enabled);
         s.enabled = c.enabled;
         if (c.toolTip != s.toolTip || (!s.tipAdded && !c.toolTip.empty())) setTip(w, s, c.toolTip);
-        switch (c.spec->kind) {
+        switch (c.layout->kind) {
         case Kind::Label:
         case Kind::Button:
         case Kind::CheckBox:
             if (c.caption != s.text) ::SetWindowTextW(w, win32::caption(c.caption).c_str());
             s.text = c.caption;
-            if (c.spec->kind == Kind::CheckBox) ::SendMessageW(w, BM_SETCHECK, c.value ? BST_CHECKED : BST_UNCHECKED, 0);
+            if (c.layout->kind == Kind::CheckBox) ::SendMessageW(w, BM_SETCHECK, c.value ? BST_CHECKED : BST_UNCHECKED, 0);
             break;
         case Kind::Slider: ::SendMessageW(w, TBM_SETPOS, TRUE, c.value); break;
         case Kind::DropDown: {
@@ -269,7 +269,7 @@ private:
         const auto& controls = form_.controls();
         auto nameOf = [&](int id) -> const char* {
             const int i = id - kFirstId;
-            return i >= 0 && i < static_cast<int>(controls.size()) ? controls[static_cast<size_t>(i)].spec->name : nullptr;
+            return i >= 0 && i < static_cast<int>(controls.size()) ? controls[static_cast<size_t>(i)].layout->name : nullptr;
         };
         switch (message) {
         case WM_COMMAND: {
@@ -280,7 +280,7 @@ private:
             }
             const char* name = nameOf(id);
             if (!name) break;
-            const Kind kind = controls[static_cast<size_t>(id - kFirstId)].spec->kind;
+            const Kind kind = controls[static_cast<size_t>(id - kFirstId)].layout->kind;
             HWND control = reinterpret_cast<HWND>(l);
             if ((kind == Kind::Button || kind == Kind::CheckBox) && code == BN_CLICKED) act([&] { form_.click(name); });
             if (kind == Kind::Picture && code == STN_CLICKED) act([&] { form_.click(name); });

@@ -175,9 +175,9 @@ TEST(EditorPresets, EachSetsItsCellsAndRunsItsBlendDefaultLast) {
         for (int i : r.clicks) f.form.cmdStd_Click(i);
         for (const auto& [name, value] : r.expected) {
             const editor::ControlState& c = f.form.control(name);
-            const std::string shown = c.spec->kind == Kind::CheckBox || c.spec->kind == Kind::Slider
+            const std::string shown = c.layout->kind == Kind::CheckBox || c.layout->kind == Kind::Slider
                                           ? std::to_string(c.value)
-                                          : c.spec->kind == Kind::DropDown ? c.text : c.caption;
+                                          : c.layout->kind == Kind::DropDown ? c.text : c.caption;
             EXPECT_EQ(shown, value) << name << " after preset " << r.clicks[0];
         }
         f.form.click("cmdCancel"); // a preset changes nothing in the record when cancelled

@@ -74,13 +74,13 @@ TEST(QtEditor, EveryWidgetStandsWhereTheModelPutsIt) {
     auto dialog = gui::makeOptionsDialog(f.form);
     EXPECT_EQ(dialog->size(), QSize(gui::pixels(9990, 96), gui::pixels(4905, 96)));
     for (const editor::ControlState& c : f.form.controls()) {
-        QWidget* w = widget<QWidget>(*dialog, c.spec->name);
+        QWidget* w = widget<QWidget>(*dialog, c.layout->name);
         const QRect expected(gui::pixels(c.rect.left, 96), gui::pixels(c.rect.top, 96), gui::pixels(c.rect.width, 96),
                              gui::pixels(c.rect.height, 96));
-        EXPECT_EQ(w->geometry(), expected) << c.spec->name;
-        EXPECT_EQ(w->toolTip().toStdString(), c.toolTip) << c.spec->name;
-        const std::string parent = c.spec->page < 0 ? "frmOptions" : "picOptions(" + std::to_string(c.spec->page) + ")";
-        EXPECT_EQ(w->parentWidget()->objectName().toStdString(), parent) << c.spec->name;
+        EXPECT_EQ(w->geometry(), expected) << c.layout->name;
+        EXPECT_EQ(w->toolTip().toStdString(), c.toolTip) << c.layout->name;
+        const std::string parent = c.layout->page < 0 ? "frmOptions" : "picOptions(" + std::to_string(c.layout->page) + ")";
+        EXPECT_EQ(w->parentWidget()->objectName().toStdString(), parent) << c.layout->name;
     }
 }
 

@@ -184,7 +184,7 @@ TEST(FS10Material, CreateCsgTexturesAndField) {
     host->textures->fileName = ".";
     host->textures->bumpFileName = ".";
     host->textures->detailFileName = "detail.dds";
-    host->textures->specularFileName = "spec.dds";
+    host->textures->specularFileName = "layout.dds";
     host->textures->reflectionFileName = "ab";
     host->fields[4] = "UseGlobalEnv=0;DstBlend=One;SpecRed=0.1";
     FS10Material m;
@@ -192,7 +192,7 @@ TEST(FS10Material, CreateCsgTexturesAndField) {
     EXPECT_EQ(m.DiffuseTextureFileName, ".");
     EXPECT_EQ(m.BumpTextureFileName, "");
     EXPECT_EQ(m.DetailTextureFileName, "detail.dds");
-    EXPECT_EQ(m.SpecularTextureFileName, "spec.dds");
+    EXPECT_EQ(m.SpecularTextureFileName, "layout.dds");
     EXPECT_EQ(m.bUseGlobalEnv, 0); // a two-character reflection name does not count
     EXPECT_EQ(m.DstBlend, "One");
     EXPECT_EQ(m.SrcBlend, ""); // the field's text wins, keys it lacks empty the texts
