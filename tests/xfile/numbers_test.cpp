@@ -88,15 +88,6 @@ TEST(FormatNumber, IgnoresTheLocale) {
     std::locale::global(old);
 }
 
-TEST(NumberForms, PlainAndPadded) {
-    EXPECT_EQ(plainNumber(42), "42");
-    EXPECT_EQ(plainNumber(-7), "-7");
-    EXPECT_EQ(paddedNumber(42), " 42 ");
-    EXPECT_EQ(paddedNumber(0), " 0 ");
-    EXPECT_EQ(paddedNumber(-3), "-3 ");
-    EXPECT_EQ(" has " + paddedNumber(42) + "faces", " has  42 faces");
-}
-
 TEST(CleanName, LowersAndReplacesBlanksAndQuestionMarks) {
     EXPECT_EQ(pCleanName("My Plane?"), "my_plane_");
     EXPECT_EQ(pCleanName("Wing Left"), "wing_left");
