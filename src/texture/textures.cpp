@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <system_error>
 #include <thread>
 
 namespace tarnvale::texture {
@@ -36,7 +37,11 @@ struct Job {
     bool normalMap = false;
 };
 
+// The system's text for an error number; safe in the workers, unlike strerror.
+std::string errorText(int number) { return std::generic_category().message(number); }
+
 bool readWhole(const std::string& path, std::vector<uint8_t>& out) {
+    errno = 0;
     std::FILE* f = platform::openFile(path, "rb");
     if (!f) return false;
     uint8_t buffer[1 << 16];
@@ -50,12 +55,12 @@ bool writeWhole(const std::string& path, const std::vector<uint8_t>& bytes, std:
     errno = 0;
     std::FILE* f = platform::openFile(path, "wb");
     if (!f) {
-        why = "cannot write " + path + ": " + std::strerror(errno);
+        why = "cannot write " + path + ": " + errorText(errno);
         return false;
     }
     const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
     if (std::fclose(f) != 0 || !written) {
-        why = "cannot write " + path + ": " + std::strerror(errno);
+        why = "cannot write " + path + ": " + errorText(errno);
         return false;
     }
     return true;
@@ -66,7 +71,7 @@ void run(const Job& job, Outcome& outcome, const std::string& folder) {
     const std::vector<uint8_t>* bytes = job.bytes.get();
     if (!bytes) {
         if (!readWhole(job.file, read)) {
-            outcome = {Outcome::Skipped, outcome.name, "", job.file + ": cannot be read: " + std::strerror(errno)};
+            outcome = {Outcome::Skipped, outcome.name, "", job.file + ": cannot be read: " + errorText(errno)};
             return;
         }
         bytes = &read;
