@@ -78,28 +78,6 @@ inline std::string crlf(std::initializer_list<std::string> lines) {
     return s;
 }
 
-// Compares texts line by line and names the first line that differs.
-inline ::testing::AssertionResult sameText(const std::string& expected, const std::string& actual) {
-    if (expected == actual) return ::testing::AssertionSuccess();
-    size_t line = 1, i = 0;
-    while (i < expected.size() && i < actual.size() && expected[i] == actual[i]) {
-        if (expected[i] == '\n') ++line;
-        ++i;
-    }
-    auto lineAt = [](const std::string& s, size_t pos) {
-        size_t b = s.rfind('\n', pos == 0 ? 0 : pos - 1);
-        b = b == std::string::npos ? 0 : b + 1;
-        size_t e = s.find('\n', pos);
-        std::string l = s.substr(b, e == std::string::npos ? std::string::npos : e - b + 1);
-        std::string shown;
-        for (char c : l) shown += c == '\r' ? std::string("\\r") : c == '\n' ? std::string("\\n") : std::string(1, c);
-        return shown;
-    };
-    return ::testing::AssertionFailure() << "first difference on line " << line << " (byte " << i << ")\n"
-                                         << "expected: " << lineAt(expected, i) << "\n"
-                                         << "actual:   " << lineAt(actual, i);
-}
-
 // A shape's polygons as text: per polygon its material's name, then each corner
 // as vertex:normal:u,v.
 inline std::string describePolygons(const SGShapePtr& shape) {

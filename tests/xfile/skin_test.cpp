@@ -16,13 +16,10 @@ TEST(SkinWeights, ExportBlockGoldenFromTheScenesWeights) {
     xfile::XFileExporter(ctx).pFindSkins(f.scene->root());
     ASSERT_EQ(f.bones.size(), 1u);
     std::string out = f.written([&](xfile::XFileExporter&, platform::TextSink& s) { f.bones[0]->Export(s, "panel"); });
-    EXPECT_TRUE(sameText(crlf({"MeshSkinWeights {       // Mesh skin weights for panel",
-                               " 2 ;",
-                               "               1 ;",
-                               "                            \"arm\",        0.75;",
-                               "               0 ;",
-                               "} // End mesh skin weights panel"}),
-                         out));
+    EXPECT_EQ(crlf({"MeshSkinWeights {       // Mesh skin weights for panel", " 2 ;", "               1 ;",
+                    "                            \"arm\",        0.75;", "               0 ;",
+                    "} // End mesh skin weights panel"}),
+              out);
 }
 
 TEST(SkinWeights, RecordsFollowTheMergeAndTheMeshArrays) {
