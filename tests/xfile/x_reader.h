@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cctype>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,128 +29,89 @@ struct XFrame {
 class XReader {
 public:
     explicit XReader(const std::string& text) {
-        for (size_t i = 0; i < text.size();) {
-            const char c = text[i];
-            if (std::isspace(static_cast<unsigned char>(c)) || c == ';' || c == ',') {
-                ++i;
-            } else if (c == '/' && i + 1 < text.size() && text[i + 1] == '/') {
-                i = text.find('\n', i);
-            } else if (c == '{' || c == '}') {
-                tokens_.emplace_back(1, c), ++i;
-            } else if (c == '"') {
-                const size_t end = text.find('"', i + 1);
-                tokens_.push_back(text.substr(i, end - i + 1));
-                i = end + 1;
-            } else {
-                size_t end = i;
-                while (end < text.size() && !std::isspace(static_cast<unsigned char>(text[end])) &&
-                       std::string(";,{}\"").find(text[end]) == std::string::npos)
-                    ++end;
-                tokens_.push_back(text.substr(i, end - i));
-                i = end;
-            }
-        }
+        // Words, numbers, quoted strings and braces; separators and comments go.
+        const std::regex token(R"(//[^\n]*|"[^"]*"|[{}]|[^\s;,{}"]+)");
+        std::vector<std::string> tokens;
+        for (std::sregex_iterator i(text.begin(), text.end(), token), end; i != end; ++i)
+            if (i->str().rfind("//", 0) != 0) tokens.push_back(i->str());
+        size_t at = 0;
+        root_ = block(tokens, at, "", "");
     }
 
     // The root frames of the file.
-    std::vector<XFrame> frames() {
+    std::vector<XFrame> frames() const {
         std::vector<XFrame> roots;
-        while (at_ < tokens_.size()) {
-            if (tokens_[at_] == "Frame") roots.push_back(frame());
-            else if (tokens_[at_] == "{") skipBlock();
-            else ++at_;
-        }
+        for (const Block& b : root_.children)
+            if (b.type == "Frame") roots.push_back(frame(b));
         return roots;
     }
 
 private:
-    const std::string& next() {
-        if (at_ >= tokens_.size()) throw std::runtime_error("X file ends early");
-        return tokens_[at_++];
-    }
-    double number() { return std::stod(next()); }
-    void expect(const std::string& t) {
-        if (next() != t) throw std::runtime_error("X file: expected " + t + " before token " + std::to_string(at_));
-    }
-    // Skips the block whose "{" is the next token.
-    void skipBlock() {
-        expect("{");
-        for (int depth = 1; depth > 0;) {
-            const std::string& t = next();
-            depth += t == "{" ? 1 : t == "}" ? -1 : 0;
-        }
-    }
-    std::vector<std::vector<int>> faceList() {
-        std::vector<std::vector<int>> faces(static_cast<size_t>(number()));
-        for (auto& f : faces) {
-            f.resize(static_cast<size_t>(number()));
-            for (int& v : f) v = static_cast<int>(number());
-        }
-        return faces;
-    }
-    std::vector<std::array<double, 3>> vectors() {
-        std::vector<std::array<double, 3>> v(static_cast<size_t>(number()));
-        for (auto& p : v) p = {number(), number(), number()};
-        return v;
-    }
-    XFrame frame() {
-        expect("Frame");
-        XFrame f;
-        f.name = next();
-        expect("{");
-        while (tokens_[at_] != "}") {
-            const std::string type = next();
-            if (type == "Frame") {
-                --at_;
-                f.children.push_back(frame());
-            } else if (type == "FrameTransformMatrix") {
-                expect("{");
-                for (double& m : f.matrix) m = number();
-                expect("}");
-            } else if (type == "Mesh") {
-                f.meshes.push_back(mesh());
+    // A block of the file: its type, name, the data between its braces, its blocks.
+    struct Block {
+        std::string type, name;
+        std::vector<std::string> data;
+        std::vector<Block> children;
+    };
+    // Reads up to the "}" that closes the block (or to the end for the file).
+    static Block block(const std::vector<std::string>& t, size_t& at, std::string type, std::string name) {
+        Block b{std::move(type), std::move(name), {}, {}};
+        auto is = [&](size_t i, const char* s) { return i < t.size() && t[i] == s; };
+        while (at < t.size() && t[at] != "}") {
+            const bool named = is(at + 2, "{") && std::isalpha(static_cast<unsigned char>(t[at][0])) && t[at + 1][0] != '"';
+            if (is(at + 1, "{") || named) {
+                size_t inside = at + (named ? 3 : 2);
+                b.children.push_back(block(t, inside, t[at], named ? t[at + 1] : ""));
+                at = inside + 1;
             } else {
-                skipBlock();
+                b.data.push_back(t[at++]);
             }
         }
-        expect("}");
+        return b;
+    }
+    static XFrame frame(const Block& b) {
+        XFrame f{b.name, {}, {}, {}};
+        for (const Block& c : b.children) {
+            if (c.type == "FrameTransformMatrix")
+                for (size_t i = 0; i < 16; ++i) f.matrix[i] = std::stod(c.data.at(i));
+            if (c.type == "Mesh") f.meshes.push_back(mesh(c));
+            if (c.type == "Frame") f.children.push_back(frame(c));
+        }
         return f;
     }
-    XMesh mesh() {
+    // Counted vectors, then counted lists of indices, as Mesh and MeshNormals hold them.
+    static void vectorsAndFaces(const Block& b, std::vector<std::array<double, 3>>& v, std::vector<std::vector<int>>& f) {
+        size_t at = 0;
+        auto number = [&] { return std::stod(b.data.at(at++)); };
+        v.resize(static_cast<size_t>(number()));
+        for (auto& p : v) p = {number(), number(), number()};
+        f.resize(static_cast<size_t>(number()));
+        for (auto& face : f) {
+            face.resize(static_cast<size_t>(number()));
+            for (int& i : face) i = static_cast<int>(number());
+        }
+    }
+    static XMesh mesh(const Block& b) {
         XMesh m;
-        next(); // its name
-        expect("{");
-        m.positions = vectors();
-        m.faces = faceList();
-        while (tokens_[at_] != "}") {
-            const std::string type = next();
-            if (type == "MeshNormals") {
-                expect("{");
-                m.normals = vectors();
-                m.normalFaces = faceList();
-                expect("}");
-            } else if (type == "MeshSkinWeights") {
-                expect("{");
-                m.weights.resize(static_cast<size_t>(number()));
-                for (auto& w : m.weights) {
-                    w.resize(static_cast<size_t>(number()));
-                    for (auto& [bone, weight] : w) {
-                        bone = next();
-                        bone = bone.substr(1, bone.size() - 2);
-                        weight = number();
-                    }
+        vectorsAndFaces(b, m.positions, m.faces);
+        for (const Block& c : b.children) {
+            if (c.type == "MeshNormals") vectorsAndFaces(c, m.normals, m.normalFaces);
+            if (c.type != "MeshSkinWeights") continue;
+            size_t at = 0;
+            m.weights.resize(std::stoul(c.data.at(at++)));
+            for (auto& w : m.weights) {
+                w.resize(std::stoul(c.data.at(at++)));
+                for (auto& [bone, weight] : w) {
+                    bone = c.data.at(at).substr(1, c.data.at(at).size() - 2);
+                    weight = std::stod(c.data.at(at + 1));
+                    at += 2;
                 }
-                expect("}");
-            } else {
-                skipBlock();
             }
         }
-        expect("}");
         return m;
     }
 
-    std::vector<std::string> tokens_;
-    size_t at_ = 0;
+    Block root_;
 };
 
 } // namespace tarnvale::test
