@@ -78,6 +78,19 @@ inline std::string crlf(std::initializer_list<std::string> lines) {
     return s;
 }
 
+// Runs `act`, which must fail with error `number`; gives the failure's text.
+template <typename Act>
+std::string failureOf(Act act, int32_t number) {
+    try {
+        act();
+    } catch (const Failure& e) {
+        EXPECT_EQ(e.number(), number) << e.description();
+        return e.description();
+    }
+    ADD_FAILURE() << "no failure";
+    return "";
+}
+
 // A shape's polygons as text: per polygon its material's name, then each corner
 // as vertex:normal:u,v.
 inline std::string describePolygons(const SGShapePtr& shape) {

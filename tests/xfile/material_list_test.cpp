@@ -109,13 +109,8 @@ TEST(MaterialList, ThousandAndSecondMaterialFails) {
     EXPECT_EQ(count, 1001);
     EXPECT_EQ(faces.back(), 500);
     addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
-    try {
-        x.pBuildMaterialTable(s, faces, 1003, materials, count);
-        FAIL() << "no failure";
-    } catch (const Failure& e) {
-        EXPECT_EQ(e.number(), err::kSubscript);
-        EXPECT_EQ(e.description(), "Subscript out of range");
-    }
+    EXPECT_EQ(failureOf([&] { x.pBuildMaterialTable(s, faces, 1003, materials, count); }, err::kSubscript),
+              "Subscript out of range");
 }
 
 TEST(MaterialList, PolygonWithoutMaterialTakesTheNextIndexUnwritten) {

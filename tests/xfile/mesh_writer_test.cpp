@@ -115,13 +115,7 @@ TEST(FrameWriter, MeshWithoutTrianglesFailsAtTheMaterialListAndTheMergeShapeGoes
     auto s = shapeOf({{0, 0, 0}, {1, 0, 0}});
     addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1});
     node->AddShape(s);
-    try {
-        f.frame(node, f.scene->root());
-        FAIL() << "no failure";
-    } catch (const Failure& e) {
-        EXPECT_EQ(e.number(), err::kSubscript);
-        EXPECT_EQ(e.description(), "Subscript out of range");
-    }
+    EXPECT_EQ(failureOf([&] { f.frame(node, f.scene->root()); }, err::kSubscript), "Subscript out of range");
     const std::string out = readFile(f.dir.file("frame.x"));
     EXPECT_NE(out.find("0;  // ***** line has  0 faces\r\n;\r\n\r\n"), std::string::npos);
     EXPECT_EQ(out.find("MeshMaterialList"), std::string::npos);
