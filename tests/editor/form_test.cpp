@@ -43,32 +43,27 @@ TEST(EditorBinding, SlidersShowAndWriteBackAtTheirGrain) {
         float FS10Material::*field;
         float in;
         int32_t shown;
-        const char* label;
+        const char *labelName, *label;
         float out;
     };
     using M = FS10Material;
     const Row rows[] = {
-        {"sDetailMap", &M::DetailScale, 1.23f, 12, "Detail: 1.2", 1.2f},
-        {"sBumpMap", &M::BumpScale, 25.0f, 200, "Bump: 20", 20.0f}, // above the range: its maximum
-        {"sPrecipOff", &M::PrecipOffset, 0.0f, 1, "Offset:", 0.1f}, // below: its minimum, which it had
-        {"sRefScale", &M::EnvironmentLevelScale, 0.125f, 12, "Reflection Scale: 0.12", 0.12f}, // a half to even
-        {"sSpecPower", &M::SpecMapPowerScale, 202.5f, 202, "Specular Map Power Scale: 202", 202.0f},
-        {"slBFloor", &M::SpecularBloomFloor, 0.05f, 5, "Specular Bloom Floor : 0.05", 0.05f},
-        {"slAmbScale", &M::AmbientLightScale, 1.0f, 100, "Ambient Scale :", 1.0f}, // unchanged: no new label
-        {"sAlphaTest", &M::AlphaTestValue, 0.5f, 50, "Alpha Test Level : 0.5", 0.5f},
-        {"sFinal", &M::FinalAlphaValue, 128.4f, 128, "Final Alpha Value: 128", 128.0f},
+        {"sDetailMap", &M::DetailScale, 1.23f, 12, "Label1(1)", "Detail: 1.2", 1.2f},
+        {"sBumpMap", &M::BumpScale, 25.0f, 200, "Label1(2)", "Bump: 20", 20.0f}, // above the range: its maximum
+        {"sPrecipOff", &M::PrecipOffset, 0.0f, 1, "Label1(4)", "Offset:", 0.1f}, // below: its minimum, which it had
+        {"sRefScale", &M::EnvironmentLevelScale, 0.125f, 12, "Label1(6)", "Reflection Scale: 0.12", 0.12f}, // half to even
+        {"sSpecPower", &M::SpecMapPowerScale, 202.5f, 202, "Label1(3)", "Specular Map Power Scale: 202", 202.0f},
+        {"slBFloor", &M::SpecularBloomFloor, 0.05f, 5, "Label1(7)", "Specular Bloom Floor : 0.05", 0.05f},
+        {"slAmbScale", &M::AmbientLightScale, 1.0f, 100, "Label1(8)", "Ambient Scale :", 1.0f}, // unchanged: no new label
+        {"sAlphaTest", &M::AlphaTestValue, 0.5f, 50, "Label1(13)", "Alpha Test Level : 0.5", 0.5f},
+        {"sFinal", &M::FinalAlphaValue, 128.4f, 128, "Label1(18)", "Final Alpha Value: 128", 128.0f},
     };
-    const std::pair<const char*, const char*> labels[] = {
-        {"sDetailMap", "Label1(1)"}, {"sBumpMap", "Label1(2)"},  {"sPrecipOff", "Label1(4)"},
-        {"sRefScale", "Label1(6)"},  {"sSpecPower", "Label1(3)"}, {"slBFloor", "Label1(7)"},
-        {"slAmbScale", "Label1(8)"}, {"sAlphaTest", "Label1(13)"}, {"sFinal", "Label1(18)"}};
     auto record = std::make_shared<FS10Material>();
     for (const Row& r : rows) (*record).*r.field = r.in;
     ScriptedForm f(record);
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        const Row& r = rows[i];
+    for (const Row& r : rows) {
         EXPECT_EQ(f.form.control(r.slider).value, r.shown) << r.slider;
-        EXPECT_EQ(f.form.control(labels[i].second).caption, r.label) << r.slider;
+        EXPECT_EQ(f.form.control(r.labelName).caption, r.label) << r.slider;
     }
     f.form.click("cmdOK");
     EXPECT_FALSE(f.form.isOpen());

@@ -3,27 +3,6 @@
 namespace tarnvale::test {
 namespace {
 
-TEST(ScanToken, PositionsAndToken) {
-    struct Row {
-        const char* line;
-        int first, second;
-        const char* token;
-    };
-    const Row rows[] = {
-        {"no hash", 0, 0, ""},
-        {"one # only", 5, 0, ""},
-        {"a##b", 2, 3, ""},
-        {"x #name# y", 3, 8, "name"},
-        {"#guid##scene#", 1, 6, "guid"},
-    };
-    for (const Row& r : rows) {
-        xfile::TokenScan s = xfile::pScanToken(r.line);
-        EXPECT_EQ(s.firstHash, r.first) << r.line;
-        EXPECT_EQ(s.secondHash, r.second) << r.line;
-        EXPECT_EQ(s.token, r.token) << r.line;
-    }
-}
-
 TEST(Template, LinesAndTokens) {
     struct Row {
         const char* what;
@@ -34,7 +13,8 @@ TEST(Template, LinesAndTokens) {
          "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n"},
         {"tokens keep head and tail", "A #name# B\r\n<#guid#>\r\nx#datetime#y\r\n",
          "A my_plane_ B\r\n<0123ABCD-0A0B-4C0D-8E0F-010203040506>\r\nxMonday, 23 November 2026 08:30:00y\r\n"},
-        {"only the first token of a line is replaced", "#name# #guid#\r\n", "my_plane_ #guid#\r\n"},
+        {"only the first token of a line is replaced", "#name# #guid#\r\n#guid##name#\r\n",
+         "my_plane_ #guid#\r\n0123ABCD-0A0B-4C0D-8E0F-010203040506#name#\r\n"},
         {"the metre factor", "s=#toM#;\r\n", "s=1.00;\r\n"},
         {"template bytes pass through; the name goes out in the code page", "caf\xE9 #name# \xE9t\xE9\r\n",
          "caf\xE9 my_plane_ \xE9t\xE9\r\n"},
