@@ -136,13 +136,6 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
     EXPECT_FLOAT_EQ(anim::leadingNumber(".5"), 0.5f);
 }
 
-TEST(XAnim, AllKeysAtTimeZeroFail) {
-    AnimFixture f(R"(<Animation name="a" length="10"/><Animation name="b"/>)");
-    f.part("a", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)});
-    failureOf([&] { f.run(); }, err::kDivisionByZero);
-    EXPECT_FALSE(fs::exists(f.dir.file("a.xanim")));
-}
-
 TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
     struct Row {
         std::string defs, part, chosen; // chosen "" means none
@@ -203,10 +196,8 @@ TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlpAndGivesTheIdentity) {
         double y = double(a.w) * b.y - double(a.x) * b.z + double(a.y) * b.w + double(a.z) * b.x;
         double z = double(a.w) * b.z + double(a.x) * b.y - double(a.y) * b.x + double(a.z) * b.w;
         double w = double(a.w) * b.w - double(a.x) * b.x - double(a.y) * b.y - double(a.z) * b.z;
-        ASSERT_LE(std::fabs(r.x - x), ulp(static_cast<float>(x))) << i;
-        ASSERT_LE(std::fabs(r.y - y), ulp(static_cast<float>(y))) << i;
-        ASSERT_LE(std::fabs(r.z - z), ulp(static_cast<float>(z))) << i;
-        ASSERT_LE(std::fabs(r.w - w), ulp(static_cast<float>(w))) << i;
+        for (auto [got, exact] : {std::pair{r.x, x}, {r.y, y}, {r.z, z}, {r.w, w}})
+            ASSERT_LE(std::fabs(got - exact), ulp(static_cast<float>(exact))) << i;
     }
     // A key times its own conjugate is the identity, as written.
     Quat k{0.1f, 0.2f, 0.3f, std::sqrt(1 - 0.14f)}, c{-k.x, -k.y, -k.z, k.w};
@@ -233,6 +224,8 @@ TEST(XAnimExport, DriverSavesTheFileOnlyWhenAStreamRemains) {
         {"a definition without a name", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
          "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>", false,
          "Creating XANIM file\r94 - "},
+        {"all keys at time zero", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)}, "", false,
+         "Creating XANIM file\r11 - "},
     };
     for (const Row& r : rows) {
         Rig rig;

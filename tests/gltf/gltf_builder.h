@@ -79,19 +79,11 @@ public:
         doc["meshes"].push_back({{"primitives", json::array({prim})}});
         return static_cast<int>(doc["meshes"].size() - 1);
     }
-    std::string saveGltf(const std::string& path) {
+    // A .gltf with its buffer in a data: URI, or in the file `binName` beside it.
+    std::string saveGltf(const std::string& path, const std::string& binName = "") {
         json d = withBuffer();
-        if (!bin.empty()) d["buffers"][0]["uri"] = "data:application/octet-stream;base64," + base64(bin);
-        writeFile(path, d.dump());
-        return path;
-    }
-    // A .gltf beside a .bin file that holds the buffer.
-    std::string saveGltfWithBin(const std::string& path, const std::string& binName) {
-        json d = withBuffer();
-        if (!bin.empty()) {
-            d["buffers"][0]["uri"] = binName;
-            writeFile(path.substr(0, path.find_last_of('/') + 1) + binName, bin);
-        }
+        if (!bin.empty()) d["buffers"][0]["uri"] = binName.empty() ? "data:application/octet-stream;base64," + base64(bin) : binName;
+        if (!bin.empty() && !binName.empty()) writeFile(path.substr(0, path.find_last_of('/') + 1) + binName, bin);
         writeFile(path, d.dump());
         return path;
     }

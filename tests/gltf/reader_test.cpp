@@ -27,7 +27,7 @@ void forBothContainers(GltfBuilder& b, Check check) {
     TempDir d;
     check(readScene(b.saveGltf(d.file("scene.gltf"))));
     check(readScene(b.saveGlb(d.file("scene.glb"))));
-    check(readScene(b.saveGltfWithBin(d.file("external.gltf"), "external data.bin")));
+    check(readScene(b.saveGltf(d.file("external.gltf"), "external data.bin")));
 }
 
 // Exports a scene read from the builder's file through the plug-in; gives the X text.
@@ -437,7 +437,7 @@ TEST(GltfReader, BadFilesGiveAReason) {
     }
     EXPECT_THROW(readScene(d.file("missing.gltf")), SceneError);
     // A .gltf whose .bin is missing.
-    good.saveGltfWithBin(d.file("nobin.gltf"), "nobin.bin");
+    good.saveGltf(d.file("nobin.gltf"), "nobin.bin");
     fs::remove(d.file("nobin.bin"));
     EXPECT_THROW(readScene(d.file("nobin.gltf")), SceneError);
 }

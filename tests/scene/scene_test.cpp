@@ -105,11 +105,8 @@ TEST(MemoryShape, MeshArraysGiveARecordPerPositionAndPair) {
     MeshArrays a;
     s->GetMeshArrays(a);
     ASSERT_EQ(a.vertexCount, 6);
-    EXPECT_FLOAT_EQ(a.vertices[5].x, 2);
-    EXPECT_FLOAT_EQ(a.vertices[5].u, 7);
-    EXPECT_FLOAT_EQ(a.vertices[2].u, 2);
-    EXPECT_FLOAT_EQ(a.vertices[4].x, 9);
-    EXPECT_FLOAT_EQ(a.vertices[4].u, 0);
+    EXPECT_EQ(std::vector<float>({a.vertices[5].x, a.vertices[5].u, a.vertices[2].u, a.vertices[4].x, a.vertices[4].u}),
+              std::vector<float>({2, 7, 2, 9, 0}));
     EXPECT_EQ(a.normalCount, 1);
     std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1, 0, 3, 1, 0, 5, 0, 0, 0, 3, 3, 0, 0, 0, 1, 0};
     EXPECT_EQ(a.polygons, stream);
@@ -122,10 +119,9 @@ TEST(MemoryObject, MatricesFieldsKeyframesAndShapes) {
     auto b = a->addChild("b");
     a->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
     b->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 10, 0, 0, 1});
-    EXPECT_EQ(b->GetRelativeMatrix(a, 0)[12], 10);
-    EXPECT_EQ(b->GetRelativeMatrix(root, 0)[12], 11);
-    EXPECT_EQ(b->GetRelativeMatrix(root, 0)[13], 2);
-    EXPECT_EQ(b->GetRelativePosition(a, 0).x, 10);
+    const Matrix16 toA = b->GetRelativeMatrix(a, 0), toRoot = b->GetRelativeMatrix(root, 0);
+    EXPECT_EQ(std::vector<float>({toA[12], toRoot[12], toRoot[13], b->GetRelativePosition(a, 0).x}),
+              std::vector<float>({10, 11, 2, 10}));
     b->setRestPosition({4, 5, 6});
     EXPECT_EQ(b->GetRelativePosition(a, 0).y, 5);
 

@@ -101,9 +101,8 @@ TEST(Driver, CompleteExportShowsTheDialogRegistersTheFieldsAndWritesTheFiles) {
     std::string out = rig.dir.file("plane.x");
     rig.exportTo(*t, out);
     // The dialog opened with the group's name and the new GUID.
-    ASSERT_EQ(rig.dialogs.shown.size(), 1u);
-    EXPECT_EQ(rig.dialogs.shown[0].first, "Scene Root");
-    EXPECT_EQ(rig.dialogs.shown[0].second, "GUID : 0123ABCD-0A0B-4C0D-8E0F-010203040506");
+    EXPECT_EQ(rig.dialogs.shown, (std::vector<std::pair<std::string, std::string>>{
+                                     {"Scene Root", "GUID : 0123ABCD-0A0B-4C0D-8E0F-010203040506"}}));
     EXPECT_EQ(rig.scene->root()->FindMaterialField("FS10"), t->lMaterialFieldId);
     EXPECT_EQ(rig.scene->root()->FindObjectField("FS10att"), t->lAttachFieldId);
     EXPECT_GE(t->lAttachFieldId, 0);
@@ -182,17 +181,10 @@ TEST(Driver, FailuresBeforeAnyStageAndOnAFreshInstanceAreReported) {
 }
 
 TEST(Driver, SidecarPathTakesTheLastDot) {
-    struct Row {
-        const char* file;
-        const char* sidecar;
-    };
-    const Row rows[] = {
-        {"C:\\models\\plane.x", "C:\\models\\plane.config"},
-        {"C:\\a.b\\plane", "C:\\a.config"},
-        {"plane", "config"},
-        {"/tmp/v1.2/plane.x", "/tmp/v1.2/plane.config"},
-    };
-    for (const Row& r : rows) EXPECT_EQ(shell::sidecarPath(r.file), r.sidecar);
+    for (auto [file, sidecar] : {std::pair{"C:\\models\\plane.x", "C:\\models\\plane.config"},
+                                 {"C:\\a.b\\plane", "C:\\a.config"}, {"plane", "config"},
+                                 {"/tmp/v1.2/plane.x", "/tmp/v1.2/plane.config"}})
+        EXPECT_EQ(shell::sidecarPath(file), sidecar);
 }
 
 } // namespace

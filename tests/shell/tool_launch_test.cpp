@@ -60,12 +60,6 @@ TEST(ToolPath, SdkRootOrPluginFolder) {
     EXPECT_EQ(shell::toolPath(none, "/p", "xtomdl.exe"), "/p\\xtomdl.exe");
 }
 
-TEST(ToolCommandLine, ExactBytes) {
-    EXPECT_EQ(shell::toolCommandLine("C:\\T\\x.exe", false, "C:\\m d\\modeldef.xml", "C:\\o p\\a.x"),
-              "C:\\T\\x.exe /dict:\"C:\\m d\\modeldef.xml\" \"C:\\o p\\a.x\"");
-    EXPECT_EQ(shell::toolCommandLine("T", true, "M", "E"), "T /xanim /dict:\"M\" \"E\"");
-}
-
 TEST(LaunchAndWait, PollsEvery50msUntilTheEnd) {
     RecordingProcesses p;
     p.polls = 3;
