@@ -9,9 +9,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <random>
 #include <regex>
 #include <sstream>
+#ifndef _WIN32
 #include <sys/wait.h>
+#endif
 
 namespace tarnvale::test {
 
@@ -19,37 +22,45 @@ namespace fs = std::filesystem;
 
 inline std::string sourcePath(const std::string& relative) { return std::string(TARNVALE_SOURCE_DIR) + "/" + relative; }
 
-// A fresh folder, removed with its contents at the end of the test.
+// A fresh folder under the user's temp folder, its name starting with `prefix`,
+// removed with its contents at the end of the test. Paths are UTF-8.
 class TempDir {
 public:
-    TempDir() {
-        std::string tmpl = (fs::temp_directory_path() / "tarnvale-test-XXXXXX").string();
-        path_ = ::mkdtemp(tmpl.data());
+    explicit TempDir(const std::string& prefix = "tarnvale-test-") {
+        std::random_device random;
+        do path_ = platform::utf8Path(fs::temp_directory_path() / "") + prefix + std::to_string(random());
+        while (!fs::create_directory(platform::systemPath(path_)));
     }
     ~TempDir() {
         std::error_code ec;
-        fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);
-        fs::remove_all(path_, ec);
+        fs::permissions(platform::systemPath(path_), fs::perms::owner_all, fs::perm_options::add, ec);
+        fs::remove_all(platform::systemPath(path_), ec);
     }
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
+    // A folder below, made with its parents.
+    std::string folder(const std::string& name) const {
+        fs::create_directories(platform::systemPath(file(name)));
+        return file(name);
+    }
 
 private:
     std::string path_;
 };
 
 inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
     std::ostringstream s;
     s << in.rdbuf();
     return s.str();
 }
 
 inline void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary);
+    std::ofstream out(platform::systemPath(path), std::ios::binary);
     out << content;
 }
 
+#ifndef _WIN32
 struct RunResult {
     int code;
     std::string out, err;
@@ -69,6 +80,7 @@ inline RunResult run(const std::string& line, const TempDir& dir) {
 inline RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "") {
     return run(before + "\"" + TARNVALE_BIN + "\" " + args, dir);
 }
+#endif
 #endif
 
 // Joins lines with CR LF, each line ended.

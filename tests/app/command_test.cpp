@@ -43,8 +43,7 @@ TEST(Command, ExportsTheExampleBesideTheOutputAndKeepsItsNameAcrossRuns) {
 // be read (one line, nothing written).
 TEST(Command, ExitCodesAndWhatStandardErrorSays) {
     TempDir d;
-    fs::create_directories(d.file("plugin"));
-    fs::copy_file(sourcePath("data/Tarnvale.X"), d.file("plugin/Tarnvale.X"));
+    fs::copy_file(sourcePath("data/Tarnvale.X"), d.folder("plugin") + "/Tarnvale.X");
     writeFile(d.file("plugin/modeldef.xml"), "<ModelInfo><Animation name=\"one\"/></ModelInfo>");
     writeFile(d.file("bad.gltf"), "{ not json");
     writeFile(d.file("short.glb"), "glTF\x02");

@@ -115,8 +115,7 @@ TEST(Wine, AWindowsToolRunsThroughWineWithPathsAsWineSeesThem) {
     const char* windowsTool = std::getenv("TARNVALE_WINDOWS_FAKE_TOOL");
     if (!windowsTool || !*windowsTool) GTEST_SKIP() << "TARNVALE_WINDOWS_FAKE_TOOL is not set";
     TempDir d;
-    const std::string folder = d.file("Program Files/SDK kit");
-    fs::create_directories(folder);
+    const std::string folder = d.folder("Program Files/SDK kit");
     fs::copy_file(windowsTool, folder + "/xtomdl.exe");
     writeFile(folder + "/modeldef.xml", "<ModelInfo/>");
     writeFile(d.file("my plane.x"), "xof");
@@ -136,8 +135,7 @@ TEST(Wine, AWindowsToolRunsThroughWineWithPathsAsWineSeesThem) {
 TEST(Driver, SdkToolUnderAFolderWithBlanksRunsForReal) {
     Rig rig;
     const std::string sdk = rig.dir.file("Flight Sim SDK") + "/";
-    const std::string plugins = sdk + "Environment Kit/Modeling SDK/3DSM7/Plugins";
-    fs::create_directories(plugins);
+    const std::string plugins = rig.dir.folder("Flight Sim SDK/Environment Kit/Modeling SDK/3DSM7/Plugins");
     fs::copy_file(TARNVALE_FAKE_TOOL, plugins + "/xtomdl.exe");
     rig.registry.parse("[HKEY_LOCAL_MACHINE\\" + std::string(shell::kSdkKey) + "]\n\"SdkRootDir\"=\"" + sdk + "\"\n");
     ::setenv("FAKE_TOOL_LOG", rig.dir.file("args.txt").c_str(), 1);
@@ -157,8 +155,7 @@ TEST(Driver, SdkToolUnderAFolderWithBlanksRunsForReal) {
 
 TEST(ModelDefinition, LocationFromAttachFile) {
     TempDir d;
-    std::string plugin = d.file("plugins");
-    fs::create_directories(plugin);
+    const std::string plugin = d.folder("plugins");
     auto reg = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Sim]\n\"Root\"=\"/sdk/\"\n\"Empty\"=\"\"\n");
     EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml");
 

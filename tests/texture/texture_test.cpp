@@ -102,9 +102,8 @@ TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
     // A DDS file beside the scene that no material's image takes goes as it is.
     const std::vector<uint8_t> dds = texture::encode(image(8, 8, kFadingAlpha), false).bytes;
     writeFile(d.file("Old.dds"), std::string(dds.begin(), dds.end()));
-    fs::create_directories(d.file("out"));
     const auto outcomes = texture::writeTextures({"WING.DDS", "GONE.DDS", "ELSEWHERE.DDS", "OLD.DDS"},
-                                                 {left, right, gone}, {d.file("out"), d.path(), 1});
+                                                 {left, right, gone}, {d.folder("out"), d.path(), 1});
     ASSERT_EQ(outcomes.size(), 4u);
     EXPECT_EQ(outcomes[3].line, "OLD.DDS 8x8 DXT5 4 mips (copied)");
     EXPECT_EQ(readFile(d.file("out/OLD.DDS")), readFile(d.file("Old.dds")));
@@ -125,8 +124,7 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
     b.doc["images"].push_back({{"uri", "data:image/png;base64," + GltfBuilder::base64(png(image(32, 32, kOpaqueGradient)))}});
     b.doc["images"].push_back({{"uri", "tex/ext%20wing.png"}});
     b.doc["images"].push_back({{"uri", "missing.png"}});
-    fs::create_directories(d.file("tex"));
-    writeFile(d.file("tex/ext wing.png"), png(image(50, 50, kFadingAlpha))); // 50 is nearer 64 than 32
+    writeFile(d.folder("tex") + "/ext wing.png", png(image(50, 50, kFadingAlpha))); // 50 is nearer 64 than 32
     const char* slots[] = {"baseColor", "normal", "baseColor", "baseColor"};
     for (int i = 0; i < 4; ++i) {
         b.doc["textures"].push_back({{"source", i == 0 ? hull : i}});
@@ -137,8 +135,7 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
         b.node({{"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, float(i + 1), 0}, {}, {{"material", i}})}});
     }
     const std::string scene = b.saveGlb(d.file("plane.glb"));
-    fs::create_directories(d.file("out"));
-    RunResult r = tarnvale("export " + scene + " -o " + d.file("out/plane.x") + " --yes --textures " + d.file("dds"), d);
+    RunResult r = tarnvale("export " + scene + " -o " + d.folder("out") + "/plane.x --yes --textures " + d.file("dds"), d);
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(r.out, "HULL.DDS 256x256 DXT1 9 mips\nM1_NORMAL.DDS 32x32 DXT5 6 mips\nEXT WING.DDS 64x64 DXT5 7 mips\n");
     EXPECT_NE(r.err.find("texture MISSING.DDS skipped: " + d.file("missing.png")), std::string::npos) << r.err;

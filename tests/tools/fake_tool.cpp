@@ -10,17 +10,12 @@
 #include <vector>
 
 #ifdef _WIN32
+#include "platform/platform.h"
+
 #include <windows.h>
 #include <shellapi.h>
 
-namespace {
-std::string utf8(const wchar_t* text) {
-    const int n = ::WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    std::string out(static_cast<size_t>(n > 0 ? n - 1 : 0), '\0');
-    if (n > 1) ::WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), n, nullptr, nullptr);
-    return out;
-}
-} // namespace
+using tarnvale::platform::narrow;
 #endif
 
 int main(int argc, char** argv) {
@@ -29,11 +24,11 @@ int main(int argc, char** argv) {
     int n = 0;
     wchar_t** wide = ::CommandLineToArgvW(::GetCommandLineW(), &n);
     args.clear();
-    for (int i = 0; i < n; ++i) args.push_back(utf8(wide[i]));
+    for (int i = 0; i < n; ++i) args.push_back(narrow(wide[i]));
     ::LocalFree(wide);
     if (const char* log = std::getenv("FAKE_TOOL_LINE_LOG"))
         if (std::FILE* f = std::fopen(log, "wb")) {
-            std::fprintf(f, "%s", utf8(::GetCommandLineW()).c_str());
+            std::fprintf(f, "%s", narrow(::GetCommandLineW()).c_str());
             std::fclose(f);
         }
 #endif

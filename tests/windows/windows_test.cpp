@@ -4,61 +4,23 @@
 #include "app/command.h"
 #include "gui/win32.h"
 #include "platform/xml.h"
-#include "scene/scene.h"
-#include "shell/shell.h"
+#include "support.h"
 
-#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <atomic>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
-namespace tarnvale {
+namespace tarnvale::test {
 namespace {
 
-namespace fs = std::filesystem;
 using platform::narrow;
 using platform::wide;
 
 constexpr const char* kSdkKey = "SOFTWARE\\Microsoft\\microsoft games\\Flight Simulator X SDK";
 constexpr const char* kSettingsKey = "Software\\VB and VBA Program Settings\\MorvanePlugin\\Tarnvale";
-
-// A folder of its own under the user's temp folder, named with blanks and with
-// characters outside the code page; removed afterwards.
-class Scratch {
-public:
-    Scratch() {
-        wchar_t temp[MAX_PATH];
-        ::GetTempPathW(MAX_PATH, temp);
-        dir_ = fs::path(temp) / (L"Tarnvale test \u03A9\u6A21 " + std::to_wstring(::GetCurrentProcessId()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    ~Scratch() {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
-    }
-    // The UTF-8 path of a file or folder below, made with its parents.
-    std::string path(const std::string& relative, bool makeFolder = false) const {
-        const fs::path p = dir_ / fs::path(std::u8string(relative.begin(), relative.end()));
-        fs::create_directories(makeFolder ? p : p.parent_path());
-        return platform::utf8Path(p);
-    }
-
-private:
-    fs::path dir_;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(platform::systemPath(path), std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+// Test folders are named with blanks and with characters outside the code page.
+const std::string kWideName = "Tarnvale test \u03A9\u6A21 ";
 
 // A key written into the real registry for one test and deleted after it.
 class RegistryKey {
@@ -139,14 +101,13 @@ TEST(WindowsRegistry, TheSdkRootAndTheSettingsComeFromTheRealHives) {
 // The whole export: settings from the registry, the SDK's folder from it, the tool
 // started from a path with blanks, files under names outside the code page.
 TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTheSystemsGuidAndDate) {
-    Scratch scratch;
-    const std::string sdk = scratch.path("Program Files\\SDK", true) + "\\";
-    const std::string tool = sdk + "Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe";
-    const std::string plugin = scratch.path("plug in", true);
+    TempDir d(kWideName);
+    const std::string sdk = d.folder("Program Files\\SDK") + "\\";
+    const std::string tool = d.folder("Program Files\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins") + "\\xtomdl.exe";
+    const std::string plugin = d.folder("plug in");
     wchar_t self[MAX_PATH];
     ::GetModuleFileNameW(nullptr, self, MAX_PATH);
-    fs::copy_file(fs::path(self).parent_path() / "fake_tool.exe",
-                  platform::systemPath(scratch.path("Program Files\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe")));
+    fs::copy_file(fs::path(self).parent_path() / "fake_tool.exe", platform::systemPath(tool));
     for (const char* f : {"Tarnvale.X", "modeldef.xml"})
         fs::copy_file(fs::path(TARNVALE_SOURCE_DIR) / "data" / f, platform::systemPath(plugin + "\\" + f));
     RegistryKey key(HKEY_LOCAL_MACHINE, kSdkKey);
@@ -156,7 +117,7 @@ TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTh
     const std::string argsLog = narrow(temp) + "tarnvale-tool-args.txt", lineLog = narrow(temp) + "tarnvale-tool-line.txt";
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LOG", wide(argsLog).c_str());
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LINE_LOG", wide(lineLog).c_str());
-    const std::string out = scratch.path("\u6A21\u578B out\\trainer \u03A9.x");
+    const std::string out = d.folder("\u6A21\u578B out") + "\\trainer \u03A9.x";
 
     EXPECT_EQ(runCommand({"export", std::string(TARNVALE_SOURCE_DIR) + "/examples/trainer.gltf", "-o", out, "--yes",
                           "--quiet", "--plugin-dir", plugin}),
@@ -208,10 +169,9 @@ TEST(WindowsBoxes, ShowAWindowWhenAPersonIsThereAndPrintOtherwise) {
 }
 
 TEST(WindowsXml, ReadsAndWritesTheWindowsCodePageUnderWideNames) {
-    Scratch scratch;
-    const std::string in = scratch.path("\u03A9 in.xml"), out = scratch.path("\u03A9 out.xml");
-    std::ofstream(platform::systemPath(in), std::ios::binary)
-        << "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\r\n<a>\x80 \xE9</a>";
+    TempDir d(kWideName);
+    const std::string in = d.file("\u03A9 in.xml"), out = d.file("\u03A9 out.xml");
+    writeFile(in, "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\r\n<a>\x80 \xE9</a>");
     platform::XmlDocument doc;
     ASSERT_TRUE(doc.load(in));
     EXPECT_EQ(doc.documentElement().text(), "\u20AC \u00E9");
@@ -271,4 +231,4 @@ TEST(Win32Export, OkKeepsTheTypedNameAndCancelSetsTheFlag) {
 }
 
 } // namespace
-} // namespace tarnvale
+} // namespace tarnvale::test
