@@ -50,18 +50,6 @@ TEST(Sidecar, KeepsNameAndGuidAndWhatElseItHolds) {
             EXPECT_EQ(rig.guids.next.size(), 1u) << r.what; // none was taken
         }
     }
-}
-
-TEST(Sidecar, SecondExportKeepsGuidAndName) {
-    Rig rig;
-    rig.dialogs.answerName = "Kept Name";
-    rig.exportTo(*rig.plugin(), rig.dir.file("plane.x"));
-    rig.guids.next.push_back({0xFFFFFFFF, 1, 2, {1, 2, 3, 4, 5, 6, 7, 8}});
-    rig.dialogs.answerName.reset();
-    rig.exportTo(*rig.plugin(), rig.dir.file("plane.x"));
-    ASSERT_EQ(rig.dialogs.shown.size(), 2u);
-    EXPECT_EQ(rig.dialogs.shown[1].first, "Kept Name");
-    EXPECT_EQ(rig.dialogs.shown[1].second, "GUID : " + kGuid);
     EXPECT_EQ(shell::guidText({0x0000ABCD, 0x00F1, 0x0002, {0x0A, 0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x0F}}),
               "0000ABCD-00F1-0002-0A00-01020304050F"); // full width, leading zeros
 }
