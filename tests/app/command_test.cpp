@@ -5,7 +5,6 @@
 #include "gltf/gltf.h"
 #include "gltf/gltf_builder.h"
 
-#include <regex>
 
 namespace tarnvale::test {
 namespace {

@@ -362,12 +362,8 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         auto keys = child(s.scene, "part")->GetKeyframes(0, 999999);
         ASSERT_EQ(keys.size(), r.keys.size()) << r.what;
         for (size_t k = 0; k < keys.size(); ++k) {
-            EXPECT_NEAR(keys[k].time, r.keys[k][0], 1e-6) << r.what << " key " << k;
-            EXPECT_EQ(keys[k].kind, static_cast<int>(r.keys[k][1])) << r.what << " key " << k;
-            EXPECT_NEAR(keys[k].kx, r.keys[k][2], 1e-5) << r.what << " key " << k;
-            EXPECT_NEAR(keys[k].ky, r.keys[k][3], 1e-6) << r.what << " key " << k;
-            EXPECT_NEAR(keys[k].kz, r.keys[k][4], 1e-6) << r.what << " key " << k;
-            EXPECT_NEAR(keys[k].kw, r.keys[k][5], 1e-6) << r.what << " key " << k;
+            const float got[6] = {keys[k].time, float(keys[k].kind), keys[k].kx, keys[k].ky, keys[k].kz, keys[k].kw};
+            for (int c = 0; c < 6; ++c) EXPECT_NEAR(got[c], r.keys[k][c], 1e-5) << r.what << " key " << k << " value " << c;
         }
         std::string all;
         for (const auto& w : s.warnings) all += w + "\n";

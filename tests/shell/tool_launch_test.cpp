@@ -16,17 +16,10 @@ platform::RegFileRegistry registryOf(const std::string& text) {
 }
 
 TEST(RegistryRead, StringAndDwordResults) {
-    auto r = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\T]\n"
-                        "\"S\"=\"C:\\\\SDK\\\\\"\n"
-                        "\"Low\"=dword:0000002a\n"
-                        "\"High\"=dword:2a000000\n"
-                        "\"Mixed\"=dword:01020304\n"
-                        "\"Bin\"=hex:01,02\n"
-                        "\"Long\"=hex:" + [] {
-                            std::string s;
-                            for (int i = 0; i < 1025; ++i) s += i ? ",41" : "41";
-                            return s;
-                        }() + "\n");
+    std::string longHex = "41";
+    for (int i = 0; i < 1024; ++i) longHex += ",41";
+    auto r = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\T]\n\"S\"=\"C:\\\\SDK\\\\\"\n\"Low\"=dword:0000002a\n"
+                        "\"High\"=dword:2a000000\n\"Mixed\"=dword:01020304\n\"Bin\"=hex:01,02\n\"Long\"=hex:" + longHex + "\n");
     struct Row {
         const char* name;
         bool ok;
@@ -164,22 +157,20 @@ TEST(ModelDefinition, LocationFromAttachFile) {
         const char* xml;
         std::string location;
     };
-    const Row rows[] = {
-        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Root\" suffix=\"modeldef.xml\"/></fs10attach>",
-         "/sdk/modeldef.xml"},
-        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Root\"/></fs10attach>", "/sdk/"},
-        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Empty\" suffix=\"m.xml\"/></fs10attach>", "m.xml"},
-        {"<fs10attach><parts key=\"SOFTWARE\\Sim\" subkey=\"Missing\" suffix=\"m.xml\"/></fs10attach>",
-         plugin + "\\modeldef.xml"},
-        {"<fs10attach><parts subkey=\"Root\"/></fs10attach>", plugin + "\\modeldef.xml"},
-        {"<fs10attach><other/></fs10attach>", plugin + "\\modeldef.xml"},
+    const Row rows[] = { // the content of fs10attach
+        {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Root\" suffix=\"modeldef.xml\"/>", "/sdk/modeldef.xml"},
+        {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Root\"/>", "/sdk/"},
+        {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Empty\" suffix=\"m.xml\"/>", "m.xml"},
+        {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Missing\" suffix=\"m.xml\"/>", plugin + "\\modeldef.xml"},
+        {"<parts subkey=\"Root\"/>", plugin + "\\modeldef.xml"},
+        {"<other/>", plugin + "\\modeldef.xml"},
     };
     for (const Row& r : rows) {
-        writeFile(attach, r.xml);
+        writeFile(attach, std::string("<fs10attach>") + r.xml + "</fs10attach>");
         EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), r.location) << r.xml;
     }
     for (const XmlDefect& defect : kXmlDefects) {
-        writeFile(attach, defect.apply(rows[0].xml));
+        writeFile(attach, defect.apply(std::string("<fs10attach>") + rows[0].xml + "</fs10attach>"));
         EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml") << defect.what;
     }
 }

@@ -1,5 +1,6 @@
 // An independent reader of our X files: Assimp's X importer must find the frames,
-// meshes, faces and materials that the file holds, our own blocks notwithstanding.
+// meshes, faces and materials that the file holds, our own blocks notwithstanding
+// (part data, bone info, FS10 materials: the example has each).
 #include "gltf/gltf.h"
 #include "xfile/xfile_fixture.h"
 
@@ -48,28 +49,6 @@ void expectAssimpAgrees(const std::string& path) {
     EXPECT_EQ(faces, want.faces) << path;
     EXPECT_EQ(static_cast<int>(s->mNumMaterials), want.materials) << path;
     EXPECT_GT(want.frames, 0);
-}
-
-TEST(IndependentReader, ReadsWhatTheWritersWrite) {
-    XFileFixture f;
-    auto group = f.scene->root()->addChild("Model");
-    group->setFieldText(f.attachField, "<part data=\"1\"/>");
-    auto panel = group->addChild("Panel");
-    panel->AddShape(panelQuad());
-    auto arm = group->addChild("Arm");
-    arm->setMatrix({0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1});
-    arm->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, 16));
-    auto many = arm->addChild("Many Materials");
-    auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0, 2, 0}});
-    auto red = makeMaterial({1, 0, 0, 0.5f}, 20), blue = makeMaterial({0, 0, 1, 1}, 0);
-    blue->textures = std::make_shared<scene::MemoryTextures>();
-    blue->textures->fileName = "C:\\tex\\blue.bmp";
-    addFace(*s, red, {0, 1, 2, 3});
-    addFace(*s, blue, {0, 1, 2, 3, 4});
-    addFace(*s, red, {1, 2, 3});
-    many->AddShape(s);
-    f.expand(readFile(sourcePath("data/Tarnvale.X")), group);
-    expectAssimpAgrees(f.dir.file("out.x"));
 }
 
 TEST(IndependentReader, ReadsTheExampleExport) {

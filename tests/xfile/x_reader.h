@@ -6,7 +6,6 @@
 #include <array>
 #include <cctype>
 #include <regex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
