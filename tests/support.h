@@ -167,15 +167,8 @@ private:
     int left_ = 0;
 };
 
-inline const char* kModelDefTwo = R"(<?xml version="1.0"?>
-<ModelInfo>
-  <Animation name="wheel" guid="g-wheel" length="100" type="Sim" typeParam="AutoPlay" />
-  <Animation name="NonRandomAmbient" guid="g-nra" length="100" />
-</ModelInfo>
-)";
-
 // A Tarnvale instance over a temporary plug-in folder holding the default
-// template and a small model definition, with recording doubles around it.
+// template and the sample model definition, with recording doubles around it.
 struct Rig {
     TempDir dir;
     std::string pluginFolder = dir.path() + "/plugin";
@@ -190,8 +183,8 @@ struct Rig {
 
     Rig() {
         fs::create_directories(pluginFolder);
-        fs::copy_file(sourcePath("data/Tarnvale.X"), pluginFolder + "/Tarnvale.X");
-        writeFile(pluginFolder + "/modeldef.xml", kModelDefTwo);
+        for (const char* file : {"Tarnvale.X", "modeldef.xml"})
+            fs::copy_file(sourcePath("data/") + file, pluginFolder + "/" + file);
         guids.next.push_back({0x0123ABCD, 0x0A0B, 0x4C0D, {0x8E, 0x0F, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06}});
     }
     shell::PlatformServices services() {

@@ -19,7 +19,8 @@ TEST(RegistryRead, StringAndDwordResults) {
     std::string longHex = "41";
     for (int i = 0; i < 1024; ++i) longHex += ",41";
     auto r = registryOf("[HKEY_LOCAL_MACHINE\\SOFTWARE\\T]\n\"S\"=\"C:\\\\SDK\\\\\"\n\"Low\"=dword:0000002a\n"
-                        "\"High\"=dword:2a000000\n\"Mixed\"=dword:01020304\n\"Bin\"=hex:01,02\n\"Long\"=hex:" + longHex + "\n");
+                        "\"High\"=dword:2a000000\n\"Mixed\"=dword:01020304\n\"Bin\"=hex:01,02\n"
+                        "\"Long\"=hex:" + longHex + "\n");
     struct Row {
         const char* name;
         bool ok;

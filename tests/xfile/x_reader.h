@@ -57,7 +57,8 @@ private:
         Block b{std::move(type), std::move(name), {}, {}};
         auto is = [&](size_t i, const char* s) { return i < t.size() && t[i] == s; };
         while (at < t.size() && t[at] != "}") {
-            const bool named = is(at + 2, "{") && std::isalpha(static_cast<unsigned char>(t[at][0])) && t[at + 1][0] != '"';
+            const bool named =
+                is(at + 2, "{") && std::isalpha(static_cast<unsigned char>(t[at][0])) && t[at + 1][0] != '"';
             if (is(at + 1, "{") || named) {
                 size_t inside = at + (named ? 3 : 2);
                 b.children.push_back(block(t, inside, t[at], named ? t[at + 1] : ""));
@@ -79,7 +80,8 @@ private:
         return f;
     }
     // Counted vectors, then counted lists of indices, as Mesh and MeshNormals hold them.
-    static void vectorsAndFaces(const Block& b, std::vector<std::array<double, 3>>& v, std::vector<std::vector<int>>& f) {
+    static void vectorsAndFaces(const Block& b, std::vector<std::array<double, 3>>& v,
+                                std::vector<std::vector<int>>& f) {
         size_t at = 0;
         auto number = [&] { return std::stod(b.data.at(at++)); };
         v.resize(static_cast<size_t>(number()));
