@@ -116,7 +116,7 @@ TEST(FrameWriter, MeshWithoutTrianglesFailsAtTheMaterialListAndTheMergeShapeGoes
     addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1});
     node->AddShape(s);
     EXPECT_EQ(failureOf([&] { f.frame(node, f.scene->root()); }, err::kSubscript), "Subscript out of range");
-    const std::string out = readFile(f.dir.file("frame.x"));
+    const std::string out = readFile(f.dir.file("part.x"));
     EXPECT_NE(out.find("0;  // ***** line has  0 faces\r\n;\r\n\r\n"), std::string::npos);
     EXPECT_EQ(out.find("MeshMaterialList"), std::string::npos);
     ASSERT_EQ(node->GetShapes()->GetCount(), 1);

@@ -35,7 +35,7 @@ struct XFileFixture {
         return readFile(out);
     }
 
-    // Runs `write` on an open sink and gives what it wrote.
+    // Runs `write` on an open sink (of part.x) and gives what it wrote.
     template <typename Write>
     std::string written(Write write) {
         auto ctx = context();
@@ -55,13 +55,7 @@ struct XFileFixture {
     // One frame tree written on its own, with `root` as the export group.
     std::string frame(const SGObjectPtr& node, SGObjectPtr root) {
         exportGroup = std::move(root);
-        auto ctx = context();
-        platform::TextSink sink;
-        std::string out = dir.file("frame.x");
-        sink.open(out);
-        xfile::XFileExporter(ctx).pWriteFrame(node, sink);
-        sink.close();
-        return readFile(out);
+        return written([&](xfile::XFileExporter& x, platform::TextSink& s) { x.pWriteFrame(node, s); });
     }
 };
 
