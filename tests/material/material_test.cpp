@@ -167,22 +167,19 @@ TEST(FS10Material, CreateCsgTexturesAndField) {
     host->fields[4] = "UseGlobalEnv=0;DstBlend=One;SpecRed=0.1";
     FS10Material m;
     m.CreateCSG(host, 4);
-    EXPECT_EQ(m.DiffuseTextureFileName, ".");
-    EXPECT_EQ(m.BumpTextureFileName, "");
-    EXPECT_EQ(m.DetailTextureFileName, "detail.dds");
-    EXPECT_EQ(m.SpecularTextureFileName, "layout.dds");
-    // A two-character reflection name does not count; the field's text wins, and
-    // keys it lacks empty the texts.
+    EXPECT_EQ(m.DiffuseTextureFileName + "|" + m.BumpTextureFileName + "|" + m.DetailTextureFileName + "|" +
+                  m.SpecularTextureFileName,
+              ".||detail.dds|layout.dds");
+    // The field's text wins, and keys it lacks empty the texts.
     expectFields(m, "UseGlobalEnv=0;DstBlend=One;SrcBlend=;SpecRed=0.1", "field");
-    host->textures->reflectionFileName = "\xC3\xA9\xC3\xA9"; // two characters in four bytes
-    FS10Material two;
-    two.CreateCSG(host, 4);
-    EXPECT_EQ(two.bUseGlobalEnv, 0);
-    host->textures->reflectionFileName = "env";
+    // Without a field, a reflection name longer than two characters (not bytes) turns it on.
     host->fields.clear();
-    FS10Material g;
-    g.CreateCSG(host, 4);
-    EXPECT_EQ(g.bUseGlobalEnv, 1);
+    for (auto [reflection, env] : {std::pair{"\xC3\xA9\xC3\xA9", 0}, {"ab", 0}, {"env", 1}}) {
+        host->textures->reflectionFileName = reflection;
+        FS10Material g;
+        g.CreateCSG(host, 4);
+        EXPECT_EQ(g.bUseGlobalEnv, env) << reflection;
+    }
 }
 
 TEST(FS10Material, CreateFromFlatMaterial) {
@@ -192,17 +189,15 @@ TEST(FS10Material, CreateFromFlatMaterial) {
     state->fileName = ".";
     FS10Material opaque;
     opaque.Create(state, 0);
-    EXPECT_FLOAT_EQ(opaque.diffuse().a, 1.0f);
-    EXPECT_EQ(opaque.SrcBlend, "One");
-    EXPECT_FLOAT_EQ(opaque.Power, 10.0f);
-    EXPECT_FLOAT_EQ(opaque.specular().r, 0.9f);
+    EXPECT_FLOAT_EQ(opaque.diffuse().a + opaque.Power, 11.0f);
+    expectFields(opaque, "SrcBlend=One;SpecRed=0.9", "opaque");
     EXPECT_EQ(opaque.DiffuseTextureFileName, ".");
     EXPECT_FALSE(opaque.hostMaterial());
     state->alphaPercent = 2;
     FS10Material blended;
     blended.Create(state, 0);
     EXPECT_FLOAT_EQ(blended.diffuse().a, 0.02f);
-    EXPECT_EQ(blended.DstBlend, "InvSrcAlpha");
+    expectFields(blended, "DstBlend=InvSrcAlpha", "blended");
 }
 
 TEST(FS10Material, ColourIntegers) {
