@@ -90,6 +90,14 @@ inline std::string crlf(std::initializer_list<std::string> lines) {
     return s;
 }
 
+// Each "key=value" of `fields` stands in `textForm` (a material's text form).
+inline void expectFields(const std::string& textForm, const std::string& fields, const std::string& what) {
+    const std::string text = ";" + textForm + ";";
+    std::istringstream in(fields);
+    for (std::string field; std::getline(in, field, ';');)
+        EXPECT_NE(text.find(";" + field + ";"), std::string::npos) << what << ": " << field << " in " << text;
+}
+
 // Runs `act`, which must fail with error `number`; gives the failure's text.
 template <typename Act>
 std::string failureOf(Act act, int32_t number) {

@@ -95,13 +95,9 @@ TEST(EditorBinding, FlagsTextsTexturesAndColoursWithCancelKeepingTheRecord) {
     EXPECT_EQ(record->toString(), before.toString());
     ScriptedForm ok(record);
     ok.form.click("cmdOK");
-    EXPECT_EQ(record->BloomCopy, 0);
-    EXPECT_EQ(record->BloomModAlpha, 1);
-    EXPECT_EQ(record->EPNoShadow, 1); // -1 comes back as 1
-    EXPECT_EQ(record->ForceTextureAddressWrapSetting + record->ForceTextureAddressClampSetting, 2);
-    EXPECT_EQ(record->EmissiveData, "");
-    EXPECT_EQ(record->DstBlend, "");
-    EXPECT_FLOAT_EQ(record->specular().r, 0.3f); // an untouched swatch leaves the colour exact
+    // -1 comes back as 1; an untouched swatch leaves the colour exact.
+    expectFields(record->toString(), "BloomCopy=0;BloomModAlpha=1;NoShadow=1;ForceTextureWrap=1;ForceTextureClamp=1;"
+                                     "EmissiveData=;DstBlend=;SpecRed=0.3", "after OK");
 }
 
 TEST(EditorEvents, ExclusionsBlendDefaultsPicksAndTabs) {
