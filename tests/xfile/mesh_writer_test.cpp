@@ -84,31 +84,6 @@ TEST(MeshWriter, FansPairsNormalsAndTheTextureShift) {
     }
 }
 
-TEST(FrameWriter, MergesAllMeshesOfANodeAndLeavesTheSceneAsItWas) {
-    XFileFixture f;
-    auto node = f.scene->root()->addChild("Two Parts");
-    auto a = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
-    auto b = shapeOf({{5, 0, 0}, {6, 0, 0}, {6, 1, 0}});
-    addFace(*a, makeMaterial({1, 1, 1, 1}, 10, "A"), {0, 1, 2});
-    addFace(*b, makeMaterial({1, 1, 1, 1}, 10, "B"), {0, 1, 2});
-    node->AddShape(a);
-    node->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, 16));
-    node->AddShape(b);
-    node->AddShape(std::make_shared<scene::MemoryShape>()); // no vertices: adds nothing
-    std::string out = f.frame(node, f.scene->root());
-    EXPECT_NE(out.find("Mesh two_parts {\r\n6;  // two_parts contains  6 vertices"), std::string::npos);
-    EXPECT_LT(out.find("BoneInfo"), out.find("Mesh two_parts"));
-    EXPECT_LT(out.find("} // end mesh two_parts"), out.find("AnimLinkName"));
-    EXPECT_NE(out.find("2;        //  2 Materials"), std::string::npos);
-    EXPECT_EQ(node->GetShapes()->GetCount(), 4);
-    EXPECT_EQ(a->GetPolygonCount(), 1);
-    // A node whose polygon shapes have no vertices gets no Mesh.
-    auto empty = f.scene->root()->addChild("Empty");
-    empty->AddShape(std::make_shared<scene::MemoryShape>());
-    EXPECT_EQ(f.frame(empty, f.scene->root()).find("Mesh "), std::string::npos);
-    EXPECT_EQ(empty->GetShapes()->GetCount(), 1);
-}
-
 TEST(FrameWriter, MeshWithoutTrianglesFailsAtTheMaterialListAndTheMergeShapeGoes) {
     XFileFixture f;
     auto node = f.scene->root()->addChild("Line");
