@@ -135,18 +135,15 @@ public:
     std::unique_ptr<shell::frmExport> create() override { return std::make_unique<Dialog>(*this); }
 
 private:
-    class Dialog : public shell::frmExport {
-    public:
-        explicit Dialog(ScriptedDialogs& owner) : owner_(owner) {}
+    struct Dialog : shell::frmExport {
+        explicit Dialog(ScriptedDialogs& o) : owner(o) {}
         void Show() override {
-            owner_.shown.emplace_back(txtName, Label2);
-            if (owner_.answerName) txtName = *owner_.answerName;
-            if (owner_.cancel) CancelButton_Click();
+            owner.shown.emplace_back(txtName, Label2);
+            if (owner.answerName) txtName = *owner.answerName;
+            if (owner.cancel) CancelButton_Click();
             else OKButton_Click();
         }
-
-    private:
-        ScriptedDialogs& owner_;
+        ScriptedDialogs& owner;
     };
 };
 

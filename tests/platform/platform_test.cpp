@@ -154,8 +154,7 @@ TEST(SplitCommandLine, WindowsRules) {
 TEST(Guids, RandomVersionFour) {
     RandomGuids g;
     Guid a, b;
-    ASSERT_TRUE(g.create(a));
-    ASSERT_TRUE(g.create(b));
+    ASSERT_TRUE(g.create(a) && g.create(b));
     EXPECT_EQ(a.data3 >> 12, 4);
     EXPECT_EQ(a.data4[0] & 0xC0, 0x80);
     EXPECT_FALSE(a.data1 == b.data1 && a.data2 == b.data2);
