@@ -131,9 +131,8 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
             EXPECT_TRUE(s.empty() ? text.empty() : text.find(s) != std::string::npos) << r.what << ": " << s << "\n" << text;
         for (const auto& s : r.absent) EXPECT_EQ(text.find(s), std::string::npos) << r.what << ": " << s;
     }
-    EXPECT_FLOAT_EQ(anim::leadingNumber("abc"), 0);
-    EXPECT_FLOAT_EQ(anim::leadingNumber("-2.5e1x"), -25);
-    EXPECT_FLOAT_EQ(anim::leadingNumber(".5"), 0.5f);
+    for (auto [text, number] : {std::pair{"abc", 0.0f}, {"-2.5e1x", -25.0f}, {".5", 0.5f}})
+        EXPECT_FLOAT_EQ(anim::leadingNumber(text), number) << text;
 }
 
 TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {

@@ -74,9 +74,8 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
         auto top = root->children()[0];
         EXPECT_EQ(top->GetName(), "node_1");
         EXPECT_EQ(top->children()[0]->GetParent(), top);
-        EXPECT_EQ(top->GetNodeValue(), 0);
-        EXPECT_EQ(child(s.scene, "trs")->GetNodeValue(), 0);
-        EXPECT_EQ(child(s.scene, "mat")->GetNodeValue(), 1);
+        EXPECT_EQ(std::vector<double>({top->GetNodeValue(), child(s.scene, "trs")->GetNodeValue(),
+                                       child(s.scene, "mat")->GetNodeValue()}), std::vector<double>({0, 0, 1}));
         EXPECT_EQ(child(s.scene, "trs")->GetFieldText(root->FindObjectField("FS10att")), "<part/>");
         for (const char* name : {"trs", "mat"}) {
             auto n = child(s.scene, name);
@@ -86,9 +85,7 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
             EXPECT_FLOAT_EQ(n->GetRelativePosition(n->GetParent(), 0).x, -1);
         }
         auto bone = child(s.scene, "mat")->GetShape(); // a joint of a skin
-        ASSERT_TRUE(bone);
-        EXPECT_EQ(bone->GetTypeCode() % 100, 16);
-        EXPECT_NE(bone->GetGeometryKind(), 11);
+        EXPECT_TRUE(bone && bone->GetTypeCode() % 100 == 16 && bone->GetGeometryKind() != 11);
     });
     TempDir d;
     b.doc["scenes"][0].erase("name");

@@ -107,11 +107,11 @@ TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
     ASSERT_EQ(outcomes.size(), 4u);
     EXPECT_EQ(outcomes[3].line, "OLD.DDS 8x8 DXT5 4 mips (copied)");
     EXPECT_EQ(readFile(d.file("out/OLD.DDS")), readFile(d.file("Old.dds")));
-    EXPECT_EQ(outcomes[0].kind, texture::Outcome::Failed);
+    using texture::Outcome;
+    EXPECT_EQ(std::vector({outcomes[0].kind, outcomes[1].kind, outcomes[2].kind}),
+              std::vector({Outcome::Failed, Outcome::Skipped, Outcome::Skipped}));
     EXPECT_EQ(outcomes[0].reason, "two images would both take this name: a\\wing.png (left) and b\\wing.png (right)");
-    EXPECT_EQ(outcomes[1].kind, texture::Outcome::Skipped);
     EXPECT_NE(outcomes[1].reason.find(d.file("gone.png") + ": cannot be read"), std::string::npos);
-    EXPECT_EQ(outcomes[2].kind, texture::Outcome::Skipped);
 }
 
 // An image in a .glb's buffer, one in a data: URI and one beside the scene each

@@ -58,9 +58,8 @@ TEST(FormatNumber, IgnoresTheLocale) {
         char do_decimal_point() const override { return ','; }
     };
     std::locale old = std::locale::global(std::locale(std::locale::classic(), new Comma));
-    const char* found = nullptr;
     for (const char* name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE", "C.UTF-8"})
-        if ((found = std::setlocale(LC_ALL, name))) break;
+        if (std::setlocale(LC_ALL, name)) break;
     EXPECT_EQ(pFormatNumber(-1234.5f), "-1234.50");
     EXPECT_EQ(pFormatNumber(0.125f), "0.125");
     std::setlocale(LC_ALL, "C");
