@@ -206,8 +206,8 @@ struct Rig {
 };
 
 // What an export left: the files beside the output ("x0" for an empty X file),
-// each box as "icon title: text" (a failure's text up to its number), and each
-// tool line; the plug-in folder reads P and the output's folder D.
+// each box as "icon title: text", and each tool line; the plug-in folder reads P
+// and the output's folder D.
 inline std::string outcome(const Rig& rig, const std::string& out) {
     std::string files;
     const std::string base = out.substr(0, out.size() - 2);
@@ -215,11 +215,8 @@ inline std::string outcome(const Rig& rig, const std::string& out) {
     for (const char* e : {"xanim", "config"})
         if (fs::exists(base + "." + e)) files += std::string(" ") + e;
     std::string text = files + " |";
-    for (const auto& b : rig.boxes.shown) {
-        const size_t number = b.text.find(" - ");
-        text += std::string(" ") + platform::iconName(b.icon) + " " + b.title + ": " +
-                (b.icon == platform::BoxIcon::Critical && number != std::string::npos ? b.text.substr(0, number + 3) : b.text) + ";";
-    }
+    for (const auto& b : rig.boxes.shown)
+        text += std::string(" ") + platform::iconName(b.icon) + " " + b.title + ": " + b.text + ";";
     text += " |";
     for (const auto& line : rig.processes.started) text += " " + line;
     for (const auto& [from, to] : {std::pair{rig.pluginFolder, std::string("P")}, {rig.dir.path(), std::string("D")}})

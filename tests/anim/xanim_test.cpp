@@ -222,10 +222,11 @@ TEST(XAnimExport, DriverSavesTheFileOnlyWhenAStreamRemains) {
         {"constant keys", {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)}, "", false, done + tool},
         {"no definition for the part", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
          "<ModelInfo><Animation name=\"a\"/><Animation name=\"NONRANDOMAMBIENT\"/></ModelInfo>", false,
-         failed + "91 - ; |"},
+         failed + "91 - Object variable not set: no animation definition; |"},
         {"a definition without a name", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
-         "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>", false, failed + "94 - ; |"},
-        {"all keys at time zero", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)}, "", false, failed + "11 - ; |"},
+         "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>", false,
+         failed + "94 - Invalid use of Null: an Animation node has no name; |"},
+        {"all keys at time zero", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)}, "", false, failed + "11 - Division by zero; |"},
     };
     for (const Row& r : rows) {
         Rig rig;

@@ -31,6 +31,7 @@ TEST(Driver, EachWayAnExportEnds) {
     };
     const std::string done = " information FSX Export: Export to D/plane.x Completed.; |";
     const std::string tool = " P\\xtomdl.exe /dict:\"P\\modeldef.xml\" \"D/plane.x\"";
+    const std::string xFailed = "x0 | critical FS10 Export: Creating X file\r";
     const std::string gate = "x | critical FS10 Export: No nodes found in modeldef xml file; |";
     auto modelDef = [](std::string content) {
         return [content](Rig& r) {
@@ -42,6 +43,7 @@ TEST(Driver, EachWayAnExportEnds) {
     auto templateFile = [](std::string file) {
         return [file](Rig& r) {
             r.settings.values["MorvanePlugin\\Tarnvale\\Template"] = file[0] == '/' ? file : r.pluginFolder + "/" + file;
+            writeFile(r.dir.file("plane.x"), "an older X file"); // emptied all the same
         };
     };
     std::vector<Row> rows = {
@@ -54,11 +56,12 @@ TEST(Driver, EachWayAnExportEnds) {
         {"no model definition", modelDef(""), gate},
         {"a model definition that is no XML", modelDef("not xml at all"), gate},
         // A missing template, a folder, a read that fails, a missing folder for the
-        // X file: the failure box, never a completed export.
-        {"missing template", templateFile("missing.X"), "x0 | critical FS10 Export: Creating X file\r53 - ; |"},
-        {"template is a folder", templateFile("."), "x0 | critical FS10 Export: Creating X file\r75 - ; |"},
-        {"template read fails", templateFile("/proc/self/mem"), "x0 | critical FS10 Export: Creating X file\r75 - ; |"},
-        {"no folder for the X file", nullptr, " | critical FS10 Export: Creating X file\r76 - ; |", "none/plane.x"},
+        // X file: the failure box, naming the file, never a completed export.
+        {"missing template", templateFile("missing.X"), xFailed + "53 - P/missing.X: No such file or directory; |"},
+        {"template is a folder", templateFile("."), xFailed + "75 - P/.: Is a directory; |"},
+        {"template read fails", templateFile("/proc/self/mem"), xFailed + "75 - /proc/self/mem: Input/output error; |"},
+        {"no folder for the X file", nullptr,
+         " | critical FS10 Export: Creating X file\r76 - D/none/plane.x: No such file or directory; |", "none/plane.x"},
     };
     for (const XmlDefect& defect : kXmlDefects)
         rows.push_back({defect.what, modelDef(defect.apply("<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>")), gate});

@@ -49,18 +49,6 @@ TEST(Template, HierarchyIndentIsASixteenBitNumber) {
                        "b ( 1  Children)\r\n");
 }
 
-TEST(Template, MissingTemplateLeavesAnEmptyOutputAndFails) {
-    XFileFixture f;
-    std::string out = f.dir.file("out.x");
-    writeFile(out, "old content");
-    f.templateFile = f.dir.file("no-such-template.X");
-    f.exportGroup = f.scene->root();
-    auto ctx = f.context();
-    const std::string text = failureOf([&] { xfile::XFileExporter(ctx).pExportFSX(out, f.exportGroup); }, err::kFileNotFound);
-    EXPECT_NE(text.find("no-such-template.X"), std::string::npos);
-    EXPECT_TRUE(fs::exists(out) && readFile(out).empty());
-}
-
 TEST(Template, LodGroupWritesEveryLodSiblingWithAValue) {
     XFileFixture f;
     auto plane = f.scene->root()->addChild("plane");
