@@ -147,15 +147,13 @@ TEST(Driver, FailuresBeforeAnyStageAndOnAFreshInstanceAreReported) {
     Rig rig;
     auto t = rig.plugin();
     t->PluginImportExport_Export(rig.dir.file("a.x"), nullptr, rig.scene, 0, {}, {}, "");
-    ASSERT_EQ(rig.boxes.shown.size(), 1u);
-    EXPECT_EQ(rig.boxes.shown[0].text.rfind("\r91 - ", 0), 0u);
-    EXPECT_FALSE(fs::exists(rig.dir.file("a.x")));
+    EXPECT_EQ(outcome(rig, rig.dir.file("a.x")),
+              " | critical FS10 Export: \r91 - Object variable not set: no export group; |");
     // The public routines on an instance that never exported: failures, not signals.
     std::string out = rig.dir.file("b.x");
     SGObjectPtr none;
-    auto fresh = rig.plugin();
-    EXPECT_THROW(fresh->pExportFSX(out, none), Failure);
-    EXPECT_THROW(fresh->pExportXAnim(out, none), Failure);
+    EXPECT_THROW(rig.plugin()->pExportFSX(out, none), Failure);
+    EXPECT_THROW(rig.plugin()->pExportXAnim(out, none), Failure);
 }
 
 TEST(Driver, SidecarPathTakesTheLastDot) {
