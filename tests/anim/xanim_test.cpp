@@ -161,10 +161,7 @@ TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
 }
 
 TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
-    struct Row {
-        std::string def, head;
-    };
-    const std::vector<Row> rows = {
+    const std::pair<const char*, const char*> rows[] = { // a definition's attributes, the Anim's head
         {R"(name="a")", R"(<Anim name="a" guid="" type="Standard" typeParam="AutoPlay" typeParam2="" length=")"},
         {R"(name="a" typeParam="P" typeparam="Q" typeParam2="R" typeparam2="")",
          R"(<Anim name="a" guid="" type="Standard" typeParam="Q" typeParam2="R" length=")"},
@@ -173,11 +170,11 @@ TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
         {R"(name="a" typeParam="" typeparam="")",
          R"(<Anim name="a" guid="" type="Standard" typeParam="" typeParam2="" length=")"},
     };
-    for (const Row& r : rows) {
-        AnimFixture f("<Animation " + r.def + "/><Animation name=\"zzz\"/>");
+    for (auto [def, head] : rows) {
+        AnimFixture f(std::string("<Animation ") + def + "/><Animation name=\"zzz\"/>");
         f.part("a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)});
         std::string text = f.run();
-        EXPECT_NE(text.find(r.head), std::string::npos) << r.def << "\n" << text;
+        EXPECT_NE(text.find(head), std::string::npos) << def << "\n" << text;
     }
 }
 

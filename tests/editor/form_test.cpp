@@ -147,11 +147,8 @@ TEST(EditorEvents, ExclusionsBlendDefaultsPicksAndTabs) {
 }
 
 TEST(EditorPresets, EachSetsItsCellsAndRunsItsBlendDefaultLast) {
-    struct Row {
-        std::vector<int> clicks; // presets in turn
-        std::vector<std::pair<const char*, std::string>> expected; // control and its value or text
-    };
-    const std::vector<Row> rows = {
+    // Presets clicked in turn; controls and their values or texts after.
+    const std::vector<std::pair<std::vector<int>, std::vector<std::pair<const char*, std::string>>>> rows = {
         {{1, 0}, {{"cmbSrc", "SrcAlpha"}, {"chkEP(4)", "1"}, {"chkZAlpha", "1"}, {"sRefScale", "30"}}},
         {{3, 4}, {{"chkSF(4)", "1"}, {"sRefScale", "40"}, {"chkAirMat(1)", "1"}, {"cmbSrc", "SrcAlpha"}}},
         {{2}, {{"cmdFR", "fresnel_ramp.dds"}, {"chkSF(0)", "1"}, {"chkSF(2)", "0"}, {"cmbATestMode", "Never"}}},
@@ -159,17 +156,17 @@ TEST(EditorPresets, EachSetsItsCellsAndRunsItsBlendDefaultLast) {
         {{7, -1}, {{"chkFRRef", "0"}, {"sRefScale", "30"}, {"cmbSrc", "One"}}}, // outside 0 to 4: nothing
         {{0}, {{"Label1(8)", "Ambient Scale :"}, {"Label1(7)", "Specular Bloom Floor :"}}}, // same values: no label
     };
-    for (const Row& r : rows) {
+    for (const auto& [clicks, expected] : rows) {
         auto record = std::make_shared<FS10Material>();
         const std::string before = record->toString();
         ScriptedForm f(record);
-        for (int i : r.clicks) f.form.cmdStd_Click(i);
-        for (const auto& [name, value] : r.expected) {
+        for (int i : clicks) f.form.cmdStd_Click(i);
+        for (const auto& [name, value] : expected) {
             const editor::ControlState& c = f.form.control(name);
             const std::string shown = c.layout->kind == Kind::CheckBox || c.layout->kind == Kind::Slider
                                           ? std::to_string(c.value)
                                           : c.layout->kind == Kind::DropDown ? c.text : c.caption;
-            EXPECT_EQ(shown, value) << name << " after preset " << r.clicks[0];
+            EXPECT_EQ(shown, value) << name << " after preset " << clicks[0];
         }
         f.form.click("cmdCancel"); // a preset changes nothing in the record when cancelled
         EXPECT_EQ(record->toString(), before);

@@ -27,13 +27,9 @@ TEST(FS10Material, DefaultTextFormAndBlockGolden) {
 }
 
 TEST(FS10Material, NumberFormsOfTheBlock) {
-    struct Row {
-        float v;
-        const char* formatted;
-    };
-    for (Row r : {Row{1.0f, "1.0"}, {202.0f, "202.0"}, {0.9f, "0.9"}, {0.3f, "0.3"}, {0.0f, "0.0"},
-                  {0.12345678f, "0.1234568"}, {-2.5f, "-2.5"}, {1e8f, "100000000.0"}})
-        EXPECT_EQ(FS10Material::FormatSingle(r.v), r.formatted) << r.v;
+    for (auto [v, formatted] : {std::pair{1.0f, "1.0"}, {202.0f, "202.0"}, {0.9f, "0.9"}, {0.3f, "0.3"}, {0.0f, "0.0"},
+                                        {0.12345678f, "0.1234568"}, {-2.5f, "-2.5"}, {1e8f, "100000000.0"}})
+        EXPECT_EQ(FS10Material::FormatSingle(v), formatted) << v;
     FS10Material m;
     m.AlphaTestValue = 0.5f;
     m.bUseGlobalEnv = -1;

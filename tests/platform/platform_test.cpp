@@ -136,11 +136,7 @@ TEST(RegFile, ParsesStringsDwordsAndHexInEitherEncoding) {
 }
 
 TEST(SplitCommandLine, WindowsRules) {
-    struct Row {
-        const char* line;
-        std::vector<std::string> args;
-    };
-    const Row rows[] = {
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
         {R"(C:\t\x.exe /dict:"C:\a b\m.xml" "C:\o\p.x")", {R"(C:\t\x.exe)", R"(/dict:C:\a b\m.xml)", R"(C:\o\p.x)"}},
         {R"(C:\Program Files\x.exe /a)", {R"(C:\Program)", R"(Files\x.exe)", "/a"}},
         {R"(a\\"b c" d)", {R"(a\b c)", "d"}},
@@ -148,7 +144,7 @@ TEST(SplitCommandLine, WindowsRules) {
         {R"("a""b" c)", {R"(a"b)", "c"}},
         {"  x   y  ", {"x", "y"}},
     };
-    for (const Row& r : rows) EXPECT_EQ(splitCommandLine(r.line), r.args) << r.line;
+    for (const auto& [line, args] : rows) EXPECT_EQ(splitCommandLine(line), args) << line;
 }
 
 TEST(Guids, RandomVersionFour) {

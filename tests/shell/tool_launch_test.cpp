@@ -154,11 +154,7 @@ TEST(ModelDefinition, LocationFromAttachFile) {
     EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml");
 
     std::string attach = plugin + "/fs10attach.xml";
-    struct Row {
-        const char* xml;
-        std::string location;
-    };
-    const Row rows[] = { // the content of fs10attach
+    const std::pair<const char*, std::string> rows[] = { // the content of fs10attach, the location
         {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Root\" suffix=\"modeldef.xml\"/>", "/sdk/modeldef.xml"},
         {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Root\"/>", "/sdk/"},
         {"<parts key=\"SOFTWARE\\Sim\" subkey=\"Empty\" suffix=\"m.xml\"/>", "m.xml"},
@@ -166,12 +162,12 @@ TEST(ModelDefinition, LocationFromAttachFile) {
         {"<parts subkey=\"Root\"/>", plugin + "\\modeldef.xml"},
         {"<other/>", plugin + "\\modeldef.xml"},
     };
-    for (const Row& r : rows) {
-        writeFile(attach, std::string("<fs10attach>") + r.xml + "</fs10attach>");
-        EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), r.location) << r.xml;
+    for (const auto& [xml, location] : rows) {
+        writeFile(attach, std::string("<fs10attach>") + xml + "</fs10attach>");
+        EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), location) << xml;
     }
     for (const XmlDefect& defect : kXmlDefects) {
-        writeFile(attach, defect.apply(std::string("<fs10attach>") + rows[0].xml + "</fs10attach>"));
+        writeFile(attach, defect.apply(std::string("<fs10attach>") + rows[0].first + "</fs10attach>"));
         EXPECT_EQ(shell::modelDefinitionLocation(reg, plugin), plugin + "\\modeldef.xml") << defect.what;
     }
 }

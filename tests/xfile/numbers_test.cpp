@@ -11,11 +11,7 @@ namespace tarnvale::xfile {
 namespace {
 
 TEST(FormatNumber, MaskRowsAndNonFiniteValues) {
-    struct Row {
-        float value;
-        const char* text;
-    };
-    const Row rows[] = {
+    const std::pair<float, const char*> rows[] = {
         {0.0f, "0.00"}, {1.0f, "1.00"}, {0.5f, "0.50"}, {-1.25f, "-1.25"}, {0.1234567f, "0.123457"},
         {0.0000001f, "0.00"}, {1000000.0f, "1000000.00"}, {-2.5f, "-2.50"}, {200.0f, "200.00"}, {0.98f, "0.98"},
         {-0.0f, "0.00"},
@@ -27,7 +23,7 @@ TEST(FormatNumber, MaskRowsAndNonFiniteValues) {
         {0.0000004f, "0.00"}, {-0.0000001f, "-0.00"}, {1.2345675f, "1.234568"}, {9.9999999f, "10.00"},
         {0.9999995f, "1.00"},
     };
-    for (const Row& r : rows) EXPECT_EQ(pFormatNumber(r.value), r.text) << "value " << r.value;
+    for (auto [value, text] : rows) EXPECT_EQ(pFormatNumber(value), text) << "value " << value;
     EXPECT_THROW(pFormatNumber(std::nanf("")), Failure);
     EXPECT_THROW(pFormatNumber(INFINITY), Failure);
 }
