@@ -214,18 +214,14 @@ TEST(Win32Options, APresetAndOkThroughTheWindowGiveTheModelsRecord) {
 }
 
 TEST(Win32Export, OkKeepsTheTypedNameAndCancelSetsTheFlag) {
-    struct Case {
-        WPARAM command;
-        bool cancelled;
-    } cases[] = {{IDOK, false}, {IDCANCEL, true}};
-    for (const Case& c : cases) {
+    for (auto [command, cancelled] : {std::pair<WPARAM, bool>{IDOK, false}, {IDCANCEL, true}}) {
         auto dialog = gui::Win32ExportDialogs(std::string("Trainer")).create();
         auto type = [&](HWND w) {
             ::SetDlgItemTextW(w, 100, L"Renamed \u00E9\u03A9");
-            ::PostMessageW(w, WM_COMMAND, c.command, 0);
+            ::PostMessageW(w, WM_COMMAND, command, 0);
         };
         ASSERT_TRUE(whileShowing(L"TarnvaleExport", nullptr, type, [&] { dialog->Show(); }));
-        EXPECT_EQ(dialog->bCancel, c.cancelled);
+        EXPECT_EQ(dialog->bCancel, cancelled);
         EXPECT_EQ(dialog->txtName, "Renamed \u00E9\u03A9");
     }
 }
