@@ -125,26 +125,31 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
 }
 
 // Counts the triangles whose front face (clockwise, as the X file culls) looks
-// away from their normal in the world. The test's normals are face normals, and
-// a linear map keeps a face's normal parallel to it (normals go by the inverse
-// transpose): only the sign of the frames' determinants can turn one round.
-void countFacesAgainstNormals(const XFrame& f, double parentSign, int& faces, int& wrong) {
-    const auto& m = f.matrix;
-    const double det = m[0] * (m[5] * m[10] - m[6] * m[9]) - m[1] * (m[4] * m[10] - m[6] * m[8]) +
-                       m[2] * (m[4] * m[9] - m[5] * m[8]);
-    const double sign = det < 0 ? -parentSign : parentSign;
+// away from their normal in the world. Corners and the tip of the normal at a
+// corner go through the frames' matrices (row vectors) into the world, where the
+// tip must lie on the side the front face looks to: an affine map keeps a point
+// on its side of a plane, whatever it does to lengths and angles.
+void countFacesAgainstNormals(const XFrame& f, const std::array<double, 16>& parent, int& faces, int& wrong) {
+    std::array<double, 16> world{};
+    for (int i = 0; i < 16; ++i)
+        for (int k = 0; k < 4; ++k) world[i] += f.matrix[i / 4 * 4 + k] * parent[k * 4 + i % 4];
+    auto at = [&](const std::array<double, 3>& p) {
+        std::array<double, 3> r{};
+        for (int c = 0; c < 3; ++c) r[c] = p[0] * world[c] + p[1] * world[4 + c] + p[2] * world[8 + c] + world[12 + c];
+        return r;
+    };
     for (const XMesh& mesh : f.meshes)
         for (size_t t = 0; t < mesh.faces.size(); ++t) {
-            const auto &a = mesh.positions[mesh.faces[t][0]], &b = mesh.positions[mesh.faces[t][1]],
-                       &c = mesh.positions[mesh.faces[t][2]];
-            const auto& n = mesh.normals[mesh.normalFaces[t][0]];
+            const auto &p = mesh.positions[mesh.faces[t][0]], &n = mesh.normals[mesh.normalFaces[t][0]];
+            const auto a = at(p), b = at(mesh.positions[mesh.faces[t][1]]), c = at(mesh.positions[mesh.faces[t][2]]),
+                       tip = at({p[0] + n[0], p[1] + n[1], p[2] + n[2]});
             const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
-            const double along = (u[1] * v[2] - u[2] * v[1]) * n[0] + (u[2] * v[0] - u[0] * v[2]) * n[1] +
-                                 (u[0] * v[1] - u[1] * v[0]) * n[2];
+            const double along = (u[1] * v[2] - u[2] * v[1]) * (tip[0] - a[0]) +
+                                 (u[2] * v[0] - u[0] * v[2]) * (tip[1] - a[1]) + (u[0] * v[1] - u[1] * v[0]) * (tip[2] - a[2]);
             ++faces;
-            if (sign * along <= 0) ++wrong;
+            if (along <= 0) ++wrong;
         }
-    for (const XFrame& c : f.children) countFacesAgainstNormals(c, sign, faces, wrong);
+    for (const XFrame& c : f.children) countFacesAgainstNormals(c, world, faces, wrong);
 }
 
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
@@ -173,7 +178,7 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     std::vector<XFrame> frames = XReader(exportedX(b, rig)).frames();
     ASSERT_EQ(frames.size(), 1u);
     int faces = 0, wrong = 0;
-    countFacesAgainstNormals(frames[0], 1, faces, wrong);
+    countFacesAgainstNormals(frames[0], {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, faces, wrong);
     EXPECT_EQ(faces, 4 * 8);
     EXPECT_EQ(wrong, 0);
 }
