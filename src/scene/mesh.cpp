@@ -273,9 +273,14 @@ void MemoryShape::setWeights(const std::vector<VertexWeight>& weights) {
 
 std::vector<VertexWeight> MemoryShape::GetVertexWeights() {
     std::vector<VertexWeight> out;
-    for (const Piece& q : pieces_)
+    for (const Piece& q : pieces_) {
+        // Each bone is locked once, not once per weight.
+        std::vector<SGObjectPtr> bones;
+        for (const auto& bone : q.data->bones) bones.push_back(bone.lock());
+        out.reserve(out.size() + q.data->weights.size());
         for (const MeshData::Weight& w : q.data->weights)
-            out.push_back({static_cast<int32_t>(w.vertex) + q.vertexBase, q.data->bones[w.bone].lock(), w.weight});
+            out.push_back({static_cast<int32_t>(w.vertex) + q.vertexBase, bones[w.bone], w.weight});
+    }
     return out;
 }
 

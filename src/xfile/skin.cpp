@@ -1,6 +1,7 @@
 // Skin records of meshes and their MeshSkinWeights block.
 #include "xfile/xfile.h"
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <unordered_map>
@@ -25,8 +26,8 @@ void removeAt(std::vector<T>& items, int32_t position) {
 
 } // namespace
 
-MeshWeight& PointBones::Add(const SGObjectPtr& Bone, float Weight) {
-    items_.push_back({Bone, Weight});
+MeshWeight& PointBones::Add(SGObjectPtr Bone, float Weight) {
+    items_.push_back({std::move(Bone), Weight});
     return items_.back();
 }
 
@@ -58,6 +59,18 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     // in the sink's buffer; names are cleaned once per bone, and a weight equal to
     // the one before is not formatted again.
     std::unordered_map<const SGObject*, std::string> cleaned;
+    // Neighbouring vertices draw on the same few bones: the last eight are looked
+    // for before the map.
+    std::array<std::pair<const SGObject*, const std::string*>, 8> recent{};
+    size_t replaced = 0;
+    auto nameOf = [&](SGObject* bone) -> const std::string& {
+        for (const auto& [b, name] : recent)
+            if (b == bone) return *name;
+        auto [it, added] = cleaned.try_emplace(bone);
+        if (added) it->second = platform::toWindows1252(pCleanName(bone->GetName()));
+        recent[replaced++ % recent.size()] = {bone, &it->second};
+        return it->second;
+    };
     float lastWeight = 0;
     char weightText[kMaxNumberText];
     size_t weightLength = 0;
@@ -70,9 +83,7 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
         i.commit(p);
         for (const MeshWeight& w : point) {
             if (!w.Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
-            auto [it, added] = cleaned.try_emplace(w.Bone.get());
-            if (added) it->second = platform::toWindows1252(pCleanName(w.Bone->GetName()));
-            const std::string& name = it->second;
+            const std::string& name = nameOf(w.Bone.get());
             if (weightLength == 0 || std::bit_cast<uint32_t>(w.Weight) != std::bit_cast<uint32_t>(lastWeight)) {
                 weightLength = static_cast<size_t>(formatNumberTo(w.Weight, weightText) - weightText);
                 lastWeight = w.Weight;
@@ -108,13 +119,13 @@ void XFileExporter::pFindSkins(const SGObjectPtr& node) {
             auto record = std::make_shared<ObjectBones>();
             record->Add(shape);
             // The weights as the scene gives them, vertex by vertex; each vertex's
-            // entries are made at their size at once.
-            const std::vector<VertexWeight> weights = shape->GetVertexWeights();
+            // entries are made at their size at once, and take the bones over.
+            std::vector<VertexWeight> weights = shape->GetVertexWeights();
             for (size_t k = 0, next; k < weights.size(); k = next) {
                 for (next = k + 1; next < weights.size() && weights[next].vertex == weights[k].vertex;) ++next;
                 PointBones& point = record->Item(weights[k].vertex + 1);
                 point.reserve(next - k);
-                for (size_t j = k; j < next; ++j) point.Add(weights[j].bone, weights[j].weight);
+                for (size_t j = k; j < next; ++j) point.Add(std::move(weights[j].bone), weights[j].weight);
             }
             f_.colObjectBones.push_back(record);
         },

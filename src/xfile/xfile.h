@@ -90,7 +90,7 @@ public:
 class PointBones {
 public:
     // The new entry; valid until the next Add or Remove.
-    MeshWeight& Add(const SGObjectPtr& Bone, float Weight);
+    MeshWeight& Add(SGObjectPtr Bone, float Weight);
     // Position from 1; fails outside the collection.
     MeshWeight& Item(int32_t vntIndexKey);
     int32_t Count() const { return static_cast<int32_t>(items_.size()); }
