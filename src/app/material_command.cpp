@@ -29,8 +29,8 @@ struct SceneMaterials {
         if (fieldId < 0) fieldId = loaded.scene->root()->AddMaterialField(fieldName);
     }
     // The materials with their glTF index (-1: the default one).
-    std::vector<std::pair<int, SGMaterialPtr>> all() const {
-        std::vector<std::pair<int, SGMaterialPtr>> out;
+    std::vector<std::pair<int, std::shared_ptr<scene::MemoryMaterial>>> all() const {
+        std::vector<std::pair<int, std::shared_ptr<scene::MemoryMaterial>>> out;
         for (size_t i = 0; i < loaded.materials.size(); ++i) out.emplace_back(static_cast<int>(i), loaded.materials[i]);
         if (loaded.defaultMaterial) out.emplace_back(-1, loaded.defaultMaterial);
         return out;
@@ -44,11 +44,12 @@ struct SceneMaterials {
 
 std::string materialNames(const SceneMaterials& s) {
     std::string names;
-    for (const auto& [index, m] : s.all()) names += (names.empty() ? "" : ", ") + ("\"" + m->GetName() + "\"");
+    for (const auto& [index, m] : s.all()) names += (names.empty() ? "" : ", ") + ("\"" + m->shownName() + "\"");
     return names.empty() ? "none" : names;
 }
 
-// Reads the scene and finds the named material; prints why not and gives false.
+// Reads the scene and finds the material by its name in the file (or as the
+// scene holds it); prints why not and gives false.
 bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, int& index, SGMaterialPtr& found) {
     try {
         s.emplace(o);
@@ -57,7 +58,7 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
         return false;
     }
     for (const auto& [i, m] : s->all())
-        if (o.material && m->GetName() == *o.material) {
+        if (o.material && (m->shownName() == *o.material || m->GetName() == *o.material)) {
             index = i;
             found = m;
             return true;
@@ -113,7 +114,7 @@ int runMaterialShow(const MaterialOptions& o, std::FILE* out) {
         std::string shown = platform::fromWindows1252(block);
         for (size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.erase(at, 1);
         const std::string field = m->GetMaterialField(s->fieldId);
-        std::fprintf(out, "material \"%s\"\n%s: %s\ntext form: %s\n%s\n", m->GetName().c_str(), s->fieldName.c_str(),
+        std::fprintf(out, "material \"%s\"\n%s: %s\ntext form: %s\n%s\n", m->shownName().c_str(), s->fieldName.c_str(),
                      field.empty() ? "(none)" : field.c_str(), text.c_str(), shown.c_str());
     }
     return kExported;

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <tiny_gltf.h>
+#include <unordered_set>
 
 namespace tarnvale::gltf {
 
@@ -39,8 +40,24 @@ private:
     bool normalized_ = false;
 };
 
-// A node's name as the scene shows it: its own, or node_N.
+// A node's name as the file gives it: its own, or node_N.
 std::string nodeName(const tinygltf::Model& model, int index);
+
+// A name as the X file can hold it where it stands as a token: every character
+// but ASCII letters, digits, `_`, `-` and the blank (which the export's own
+// cleaning turns into `_`) becomes `_`; one that would start with a digit or
+// `-` gets a leading `_`.
+std::string identifierName(std::string_view utf8);
+
+// The names of one parent's children, kept apart as the file will read them
+// (lower case, blanks as `_`): a name taken already gets `_2`, `_3`, ...
+class SiblingNames {
+public:
+    std::string take(const std::string& name);
+
+private:
+    std::unordered_set<std::string> used_;
+};
 
 // The keyframes of the file's animations per node index, left-handed: the first
 // animation in the file that keys a node's translation (or rotation) gives those

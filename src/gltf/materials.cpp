@@ -147,7 +147,8 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
     if (slot) return slot;
     const tinygltf::Material& g = model_.materials[index];
     auto m = std::make_shared<MemoryMaterial>();
-    m->name = g.name.empty() ? "material_" + std::to_string(index) : g.name;
+    m->sourceName = g.name.empty() ? "material_" + std::to_string(index) : g.name;
+    m->name = identifierName(m->sourceName);
     const auto& pbr = g.pbrMetallicRoughness;
     auto channel = [](const std::vector<double>& v, size_t i, double def) {
         return static_cast<float>(i < v.size() ? v[i] : def);
@@ -174,9 +175,9 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
     if (base >= 0 || normal >= 0 || specularTexture >= 0) {
         auto t = std::make_shared<MemoryTextures>();
         // No base colour texture: no diffuse name at all ("." would be taken for one).
-        t->fileName = base >= 0 ? textureName(base, m->name, "basecolor") : "";
-        t->bumpFileName = normal >= 0 ? textureName(normal, m->name, "normal") : ".";
-        t->specularFileName = specularTexture >= 0 ? textureName(specularTexture, m->name, "specular") : ".";
+        t->fileName = base >= 0 ? textureName(base, m->sourceName, "basecolor") : "";
+        t->bumpFileName = normal >= 0 ? textureName(normal, m->sourceName, "normal") : ".";
+        t->specularFileName = specularTexture >= 0 ? textureName(specularTexture, m->sourceName, "specular") : ".";
         t->detailFileName = ".";
         m->textures = t;
     }

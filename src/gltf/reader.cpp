@@ -16,6 +16,7 @@
 #include <iterator>
 #include <optional>
 #include <set>
+#include <unordered_map>
 
 namespace tarnvale::gltf {
 
@@ -210,6 +211,7 @@ private:
     std::set<int> joints_;
     std::set<std::pair<int, size_t>> warnedPrimitives_;
     std::vector<bool> visited_;
+    std::unordered_map<const MemoryObject*, SiblingNames> siblingNames_;
     std::map<int, std::vector<KeyRecord>> keys_;
 
     void checkNode(int index, const std::string& where) const {
@@ -245,7 +247,8 @@ void Builder::build(const std::string& fallbackName, const std::string& folder) 
     std::string rootName = sceneIndex >= 0 && !model_.scenes[sceneIndex].name.empty()
                                ? model_.scenes[sceneIndex].name
                                : fallbackName;
-    out_.scene = scene::MemoryScene::create(rootName);
+    out_.scene = scene::MemoryScene::create(identifierName(rootName));
+    out_.scene->root()->setSourceName(rootName);
     out_.scene->setUnits(scene::kMetres);
     materials_.emplace(model_, *out_.scene, options_, folder);
 
@@ -302,7 +305,9 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     if (visited_[index]) throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
     visited_[index] = true;
     const tinygltf::Node& n = model_.nodes[index];
-    auto obj = p.parent->addChild(nodeName(model_, index));
+    const std::string name = nodeName(model_, index);
+    auto obj = p.parent->addChild(siblingNames_[p.parent].take(identifierName(name)));
+    obj->setSourceName(name);
     objects_[index] = obj.get();
 
     Matrix16 m{};

@@ -82,7 +82,7 @@ std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) 
     while (!stack.empty()) {
         MemoryObject* node = stack.back();
         stack.pop_back();
-        if (node->name_ == name) return node->shared_from_this();
+        if (node->name_ == name || (!name.empty() && node->sourceName_ == name)) return node->shared_from_this();
         for (auto it = node->children_.rbegin(); it != node->children_.rend(); ++it) stack.push_back(it->get());
     }
     return nullptr;
@@ -182,7 +182,10 @@ std::vector<std::string> keepBonesWithin(MemoryObject& group) {
             const size_t before = weights.size();
             std::erase_if(weights, [&](const VertexWeight& w) {
                 if (inside.count(w.bone.get())) return false;
-                if (told.insert(w.bone.get()).second) left.push_back(w.bone ? w.bone->GetName() : "?");
+                if (told.insert(w.bone.get()).second) {
+                    const auto* bone = dynamic_cast<const MemoryObject*>(w.bone.get());
+                    left.push_back(bone ? bone->shownName() : w.bone ? w.bone->GetName() : "?");
+                }
                 return true;
             });
             if (weights.size() != before) shape->setWeights(weights);

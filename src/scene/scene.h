@@ -54,6 +54,7 @@ public:
 class MemoryMaterial : public SGMaterial {
 public:
     std::string name;
+    std::string sourceName; // the name the modeller gave it, for messages; empty: `name`
     float power = 0;
     Rgba diffuse{0.8f, 0.8f, 0.8f, 1.0f};
     Rgb specular{1, 1, 1};
@@ -70,6 +71,7 @@ public:
     void SetSpecular(float r, float g, float b) override { specular = {r, g, b}; }
     SGTexturesPtr GetTextures() override { return textures; }
     std::string GetMaterialField(int32_t fieldId) override;
+    const std::string& shownName() const { return sourceName.empty() ? name : sourceName; }
 };
 
 class MemoryState : public SGState {
@@ -323,11 +325,15 @@ public:
     void setMatrix(const Matrix16& m) { matrix_ = m; }
     void setRestPosition(const Vec3& p) { rest_ = p; }
     void setNodeValue(double v) { value_ = v; }
+    // The name the modeller gave the node, where the scene's differs; for messages.
+    void setSourceName(std::string name) { sourceName_ = std::move(name); }
+    const std::string& shownName() const { return sourceName_.empty() ? name_ : sourceName_; }
     void setFieldText(int32_t fieldId, const std::string& text) { fieldText_[fieldId] = text; }
     void setKeyframes(std::vector<KeyRecord> keys) { keys_ = std::move(keys); }
     const Matrix16& matrix() const { return matrix_; }
     const std::vector<std::shared_ptr<MemoryObject>>& children() const { return children_; }
-    // This node or the first of its descendants (depth first) with that name.
+    // This node or the first of its descendants (depth first) with that name, or
+    // with that name as the modeller gave it.
     std::shared_ptr<MemoryObject> findByName(const std::string& name);
 
     std::string GetName() override { return name_; }
@@ -350,7 +356,7 @@ public:
 private:
     Matrix16 worldMatrix();
 
-    std::string name_;
+    std::string name_, sourceName_;
     std::shared_ptr<FieldRegistry> fields_;
     std::weak_ptr<MemoryObject> parent_;
     std::vector<std::shared_ptr<MemoryObject>> children_;
@@ -390,7 +396,8 @@ private:
 };
 
 // Leaves out, in the shapes below the group, the skin weights of bones that are
-// not in the group; gives the names of those bones, each once.
+// not in the group; gives the names of those bones (as the modeller gave them),
+// each once.
 std::vector<std::string> keepBonesWithin(MemoryObject& group);
 
 // 4x4 helpers on row-vector matrices.

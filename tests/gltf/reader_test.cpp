@@ -92,6 +92,41 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
     EXPECT_EQ(readScene(b.saveGltf(d.file("stem name.gltf"))).scene->root()->GetName(), "stem name");
 }
 
+TEST(GltfReader, NamesBecomeXIdentifiersKeptApartAmongSiblings) {
+    // Siblings in file order: the glTF name and the scene's (node 8 has none).
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"antenna.001", "antenna_001"}, {"\u00C9levator", "_levator"}, {"3D Wing", "_3D Wing"},
+        {"-tail", "_-tail"}, {"wing_001", "wing_001"}, {"wing.001", "wing_001_2"}, {"Wing 001", "Wing 001_3"},
+        {"\u65E5\u672C", "__"}, {"", "node_8"}, {"ok-Name_9", "ok-Name_9"}};
+    GltfBuilder b;
+    b.doc["scenes"][0]["name"] = "Scene.v2";
+    b.doc["materials"] = json::array({{{"name", "Paint.001"}}});
+    json kids = json::array();
+    for (const auto& [name, mapped] : rows) {
+        json n = {{"mesh", b.triangles(kTriangle, {}, {{"material", 0}})}};
+        if (!name.empty()) n["name"] = name;
+        kids.push_back(b.node(n, false));
+    }
+    b.node({{"name", "body.001"}, {"children", kids}});
+    Rig rig;
+    const std::vector<XFrame> frames = XReader(exportedX(b, rig)).frames();
+    std::string written;
+    for (const XFrame& f : frames.at(0).children.at(0).children) written += f.name + " ";
+    EXPECT_EQ(frames[0].name + " " + frames[0].children[0].name + " | " + written,
+              "frm-scene_v2 frm-body_001 | frm-antenna_001 frm-_levator frm-_3d_wing frm-_-tail frm-wing_001 "
+              "frm-wing_001_2 frm-wing_001_3 frm-__ frm-node_8 frm-ok-name_9 ");
+    // The modeller's names stay where the user meets them.
+    auto body = rig.scene->root()->children().at(0);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const auto& node = body->children().at(i);
+        EXPECT_EQ(node->GetName() + " | " + node->shownName(), rows[i].second + " | " + (i == 8 ? "node_8" : rows[i].first));
+    }
+    EXPECT_EQ(rig.scene->root()->findByName("wing.001"), body->children()[5]);
+    EXPECT_EQ(rig.scene->root()->shownName(), "Scene.v2");
+    gltf::LoadedScene s = readScene(rig.dir.file("scene.glb"));
+    EXPECT_EQ(s.materials.at(0)->GetName() + " | " + s.materials[0]->shownName(), "Paint_001 | Paint.001");
+}
+
 TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
     GltfBuilder b;
     const std::vector<float> quad = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0};
