@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
     auto dialog = gui::makeOptionsDialog(form);
     dialog->show();
     const std::pair<int, const char*> pages[] = {{9, "standard-materials"}, {6, "framebuffer-blend"},
-                                                 {4, "functionality"}, {10, "enhanced-parameters"}};
+                                                 {4, "special-functionality"}, {10, "enhanced-parameters"}};
     for (const auto& [tab, name] : pages) {
         form.selectTab(tab);
         gui::refresh(*dialog);

@@ -72,9 +72,9 @@ std::string FS10Material::Output(TextSink& file) {
     line(file, D(EnvironmentLevelScale) + ";  // scale env level");
     line(file, N(bUseGlobalEnv) + "; // use global env");
     line(file, N(bModEnvInvDiffuseAlpha) + "; // mod env inv diff alpha");
-    line(file, N(bModEnvSpecularMapAlpha) + "; // mod env layout alpha");
+    line(file, N(bModEnvSpecularMapAlpha) + "; // mod env spec alpha");
     line(file, N(bFresnelDiffuse) + ";" + N(bFresnelSpecular) + ";" + N(bFresnelEnvironment) +
-                   "; // fresnel diff, layout, env");
+                   "; // fresnel diff, spec, env");
     line(file, N(bUsePrecipitation) + ";" + N(bPrecipOffset) + ";" + D(PrecipOffset) +
                    "; // precip use, offset, offset val");
     line(file, D(SpecMapPowerScale) + "; // specmap power");

@@ -22,8 +22,35 @@ TEST(FS10Material, DefaultTextFormAndBlockGolden) {
     FS10Material m;
     EXPECT_EQ(m.toString(), readFile(sourcePath("tests/data/default_text_form.txt")));
     std::string warnings;
-    EXPECT_EQ(readFile(sourcePath("tests/data/default_fs10.txt")), output(m, &warnings));
+    const std::string block = output(m, &warnings);
+    EXPECT_EQ(readFile(sourcePath("tests/data/default_fs10.txt")), block);
     EXPECT_EQ(warnings, "");
+    // The block's fixed texts, line by line, whatever the values: the compiler
+    // reads them so. A block of one value is its name, its value's end and "}".
+    std::vector<std::string> ends = {"FS10Material {", ";;", ";;", ";  // Spec power", ";  // detail and bump scales",
+                                     ";  // scale env level", "; // use global env", "; // mod env inv diff alpha",
+                                     "; // mod env spec alpha", "; // fresnel diff, spec, env",
+                                     "; // precip use, offset, offset val", "; // specmap power", "; // blend"};
+    auto blocks = [&](std::initializer_list<const char*> names, const char* value = ";") {
+        for (const char* name : names) ends.insert(ends.end(), {std::string(name) + " {", value, "}"});
+    };
+    blocks({"BlendDiffuseByBaseAlpha", "BlendDiffuseByInverseSpecularMapAlpha", "AllowBloom", "SpecularBloomFloor",
+            "EmissiveData"});
+    ends.insert(ends.end(), {"AlphaData  {", ";  // ZTest Alpha", ";  // Alpha test threshold",
+                             ";  // Alpha test function", ";  // Perform final alpha write", ";  // Final alpha value",
+                             "}", "EnhancedParameters  {", ";  // Assume vertical normal", ";  // Z-Write alpha",
+                             ";  // No Z-Write", ";  // Volume shadow", ";  // No shadow", ";  // PRelit vertices", "}"});
+    blocks({"BaseMaterialSkin", "DoubleSidedMaterial", "BlendConstantSetting", "ForceTextureAddressWrapSetting"});
+    blocks({"ForceTextureAddressClampSetting"}, "; ");
+    blocks({"BaseMaterialSpecular", "NoSpecularBloom", "EmissiveBloom", "BloomData", "AmbientLightScale"});
+    ends.push_back("}  // FS10Material end");
+    std::istringstream lines(block);
+    std::string line;
+    for (const std::string& end : ends) {
+        std::getline(lines, line);
+        EXPECT_TRUE(line.ends_with(end + "\r")) << "\"" << line << "\" should end in \"" << end << "\"";
+    }
+    EXPECT_FALSE(std::getline(lines, line)) << "more lines than the block has";
 }
 
 TEST(FS10Material, NumberFormsOfTheBlock) {
@@ -151,14 +178,14 @@ TEST(FS10Material, CreateCsgTexturesAndField) {
     host->textures->fileName = ".";
     host->textures->bumpFileName = ".";
     host->textures->detailFileName = "detail.dds";
-    host->textures->specularFileName = "layout.dds";
+    host->textures->specularFileName = "spec.dds";
     host->textures->reflectionFileName = "ab";
     host->fields[4] = "UseGlobalEnv=0;DstBlend=One;SpecRed=0.1";
     FS10Material m;
     m.CreateCSG(host, 4);
     EXPECT_EQ(m.DiffuseTextureFileName + "|" + m.BumpTextureFileName + "|" + m.DetailTextureFileName + "|" +
                   m.SpecularTextureFileName,
-              ".||detail.dds|layout.dds");
+              ".||detail.dds|spec.dds");
     // The field's text wins, and keys it lacks empty the texts.
     expectFields(m.toString(), "UseGlobalEnv=0;DstBlend=One;SrcBlend=;SpecRed=0.1", "field");
     // Without a field, a reflection name longer than two characters (not bytes) turns it on.
