@@ -128,12 +128,13 @@ int runExport(const ExportOptions& o) {
         auto bounds = group;
         if (platform::upperCase(*o.group).find("LOD_") != std::string::npos)
             if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
-        const std::vector<std::string> left = scene::keepBonesWithin(*bounds);
-        if (!left.empty() && !o.quiet) {
+        const scene::BonesLeftOut left = scene::keepBonesWithin(*bounds);
+        if (!left.bones.empty() && !o.quiet) {
             std::string names;
-            for (const std::string& n : left) names += (names.empty() ? "" : ", ") + n;
-            std::fprintf(stderr, "tarnvale: %s: skins below %s use joints outside it (%s); their weights are left out\n",
-                         o.scene.c_str(), o.group->c_str(), names.c_str());
+            for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
+            std::fprintf(stderr, "tarnvale: %s: skins below %s use joints outside it (%s); their weights are left out, "
+                                 "and %zu vertices that keep other joints have those scaled to the sum they had\n",
+                         o.scene.c_str(), o.group->c_str(), names.c_str(), left.vertices);
         }
     }
 

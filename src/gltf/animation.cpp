@@ -26,6 +26,8 @@ constexpr size_t kMaxSamples = 1000000;
 constexpr double kNearKey = 1e-4;
 // A held value ends this long (seconds) before the next key, or halfway there.
 constexpr double kStepLead = 1e-3;
+// Scale keys this close to the rest scale change nothing the simulator would show.
+constexpr double kScaleTolerance = 1e-4;
 
 Value valueAt(const AccessorView& out, size_t element, int width) {
     Value v{0, 0, 0, 0};
@@ -88,6 +90,21 @@ Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& i
                 track.times.push_back(g / rate);
                 track.values.push_back(p);
             }
+            if (n == 2 && track.times.size() == 1) { // too short for a sample: its middle
+                Value p = hermite(v, out0, in1, v1, span, 0.5);
+                if (rotation) normalise(p);
+                track.times.push_back((t[0] + t[1]) / 2);
+                track.values.push_back(p);
+            }
+        } else if (n == 2) {
+            // A hinge of two keys gets its midpoint as a third, on the line (or the
+            // short arc) between them, so that the three-key rule keeps it.
+            Value p = value(1, 1);
+            const double dot = v[0] * p[0] + v[1] * p[1] + v[2] * p[2] + v[3] * p[3];
+            for (int c = 0; c < 4; ++c) p[c] = (v[c] + (rotation && dot < 0 ? -p[c] : p[c])) / 2;
+            if (rotation) normalise(p);
+            track.times.push_back((t[0] + t[1]) / 2);
+            track.values.push_back(p);
         }
     }
     if (rotation) {
@@ -104,7 +121,11 @@ Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& i
 }
 
 // Left-handed key records: x mirrored for positions, (x, -y, -z, w) for rotations.
-void appendRecords(const Track& track, bool rotation, std::vector<KeyRecord>& keys) {
+// The first value, in glTF's frame, is the part's pose where the animation starts.
+void appendRecords(const Track& track, bool rotation, NodeKeys& node) {
+    if (rotation) node.rotation = track.values.front();
+    else node.translation = {track.values.front()[0], track.values.front()[1], track.values.front()[2]};
+    std::vector<KeyRecord>& keys = node.keys;
     for (size_t k = 0; k < track.times.size(); ++k) {
         const Value& v = track.values[k];
         KeyRecord r;
@@ -121,9 +142,32 @@ void appendRecords(const Track& track, bool rotation, std::vector<KeyRecord>& ke
     }
 }
 
-std::string animationName(const tinygltf::Model& model, size_t index) {
+// An animation's name as the user names it: its own, or "animation N".
+std::string animationLabel(const tinygltf::Model& model, size_t index) {
     const std::string& name = model.animations[index].name;
-    return "\"" + (name.empty() ? "animation " + std::to_string(index) : name) + "\"";
+    return name.empty() ? "animation " + std::to_string(index) : name;
+}
+
+std::string animationName(const tinygltf::Model& model, size_t index) {
+    return "\"" + animationLabel(model, index) + "\"";
+}
+
+// Whether a scale channel moves its node away from its rest scale, or a weights
+// channel keys morph targets at all.
+bool changesWhatIsNotExported(const tinygltf::Model& model, const tinygltf::AnimationChannel& ch,
+                              const tinygltf::Animation& anim, const std::string& what) {
+    if (ch.target_path != "scale") return true;
+    if (ch.sampler < 0 || static_cast<size_t>(ch.sampler) >= anim.samplers.size()) return true;
+    const tinygltf::AnimationSampler& s = anim.samplers[static_cast<size_t>(ch.sampler)];
+    const tinygltf::Node& node = model.nodes[static_cast<size_t>(ch.target_node)];
+    Value rest{1, 1, 1, 0};
+    if (node.scale.size() == 3) rest = {node.scale[0], node.scale[1], node.scale[2], 0};
+    AccessorView out(model, s.output, what + " output");
+    const bool cubic = s.interpolation == "CUBICSPLINE";
+    for (size_t k = cubic ? 1 : 0; k < out.count(); k += cubic ? 3 : 1)
+        for (int c = 0; c < 3 && c < out.components(); ++c)
+            if (!(std::abs(out.component(k, c) - rest[c]) <= kScaleTolerance)) return true;
+    return false;
 }
 
 // "a, b, c" of at most ten names, then how many more.
@@ -141,8 +185,11 @@ struct LeftOut {
     // Per left-out animation: the nodes, and the animations kept there.
     std::map<size_t, std::pair<std::vector<int>, std::set<size_t>>> shadowed;
     std::vector<std::string> runBack;
+    std::vector<std::string> tooFewKeys; // nodes the three-key rule leaves unanimated
 
     void report(const tinygltf::Model& model, std::vector<std::string>& warnings) const {
+        if (!tooFewKeys.empty())
+            warnings.push_back("fewer than 3 keys, so not animated (the simulator needs 3): " + nameList(tooFewKeys));
         if (!unkeyable.empty())
             warnings.push_back("scale and morph-weight animation is not exported (the simulator keys rotations and "
                                "positions): " + nameList(unkeyable));
@@ -165,15 +212,15 @@ struct LeftOut {
 
 } // namespace
 
-std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
-                                                        std::vector<std::string>& warnings) {
-    std::map<int, std::vector<KeyRecord>> keys;
+std::map<int, NodeKeys> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
+                                          std::vector<std::string>& warnings) {
+    std::map<int, NodeKeys> keys;
     std::map<std::pair<int, bool>, size_t> owner; // (node, rotation) -> the animation that keys it
     LeftOut left;
     bool found = !options.animation;
     for (size_t ai = 0; ai < model.animations.size(); ++ai) {
         const tinygltf::Animation& anim = model.animations[ai];
-        if (options.animation && anim.name != *options.animation) continue;
+        if (options.animation && animationLabel(model, ai) != *options.animation) continue;
         found = true;
         for (size_t ci = 0; ci < anim.channels.size(); ++ci) {
             const tinygltf::AnimationChannel& ch = anim.channels[ci];
@@ -184,8 +231,10 @@ std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& m
             if (ch.target_node < 0 || static_cast<size_t>(ch.target_node) >= model.nodes.size())
                 throw SceneError(what + " names node " + std::to_string(ch.target_node) + ", which does not exist");
             if (unkeyable) {
-                if (left.unkeyableSeen.insert(ch.target_node).second)
+                if (!left.unkeyableSeen.count(ch.target_node) && changesWhatIsNotExported(model, ch, anim, what)) {
+                    left.unkeyableSeen.insert(ch.target_node);
                     left.unkeyable.push_back(nodeName(model, ch.target_node));
+                }
                 continue;
             }
             const std::pair<int, bool> target{ch.target_node, rotation};
@@ -214,7 +263,14 @@ std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& m
             appendRecords(track, rotation, keys[ch.target_node]);
         }
     }
-    if (!found) throw SceneError("there is no animation named \"" + *options.animation + "\"");
+    if (!found) {
+        std::vector<std::string> names;
+        for (size_t ai = 0; ai < model.animations.size(); ++ai) names.push_back(animationName(model, ai));
+        throw SceneError("there is no animation named \"" + *options.animation + "\"; " +
+                         (names.empty() ? std::string("the file has none") : "the file has " + nameList(names)));
+    }
+    for (const auto& [node, keyed] : keys)
+        if (keyed.keys.size() < 3) left.tooFewKeys.push_back(nodeName(model, node));
     left.report(model, warnings);
     return keys;
 }

@@ -5,7 +5,9 @@
 #include "gltf/gltf.h"
 #include "platform/platform.h"
 
+#include <array>
 #include <map>
+#include <optional>
 #include <tiny_gltf.h>
 #include <unordered_set>
 
@@ -59,11 +61,20 @@ private:
     std::unordered_set<std::string> used_;
 };
 
-// The keyframes of the file's animations per node index, left-handed: the first
-// animation in the file that keys a node's translation (or rotation) gives those
-// keys; splines are sampled and steps held. Warnings name what is left out.
-std::map<int, std::vector<KeyRecord>> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
-                                                        std::vector<std::string>& warnings);
+// A node's keyframes, left-handed, and its pose where the animation starts: the
+// first value of each keyed channel, in glTF's frame.
+struct NodeKeys {
+    std::vector<KeyRecord> keys;
+    std::optional<std::array<double, 3>> translation;
+    std::optional<std::array<double, 4>> rotation;
+};
+
+// The keyframes of the file's animations per node index: the first animation in
+// the file that keys a node's translation (or rotation) gives those keys; splines
+// are sampled, steps held, and a channel of two keys gets its midpoint. Warnings
+// name what is left out.
+std::map<int, NodeKeys> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
+                                          std::vector<std::string>& warnings);
 
 // glTF materials as scene materials, one per glTF material, made on first use.
 class MaterialMap {

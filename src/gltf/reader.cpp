@@ -212,7 +212,7 @@ private:
     std::set<std::pair<int, size_t>> warnedPrimitives_;
     std::vector<bool> visited_;
     std::unordered_map<const MemoryObject*, SiblingNames> siblingNames_;
-    std::map<int, std::vector<KeyRecord>> keys_;
+    std::map<int, NodeKeys> keys_;
 
     void checkNode(int index, const std::string& where) const {
         if (index < 0 || static_cast<size_t>(index) >= model_.nodes.size())
@@ -311,9 +311,16 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     objects_[index] = obj.get();
 
     Matrix16 m{};
+    const auto keyed = keys_.find(index);
     if (n.matrix.size() == 16) {
         // Column-major glTF storage is the row-vector order of the X format.
         for (int i = 0; i < 16; ++i) m[i] = static_cast<float>(n.matrix[i]);
+    } else if (keyed != keys_.end()) {
+        // An animated part stands where its animation starts, as a modeller shows
+        // it: its keys are written relative to that pose, and skins follow it.
+        const NodeKeys& k = keyed->second;
+        m = composeTrs(k.translation ? std::vector<double>(k.translation->begin(), k.translation->end()) : n.translation,
+                       k.rotation ? std::vector<double>(k.rotation->begin(), k.rotation->end()) : n.rotation, n.scale);
     } else {
         m = composeTrs(n.translation, n.rotation, n.scale);
     }
@@ -346,7 +353,7 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     }
     if (joints_.count(index))
         obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
-    if (auto it = keys_.find(index); it != keys_.end()) obj->setKeyframes(std::move(it->second));
+    if (keyed != keys_.end()) obj->setKeyframes(std::move(keyed->second.keys));
     return obj;
 }
 

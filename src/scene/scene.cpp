@@ -161,7 +161,7 @@ std::shared_ptr<MemoryScene> MemoryScene::create(const std::string& rootName) {
 
 SGDocumentPtr MemoryScene::GetDocument() { return std::static_pointer_cast<SGDocument>(shared_from_this()); }
 
-std::vector<std::string> keepBonesWithin(MemoryObject& group) {
+BonesLeftOut keepBonesWithin(MemoryObject& group) {
     std::unordered_set<const SGObject*> inside;
     std::vector<MemoryObject*> nodes, stack{&group};
     while (!stack.empty()) {
@@ -171,24 +171,35 @@ std::vector<std::string> keepBonesWithin(MemoryObject& group) {
         nodes.push_back(node);
         for (const auto& c : node->children()) stack.push_back(c.get());
     }
-    std::vector<std::string> left;
+    BonesLeftOut left;
     std::unordered_set<const SGObject*> told;
     for (MemoryObject* node : nodes) {
         SGShapeListPtr shapes = node->GetShapes();
         for (int32_t i = 0; i < shapes->GetCount(); ++i) {
             auto* shape = dynamic_cast<MemoryShape*>(shapes->GetItem(i).get());
             if (!shape) continue;
-            std::vector<VertexWeight> weights = shape->GetVertexWeights();
-            const size_t before = weights.size();
-            std::erase_if(weights, [&](const VertexWeight& w) {
-                if (inside.count(w.bone.get())) return false;
-                if (told.insert(w.bone.get()).second) {
-                    const auto* bone = dynamic_cast<const MemoryObject*>(w.bone.get());
-                    left.push_back(bone ? bone->shownName() : w.bone ? w.bone->GetName() : "?");
+            const std::vector<VertexWeight> weights = shape->GetVertexWeights();
+            std::vector<VertexWeight> kept;
+            // Vertex by vertex (the weights come in vertex order).
+            for (size_t first = 0, end; first < weights.size(); first = end) {
+                double all = 0, within = 0;
+                const size_t before = kept.size();
+                for (end = first; end < weights.size() && weights[end].vertex == weights[first].vertex; ++end) {
+                    const VertexWeight& w = weights[end];
+                    all += w.weight;
+                    if (inside.count(w.bone.get())) {
+                        within += w.weight;
+                        kept.push_back(w);
+                    } else if (told.insert(w.bone.get()).second) {
+                        const auto* bone = dynamic_cast<const MemoryObject*>(w.bone.get());
+                        left.bones.push_back(bone ? bone->shownName() : w.bone ? w.bone->GetName() : "?");
+                    }
                 }
-                return true;
-            });
-            if (weights.size() != before) shape->setWeights(weights);
+                if (within == all || kept.size() == before || within == 0) continue;
+                for (size_t k = before; k < kept.size(); ++k) kept[k].weight = static_cast<float>(kept[k].weight * all / within);
+                ++left.vertices;
+            }
+            if (kept.size() != weights.size()) shape->setWeights(kept);
         }
     }
     return left;

@@ -395,10 +395,15 @@ private:
     int32_t units_ = kMetres;
 };
 
+// What keepBonesWithin left out.
+struct BonesLeftOut {
+    std::vector<std::string> bones; // as the modeller named them, each once
+    size_t vertices = 0;            // vertices that kept other joints' weights, scaled back to the sum they had
+};
 // Leaves out, in the shapes below the group, the skin weights of bones that are
-// not in the group; gives the names of those bones (as the modeller gave them),
-// each once.
-std::vector<std::string> keepBonesWithin(MemoryObject& group);
+// not in the group. A vertex that keeps weights of other bones gets them scaled
+// to the sum it had, so that it still moves as a whole.
+BonesLeftOut keepBonesWithin(MemoryObject& group);
 
 // 4x4 helpers on row-vector matrices.
 Matrix16 multiply(const Matrix16& a, const Matrix16& b);

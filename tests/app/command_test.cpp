@@ -54,6 +54,8 @@ TEST(Command, ExitCodesAndWhatStandardErrorSays) {
     };
     const Row rows[] = {
         {"export " + example() + to + " --group nowhere", 2, "no node named \"nowhere\""},
+        {"export " + example() + to + " --animation nowhere", 2,
+         "no animation named \"nowhere\"; the file has \"controls\"\n"},
         {"export " + example() + to + " --plugin-dir " + d.file("plugin"), 1,
          "[critical] FS10 Export\nNo nodes found in modeldef xml file\n"},
         {"export " + example() + " -o " + d.file("missing/a.x"), 1, "Creating X file\n76 - "},

@@ -111,7 +111,7 @@ public:
 
 private:
     static size_t countOf(size_t n, const std::string& type) {
-        return n / (type == "VEC4" ? 4 : type == "VEC3" ? 3 : type == "VEC2" ? 2 : 1);
+        return n / (type == "MAT4" ? 16 : type == "VEC4" ? 4 : type == "VEC3" ? 3 : type == "VEC2" ? 2 : 1);
     }
     int view(const void* data, size_t bytes) {
         while (bin.size() % 4) bin += '\0';

@@ -327,15 +327,18 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         double sampleRate;
         std::vector<std::array<float, 6>> keys; // time, kind, then x, y, z, w as the scene gives them
         std::vector<std::string> warnings;     // texts a warning must hold
+        std::optional<std::string> animation = {}; // --animation
     };
+    const float m = 0.05f / std::sqrt(0.9375f), h = std::sqrt(0.5f); // midpoints on the arc
     const std::vector<Row> rows = {
-        {"keys turn left-handed: x mirrored, quaternions (x, -y, -z, w)",
+        {"keys turn left-handed: x mirrored, quaternions (x, -y, -z, w); two keys get their midpoint",
          [](GltfBuilder& b, int n) {
              b.animation("one", {{n, "translation", {0, 0.5f}, {1, 2, 3, 4, 5, 6}, "LINEAR"},
                                  {n, "rotation", {0, 0.5f}, {0.1f, 0.2f, 0.3f, 0.9f, 0, 0, 0, 1}, "LINEAR"}});
          },
          30,
-         {{0, 0, -1, 2, 3, 0}, {0.5f, 0, -4, 5, 6, 0}, {0, 2, 0.1f, -0.2f, -0.3f, 0.9f}, {0.5f, 2, 0, -0, -0, 1}},
+         {{0, 0, -1, 2, 3, 0}, {0.25f, 0, -2.5f, 3.5f, 4.5f, 0}, {0.5f, 0, -4, 5, 6, 0}, {0, 2, 0.1f, -0.2f, -0.3f, 0.9f},
+          {0.25f, 2, m, -2 * m, -3 * m, 19 * m}, {0.5f, 2, 0, -0, -0, 1}},
          {}},
         {"the first of several animations keeps a part; the warning names them and --animation",
          [](GltfBuilder& b, int n) {
@@ -345,9 +348,24 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
              b.animation("Run", {{n, "translation", {0, 3}, {0, 0, 0, 9, 0, 0}, "LINEAR"}});
          },
          30,
-         {{0, 0, 0, 0, 0, 0}, {1, 0, -1, 0, 0, 0}, {0, 2, 0, 0, 0, 1}, {2, 2, 0, -0, -1, 0}},
+         {{0, 0, 0, 0, 0, 0}, {0.5f, 0, -0.5f, 0, 0, 0}, {1, 0, -1, 0, 0, 0}, {0, 2, 0, 0, 0, 1}, {1, 2, 0, 0, -h, h},
+          {2, 2, 0, -0, -1, 0}},
          {"\"Walk\" is left out on part (kept: \"Survey\")", "\"Run\" is left out on part (kept: \"Survey\")",
           "--animation NAME"}},
+        {"--animation takes an unnamed animation by the name its warnings give it",
+         [](GltfBuilder& b, int n) {
+             b.animation("", {{n, "translation", {0, 1, 2}, {0, 0, 0, 1, 0, 0, 2, 0, 0}, "LINEAR"}});
+             b.animation("", {{n, "translation", {0, 1, 2}, {0, 0, 0, 0, 3, 0, 0, 6, 0}, "LINEAR"}});
+         },
+         30,
+         {{0, 0, 0, 0, 0, 0}, {1, 0, 0, 3, 0, 0}, {2, 0, 0, 6, 0, 0}},
+         {},
+         "animation 1"},
+        {"two keys at one time stay two: the part is named as not animated",
+         [](GltfBuilder& b, int n) { b.animation("snap", {{n, "translation", {1, 1}, {0, 0, 0, 1, 0, 0}, "LINEAR"}}); },
+         30,
+         {{1, 0, 0, 0, 0, 0}, {1, 0, -1, 0, 0, 0}},
+         {"fewer than 3 keys, so not animated (the simulator needs 3): part"}},
         {"a key on the far hemisphere is turned to the near one",
          [](GltfBuilder& b, int n) {
              b.animation("turn", {{n, "rotation", {0, 1, 2}, {0, 0, 0.1f, 0.995f, 0, 0, -0.2f, -0.98f, 0, 0, 0.3f, 0.954f},
@@ -356,11 +374,19 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
          30,
          {{0, 2, 0, -0, -0.1f, 0.995f}, {1, 2, 0, -0, -0.2f, 0.98f}, {2, 2, 0, -0, -0.3f, 0.954f}},
          {}},
-        {"scale and weights are left out with a warning naming the nodes",
-         [](GltfBuilder& b, int n) { b.animation("grow", {{n, "scale", {0, 1}, {1, 1, 1, 2, 2, 2}, "LINEAR"}}); },
+        {"scale that leaves the rest is left out with a warning naming the nodes",
+         [](GltfBuilder& b, int n) { b.animation("grow", {{n, "scale", {0, 1}, {1, 1, 1, 1, 1.001f, 1}, "LINEAR"}}); },
          30,
          {},
          {"scale and morph-weight animation is not exported", ": part"}},
+        {"scale keys at the rest scale say nothing (every joint of a Blender export has them)",
+         [](GltfBuilder& b, int n) {
+             b.doc["nodes"][n]["scale"] = {2, 2, 2};
+             b.animation("still", {{n, "scale", {0, 1}, {2, 2, 2, 2, 2.00005f, 2}, "LINEAR"}});
+         },
+         30,
+         {},
+         {}},
         {"a step holds its value until just before the next key",
          [](GltfBuilder& b, int n) {
              b.animation("flip", {{n, "translation", {0, 1, 2}, {1, 0, 0, 2, 0, 0, 3, 0, 0}, "STEP"}});
@@ -395,6 +421,7 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         TempDir d;
         gltf::ReadOptions options;
         options.sampleRate = r.sampleRate;
+        options.animation = r.animation;
         auto s = readScene(b.saveGlb(d.file("a.glb")), options);
         auto keys = child(s.scene, "part")->GetKeyframes(0, 999999);
         ASSERT_EQ(keys.size(), r.keys.size()) << r.what;

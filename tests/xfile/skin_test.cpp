@@ -3,6 +3,9 @@
 #include "xfile/x_reader.h"
 #include "xfile/xfile_fixture.h"
 
+#include <cstdio>
+#include <map>
+
 namespace tarnvale::test {
 namespace {
 
@@ -128,18 +131,148 @@ TEST(SkinWeights, GltfSkinsReachTheBlockInTheirBindPose) {
     }
 }
 
+// A rotation (x, y, z, w) and a translation as an X matrix (row vectors).
+Matrix16 rows(const std::array<double, 4>& q, const std::array<double, 3>& t) {
+    const double x = q[0], y = q[1], z = q[2], w = q[3];
+    const double r[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w)},
+                            {2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w)},
+                            {2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y)}};
+    Matrix16 m{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, float(t[0]), float(t[1]), float(t[2]), 1};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) m[i * 4 + j] = static_cast<float>(r[j][i]);
+    return m;
+}
+std::array<double, 3> through(const std::array<double, 3>& p, const Matrix16& m) {
+    std::array<double, 3> out{};
+    for (int c = 0; c < 3; ++c) out[c] = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
+    return out;
+}
+
+// A two-bone arm whose rest stands 90 degrees from its first key: in the world,
+// the X frames with the XANIM keys applied (each rotation key turning the frame's
+// own rotation, each position key added to its place) and the skin they carry
+// must move as glTF's joints and skin do, at every key.
+TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
+    const double pi = std::acos(-1.0);
+    auto about = [&](int axis, double degrees) {
+        std::array<double, 4> q{0, 0, 0, std::cos(degrees * pi / 360)};
+        q[axis] = std::sin(degrees * pi / 360);
+        return q;
+    };
+    const double upperTurn[3] = {90, 45, 0}, lowerTurn[3] = {90, 30, 0}, lowerAt[3] = {1.5, 1.2, 1};
+    GltfBuilder b;
+    int lower = b.node({{"name", "lower"}, {"translation", {0, 1, 0}}}, false);
+    int upper = b.node({{"name", "upper"}, {"children", {lower}}});
+    const std::vector<std::array<double, 3>> bind = {{0.2, 0.5, 0}, {0.2, 1.5, 0}, {0, 1, 0.3}};
+    int mesh = b.triangles({0.2f, 0.5f, 0, 0.2f, 1.5f, 0, 0, 1, 0.3f}, {0, 1, 2});
+    json& prim = b.doc["meshes"][mesh]["primitives"][0];
+    prim["attributes"]["JOINTS_0"] = b.bytes({0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0}, "VEC4", false);
+    prim["attributes"]["WEIGHTS_0"] = b.floats({1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0.5f, 0, 0}, "VEC4");
+    b.doc["skins"] = json::array({{{"joints", {upper, lower}},
+                                   {"inverseBindMatrices", b.floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0,
+                                                                     0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1, 0, 1}, "MAT4")}}});
+    b.node({{"name", "arm"}, {"mesh", mesh}, {"skin", 0}});
+    std::vector<float> upperKeys, lowerKeys, lowerPlaces;
+    for (int k = 0; k < 3; ++k) {
+        for (double c : about(2, upperTurn[k])) upperKeys.push_back(float(c));
+        for (double c : about(0, lowerTurn[k])) lowerKeys.push_back(float(c));
+        lowerPlaces.insert(lowerPlaces.end(), {0, float(lowerAt[k]), 0});
+    }
+    b.animation("bend", {{upper, "rotation", {0, 1, 2}, upperKeys, "LINEAR"},
+                         {lower, "rotation", {0, 1, 2}, lowerKeys, "LINEAR"},
+                         {lower, "translation", {0, 1, 2}, lowerPlaces, "LINEAR"}});
+    Rig rig;
+    writeFile(rig.pluginFolder + "/modeldef.xml", R"(<ModelInfo><Animation name="upper"/><Animation name="lower"/></ModelInfo>)");
+    rig.scene = gltf::readScene(b.saveGlb(rig.dir.file("arm.glb"))).scene;
+    rig.exportTo(*rig.plugin(), rig.dir.file("arm.x"));
+    const std::vector<XFrame> frames = XReader(readFile(rig.dir.file("arm.x"))).frames();
+    const XFrame& root = frames.at(0);
+    const XFrame &xUpper = root.children.at(0), &xLower = xUpper.children.at(0), &xArm = root.children.at(1);
+    ASSERT_EQ(xUpper.name + xLower.name + xArm.name, "frm-upperfrm-lowerfrm-arm");
+    // The keys of each part's streams: data per key, as the file has them.
+    platform::XmlDocument xanim;
+    ASSERT_TRUE(xanim.loadText(readFile(rig.dir.file("arm.xanim"))));
+    std::map<std::string, std::vector<std::array<double, 4>>> keys; // "part Rotation" -> data
+    for (const auto& stream : xanim.select("AnimLib/Anim/AnimStream"))
+        for (const auto& key : stream.select("Keyframe")) {
+            std::array<double, 4> d{};
+            std::sscanf(key.attribute("data").value_or("").c_str(), "%lf;%lf;%lf;%lf", &d[0], &d[1], &d[2], &d[3]);
+            keys[*stream.attribute("partName") + " " + *stream.attribute("name")].push_back(d);
+        }
+    auto keyed = [&](const XFrame& f, const std::string& part, int k) { // the frame at key k
+        Matrix16 m;
+        std::copy(f.matrix.begin(), f.matrix.end(), m.begin());
+        if (auto r = keys.find(part + " Rotation"); r != keys.end()) {
+            const auto& d = r->second.at(k);
+            const Matrix16 turned = scene::multiply(m, rows({-d[0], -d[1], -d[2], d[3]}, {0, 0, 0}));
+            std::copy(turned.begin(), turned.begin() + 12, m.begin());
+        }
+        if (auto p = keys.find(part + " Position"); p != keys.end())
+            for (int c = 0; c < 3; ++c) m[12 + c] += static_cast<float>(p->second.at(k)[c]);
+        return m;
+    };
+    auto mirrored = [](Matrix16 m) { // glTF's frame to the file's: x mirrored
+        for (int i : {1, 2, 3, 4, 8, 12}) m[i] = -m[i];
+        return m;
+    };
+    Matrix16 staticUpper, staticLower, armWorld;
+    std::copy(xUpper.matrix.begin(), xUpper.matrix.end(), staticUpper.begin());
+    std::copy(xLower.matrix.begin(), xLower.matrix.end(), staticLower.begin());
+    std::copy(xArm.matrix.begin(), xArm.matrix.end(), armWorld.begin());
+    staticLower = scene::multiply(staticLower, staticUpper);
+    const XMesh& skin = xArm.meshes.at(0);
+    ASSERT_EQ(skin.positions.size(), 3u);
+    for (int k = 0; k < 3; ++k) {
+        const Matrix16 gUpper = rows(about(2, upperTurn[k]), {0, 0, 0});
+        const Matrix16 gLower = scene::multiply(rows(about(0, lowerTurn[k]), {0, lowerAt[k], 0}), gUpper);
+        const Matrix16 xUpperWorld = keyed(xUpper, "upper", k);
+        const Matrix16 xLowerWorld = scene::multiply(keyed(xLower, "lower", k), xUpperWorld);
+        for (int i = 0; i < 16; ++i) {
+            EXPECT_NEAR(xUpperWorld[i], mirrored(gUpper)[i], 1e-4) << "upper at key " << k << ", element " << i;
+            EXPECT_NEAR(xLowerWorld[i], mirrored(gLower)[i], 1e-4) << "lower at key " << k << ", element " << i;
+        }
+        // Each skinned vertex: its joints' moves since the file's pose, by weight.
+        // A vertex of one joint follows it exactly; one blended between joints is
+        // exact where the file stands (the first key) and blends from there on.
+        for (size_t v = 0; v < 3; ++v) {
+            if (k > 0 && skin.weights.at(v).size() > 1) continue;
+            std::array<double, 3> x{}, g{};
+            const std::array<double, 3> p = through({skin.positions[v][0], skin.positions[v][1], skin.positions[v][2]}, armWorld);
+            for (const auto& [bone, w] : skin.weights.at(v)) {
+                const bool up = bone == "upper";
+                const auto moved = through(through(p, scene::inverse(up ? staticUpper : staticLower)), up ? xUpperWorld : xLowerWorld);
+                const auto posed = through({-bind[v][0], bind[v][1] - (up ? 0 : 1), bind[v][2]}, mirrored(up ? gUpper : gLower));
+                for (int c = 0; c < 3; ++c) x[c] += w * moved[c], g[c] += w * posed[c];
+            }
+            for (int c = 0; c < 3; ++c) EXPECT_NEAR(x[c], g[c], 1e-3) << "vertex " << v << " at key " << k << ", axis " << c;
+        }
+    }
+}
+
 TEST(SkinWeights, JointsOutsideTheExportedGroupAreLeftOut) {
     GltfBuilder b = skinnedScene();
     Rig rig;
     auto loaded = gltf::readScene(b.saveGlb(rig.dir.file("s.glb")));
     rig.scene = loaded.scene;
     auto body = loaded.scene->root()->findByName("body");
-    EXPECT_EQ(scene::keepBonesWithin(*body), (std::vector<std::string>{"rig", "tip"}));
+    EXPECT_EQ(scene::keepBonesWithin(*body).bones, (std::vector<std::string>{"rig", "tip"}));
     rig.exportTo(*rig.plugin(), rig.dir.file("s.x"), body);
     const std::string x = readFile(rig.dir.file("s.x"));
     EXPECT_NE(x.find("Mesh body {"), std::string::npos);
     EXPECT_EQ(x.find("MeshSkinWeights {       //"), std::string::npos); // no weight is left, so no block
-    EXPECT_TRUE(scene::keepBonesWithin(*loaded.scene->root()).empty()); // twin's stay within the scene
+    EXPECT_TRUE(scene::keepBonesWithin(*loaded.scene->root()).bones.empty()); // twin's stay within the scene
+    // A vertex that keeps a joint within keeps its whole weight on it.
+    auto group = loaded.scene->root()->addChild("group");
+    auto inner = group->addChild("inner"), outer = loaded.scene->root()->addChild("outer");
+    auto shape = shapeOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    shape->setWeights({{0, inner, 0.25f}, {0, outer, 0.5f}, {1, outer, 1}, {2, inner, 1}});
+    group->AddShape(shape);
+    const scene::BonesLeftOut left = scene::keepBonesWithin(*group);
+    EXPECT_EQ(left.bones, std::vector<std::string>{"outer"});
+    EXPECT_EQ(left.vertices, 1u);
+    std::string kept;
+    for (const VertexWeight& w : shape->GetVertexWeights()) kept += std::to_string(w.vertex) + w.bone->GetName() + std::to_string(w.weight) + " ";
+    EXPECT_EQ(kept, "0inner0.750000 2inner1.000000 ");
 }
 
 // An empty record writes an empty block; lookups out of range and weights
