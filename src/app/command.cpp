@@ -283,6 +283,11 @@ int run(int argc, char** argv) {
         return code == 0 ? 0 : kUnreadable;
     }
     std::string& pluginDir = exp->parsed() ? o.pluginDir : m.pluginDir;
+    std::error_code ec;
+    if (!pluginDir.empty() && !fs::is_directory(platform::systemPath(pluginDir), ec)) {
+        std::fprintf(stderr, "tarnvale: the plug-in folder %s does not exist\n", pluginDir.c_str());
+        return kUnreadable;
+    }
     if (pluginDir.empty()) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
     while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
     if (show->parsed()) return runMaterialShow(m, stdout);

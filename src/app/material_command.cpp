@@ -68,15 +68,17 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
     return false;
 }
 
-// Writes the record's text form into the material's field in the scene file.
-int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, const material::FS10Material& record) {
+// Writes the record's text form into the material's field in the scene file, and
+// the material's specular colour when the editor changed it.
+int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, const material::FS10Material& record,
+              const std::optional<Rgb>& specular = std::nullopt) {
     if (index < 0) {
         std::fprintf(stderr, "tarnvale: the material \"default\" stands for primitives without a material and has no "
                              "place in %s to keep its text; give them a material of their own\n", o.scene.c_str());
         return kFailed;
     }
     try {
-        gltf::writeMaterialExtra(o.scene, index, s.fieldName, record.toString());
+        gltf::writeMaterialExtra(o.scene, index, s.fieldName, record.toString(), specular);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tarnvale: %s is unchanged: %s\n", o.scene.c_str(), e.what());
         return kFailed;
@@ -84,6 +86,15 @@ int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, cons
     std::fprintf(stderr, "tarnvale: wrote the material's text into extras.%s of %s\n", s.fieldName.c_str(),
                  o.scene.c_str());
     return kExported;
+}
+
+// The library's folder; says so when it is not the plug-in folder.
+std::string libraryFolder(const MaterialOptions& o) {
+    const std::string folder = editor::libraryFolder(o.pluginDir);
+    if (folder != o.pluginDir)
+        std::fprintf(stderr, "tarnvale: %s cannot be written; the material library is in %s\n", o.pluginDir.c_str(),
+                     folder.c_str());
+    return folder;
 }
 
 } // namespace
@@ -126,14 +137,17 @@ int runMaterialEdit(const MaterialOptions& o, editor::FormWindow& window, editor
     SGMaterialPtr m;
     if (!findMaterial(o, s, index, m)) return kUnreadable;
     material::FS10Material record = s->derive(m);
-    auto editor = std::make_shared<editor::FormEditor>(window, boxes, editor::libraryFolder(o.pluginDir));
+    const Rgb before = m->GetSpecular();
+    auto editor = std::make_shared<editor::FormEditor>(window, boxes, libraryFolder(o));
     record.Editor = editor;
     record.Edit();
     if (!editor->committed()) {
         std::fprintf(stderr, "tarnvale: cancelled; %s is unchanged\n", o.scene.c_str());
         return kCancelled;
     }
-    return writeBack(o, *s, index, record);
+    const Rgb after = m->GetSpecular();
+    const bool picked = after.r != before.r || after.g != before.g || after.b != before.b;
+    return writeBack(o, *s, index, record, picked ? std::optional<Rgb>(after) : std::nullopt);
 }
 
 int runMaterialApply(const MaterialOptions& o) {
@@ -147,7 +161,7 @@ int runMaterialApply(const MaterialOptions& o) {
     }
     auto record = std::make_shared<material::FS10Material>(s->derive(m));
     NoBoxes none;
-    editor::frmOptions form(none, editor::libraryFolder(o.pluginDir));
+    editor::frmOptions form(none, libraryFolder(o));
     form.EditMaterial = record;
     form.Form_Load();
     form.loadLibraryFile(o.from);
@@ -156,7 +170,7 @@ int runMaterialApply(const MaterialOptions& o) {
 }
 
 int runMaterialLibrary(const MaterialOptions& o, std::FILE* out) {
-    const std::string folder = editor::libraryFolder(o.pluginDir);
+    const std::string folder = libraryFolder(o);
     std::fprintf(out, "%s\n", folder.c_str());
     for (const std::string& name : material::listLibraryFiles(folder)) std::fprintf(out, "%s\n", name.c_str());
     return kExported;

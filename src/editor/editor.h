@@ -145,7 +145,7 @@ public:
 private:
     void setChecked(ControlState& box, int32_t state);
     void setSlider(ControlState& slider, int32_t value);
-    void setListText(ControlState& list, const std::string& text);
+    void setListText(ControlState& list, const std::string& text, const std::string& otherwise);
     void onCheck(ControlState& box);
     void onSlider(ControlState& slider);
     void onButton(ControlState& button);

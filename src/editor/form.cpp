@@ -160,6 +160,7 @@ void frmOptions::Form_Load() {
 // ---- Binding ---------------------------------------------------------------------------
 
 void frmOptions::ShowMaterial(FS10Material& m) {
+    const FS10Material fresh; // a list shows a new record's item for a text it lacks
     control("Picture1").backColour = m.getDiffColor();
     control("picSpec").backColour = m.getSpecColor();
     control("lblTex").caption = m.DiffuseTextureFileName + "\r" + m.DetailTextureFileName + "\r" +
@@ -173,9 +174,10 @@ void frmOptions::ShowMaterial(FS10Material& m) {
             const double scaled = std::nearbyint(static_cast<double>(m.*(*single)) * b.factor);
             setSlider(c, static_cast<int32_t>(std::clamp(scaled, -2147483648.0, 2147483647.0)));
         } else {
-            const std::string& text = m.*std::get<std::string M::*>(b.field);
+            const auto field = std::get<std::string M::*>(b.field);
+            const std::string& text = m.*field;
             if (c.layout->kind == Kind::Button) SetTextureButton(text, c);
-            else if (std::string(b.control) != "cmbEmissive" || !text.empty()) setListText(c, text);
+            else if (std::string(b.control) != "cmbEmissive" || !text.empty()) setListText(c, text, fresh.*field);
         }
     }
 }
@@ -218,9 +220,11 @@ void frmOptions::setSlider(ControlState& slider, int32_t value) {
     onSlider(slider);
 }
 
-void frmOptions::setListText(ControlState& list, const std::string& text) {
-    // A list shows its own items only; a text that names one in another case shows it.
-    list.text.clear();
+void frmOptions::setListText(ControlState& list, const std::string& text, const std::string& otherwise) {
+    // A list shows its own items only; a text that names one in another case shows
+    // it, and one that names none (empty, or a typing error) shows `otherwise`, so
+    // that OK never writes a name the compiler does not know.
+    list.text = otherwise;
     for (const std::string& item : *list.layout->items)
         if (strcasecmp(item.c_str(), text.c_str()) == 0) list.text = item;
 }
@@ -340,10 +344,10 @@ void frmOptions::pickSpecular() {
 }
 
 void frmOptions::setBlendDefault(bool transparent) {
-    setListText(control("cmbSrc"), transparent ? "SrcAlpha" : "One");
-    setListText(control("cmbDest"), transparent ? "InvSrcAlpha" : "Zero");
+    control("cmbSrc").text = transparent ? "SrcAlpha" : "One";
+    control("cmbDest").text = transparent ? "InvSrcAlpha" : "Zero";
     setChecked(control("chkZAlpha"), transparent ? 1 : 0);
-    setListText(control("cmbATestMode"), transparent ? "Greater" : "Never");
+    control("cmbATestMode").text = transparent ? "Greater" : "Never";
 }
 
 void frmOptions::cmdStd_Click(int index) {

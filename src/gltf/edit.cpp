@@ -2,6 +2,7 @@
 #include "gltf/gltf.h"
 #include "platform/platform.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -82,7 +83,8 @@ void replaceFile(const std::string& path, const std::string& bytes) {
 
 } // namespace
 
-void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text) {
+void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text,
+                        const std::optional<Rgb>& specular) {
     std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -93,10 +95,25 @@ void writeMaterialExtra(const std::string& path, int materialIndex, const std::s
     Json& materials = doc["materials"];
     if (!materials.is_array() || materialIndex < 0 || static_cast<size_t>(materialIndex) >= materials.size())
         throw SceneError("it has no material " + std::to_string(materialIndex));
-    Json& extras = materials[static_cast<size_t>(materialIndex)]["extras"];
+    Json& material = materials[static_cast<size_t>(materialIndex)];
+    Json& extras = material["extras"];
     if (extras.is_null()) extras = Json::object();
     if (!extras.is_object()) throw SceneError("the material's extras are no object");
     extras[key] = text;
+    if (specular) {
+        const char* extension = "KHR_materials_specular";
+        Json& extensions = material["extensions"];
+        if (extensions.is_null()) extensions = Json::object();
+        if (!extensions.is_object() || !(extensions[extension].is_null() || extensions[extension].is_object()))
+            throw SceneError("the material's extensions are no objects");
+        Json& ext = extensions[extension];
+        ext["specularColorFactor"] = {specular->r, specular->g, specular->b};
+        ext["specularFactor"] = 1;
+        Json& used = doc["extensionsUsed"];
+        if (used.is_null()) used = Json::array();
+        if (!used.is_array()) throw SceneError("its extensionsUsed is no list");
+        if (std::find(used.begin(), used.end(), extension) == used.end()) used.push_back(extension);
+    }
     const std::string json = doc.dump(-1, ' ', false, Json::error_handler_t::replace);
     replaceFile(path, binary ? rebuildGlb(bytes, json) : json);
 }

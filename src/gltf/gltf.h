@@ -65,10 +65,14 @@ struct LoadedScene {
 LoadedScene readScene(const std::string& path, const ReadOptions& options = {});
 
 // Sets the string `key` of the extras of material `materialIndex` to `text` in a
-// .gltf or .glb file, keeping everything else: the members as they were, in their
-// order, and a .glb's binary chunk byte for byte. The file is replaced through a
-// new file beside it, so a failure leaves it as it was; it fails with the reason.
-void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text);
+// .gltf or .glb file and, when one is given, the material's specular colour where
+// glTF keeps it (KHR_materials_specular: specularColorFactor, specularFactor 1,
+// the extension named in extensionsUsed). Everything else is kept: the members
+// as they were, in their order, and a .glb's binary chunk byte for byte. The file
+// is replaced through a new file beside it, so a failure leaves it as it was; it
+// fails with the reason.
+void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text,
+                        const std::optional<Rgb>& specular = std::nullopt);
 
 // Roughness (0 smooth to 1 rough) as the scene's specular power: 0 for a rough
 // surface, else 250 minus the specular exponent 2/r^4 - 2 (capped at 249).

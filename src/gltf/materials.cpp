@@ -100,7 +100,8 @@ void MaterialMap::readFields(const tinygltf::Value& extras, MemoryMaterial& m) {
     if (!extras.IsObject()) return;
     for (const std::string& key : extras.Keys())
         if (const tinygltf::Value& v = extras.Get(key); v.IsString())
-            m.fields[scene_.fields().addMaterial(key)] = v.Get<std::string>();
+            m.fields[scene_.fields().addMaterial(key)] =
+                key == options_.materialField ? material::windowsTexturePaths(v.Get<std::string>()) : v.Get<std::string>();
 }
 
 void MaterialMap::addIntent(const tinygltf::Material& g, const std::shared_ptr<MemoryMaterial>& material) {

@@ -41,7 +41,7 @@ bool pickFile(editor::CommonDialog& cdlg, QFileDialog::AcceptMode mode) {
     box.setFileMode(mode == QFileDialog::AcceptOpen ? QFileDialog::ExistingFile : QFileDialog::AnyFile);
     box.setOption(QFileDialog::DontConfirmOverwrite); // the library replaces a file without asking
     if (box.exec() != QDialog::Accepted || box.selectedFiles().isEmpty()) return false;
-    cdlg.FileName = box.selectedFiles().front().toStdString();
+    cdlg.FileName = platform::windowsPath(box.selectedFiles().front().toStdString());
     return true;
 }
 

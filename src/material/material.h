@@ -141,13 +141,19 @@ enum class BlendDefault { None, Opaque, Transparent };
 const std::vector<PresetCell>& presetCells();
 BlendDefault presetBlendDefault(int index);
 
+// A text form written where folders part with "/" (Linux, macOS, the Blender
+// add-on): the paths of its texture keys (EmissiveTexture, ReflectionTexture,
+// FresnelTexture) with "\" for "/", as the texture name rules take them.
+std::string windowsTexturePaths(std::string textForm);
+
 // ---- User library -----------------------------------------------------------------
 
 // The folder's files whose last six characters, in upper case, are "FSXMAT", as
 // spelled on disk, in the order the file system gives them; no folders, no hidden
 // files.
 std::vector<std::string> listLibraryFiles(const std::string& folder);
-// The first line of a library file as UTF-8 text; empty when it cannot be read.
+// The first line of a library file as UTF-8 text, its texture paths in the
+// Windows form (windowsTexturePaths); empty when it cannot be read.
 std::string readLibraryLine(const std::string& path);
 // Writes the text form as the file's one line (Windows-1252, CR LF), replacing a
 // file that exists; false when it cannot be written.

@@ -54,7 +54,7 @@ std::string readLibraryLine(const std::string& path) {
     std::string line;
     if (!in || !std::getline(in, line)) return {};
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    return platform::fromWindows1252(line);
+    return windowsTexturePaths(platform::fromWindows1252(line));
 }
 
 bool writeLibraryLine(const std::string& path, const std::string& text) {

@@ -2,6 +2,7 @@
 #include "material/material.h"
 #include "platform/number_text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -156,6 +157,19 @@ void FS10Material::loadString(const std::string& sField) {
         SpecRed = SpecGreen = SpecBlue = 0;
         BaseMaterialSpecular = 0;
     }
+}
+
+std::string windowsTexturePaths(std::string text) {
+    for (size_t start = 0; start <= text.size();) {
+        const size_t end = std::min(text.find(';', start), text.size());
+        const std::string_view element(text.data() + start, end - start);
+        for (std::string_view key : {"EmissiveTexture=", "ReflectionTexture=", "FresnelTexture="})
+            if (element.size() >= key.size() && equalNoCase(element.substr(0, key.size()), key))
+                std::replace(text.begin() + static_cast<std::ptrdiff_t>(start + key.size()),
+                             text.begin() + static_cast<std::ptrdiff_t>(end), '/', '\\');
+        start = end + 1;
+    }
+    return text;
 }
 
 std::string FS10Material::toString() const {

@@ -1,11 +1,19 @@
 // Paths and the buffered text files.
 #include "platform/platform.h"
 
+#include <algorithm>
+
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
 
 namespace tarnvale::platform {
+
+std::string windowsPath(std::string_view path) {
+    std::string p(path);
+    std::replace(p.begin(), p.end(), '/', '\\');
+    return p;
+}
 
 std::string nativePath(std::string_view path) {
     std::string p(path);

@@ -22,6 +22,9 @@ namespace tarnvale::platform {
 // Paths are UTF-8, joined with "\" as on Windows; elsewhere every "\" becomes "/"
 // when this program opens, tests or starts a file. Nothing else in a path changes.
 std::string nativePath(std::string_view path);
+// A path as the program keeps it, with "\" for every "/": what a system whose
+// folders part with "/" hands over (a file box) becomes the Windows form.
+std::string windowsPath(std::string_view path);
 // The path as the system's file functions take it (wide characters on Windows).
 std::filesystem::path systemPath(std::string_view path);
 // A system path as this program writes paths: UTF-8.

@@ -187,6 +187,59 @@ TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
     for (const auto& e : fs::directory_iterator(d.path())) EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u);
     ASSERT_EQ(tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d).code, 0);
     EXPECT_EQ(glbParts(readFile(scene)).first["materials"][1]["extras"]["FS10"], expected->toString());
+    // A partial library file names no blend and no alpha test: the lists show a
+    // new record's items, and neither the text nor the block holds an empty name.
+    writeFile(d.file("partial.FSXMat"), "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;Power=40\r\n");
+    ASSERT_EQ(tarnvale("material apply " + scene + " --material Paint --from " + d.file("partial.FSXMat"), d).code, 0);
+    ASSERT_EQ(tarnvale("material show " + scene + " --material Paint", d).code, 0);
+    const std::string partial = readFile(d.file("stdout.txt"));
+    EXPECT_NE(partial.find("SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;"), std::string::npos) << partial;
+    for (const char* blank : {"SrcBlend=;", "DstBlend=;", "AlphaTestFunction=;", "\"\"; // blend", "; \"\";", "\"\";  // Alpha"})
+        EXPECT_EQ(partial.find(blank), std::string::npos) << blank << " in " << partial;
+    EXPECT_NE(partial.find("AlphaTestFunction=Never;"), std::string::npos) << partial;
+}
+
+// A colour picked in the editor and a texture named with "/" paths reach the
+// scene file, material show and the X file.
+TEST(MaterialCommand, PickedColoursAndSlashPathsReachTheSceneAndTheXFile) {
+    TempDir d;
+    GltfBuilder b;
+    b.doc["materials"] = json::array({{{"name", "Night"}, {"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
+                                       {"extras", {{"FS10", "EmissiveTexture=/home/pat/textures/night.dds"}}}}});
+    b.node({{"name", "n"}, {"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}, {{"material", 0}})}});
+    const std::string scene = b.saveGltf(d.file("night.gltf"));
+    struct Window : editor::FormWindow {
+        void showModal(editor::frmOptions& form) override {
+            form.Form_Load();
+            form.click("picSpec");
+            form.click("cmdOK");
+        }
+    } window;
+    ScriptedBoxes boxes;
+    boxes.answers = {std::to_string(0x336699)}; // blue 0x33, green 0x66, red 0x99
+    app::MaterialOptions o{scene, std::string("Night"), "", d.path(), d.file("none.ini")};
+    ASSERT_EQ(app::runMaterialEdit(o, window, boxes), 0);
+    const json doc = json::parse(readFile(scene));
+    EXPECT_EQ(doc["extensionsUsed"], json::array({"KHR_materials_specular"}));
+    EXPECT_EQ(doc["materials"][0]["extensions"]["KHR_materials_specular"].dump(),
+              "{\"specularColorFactor\":[0.6000000238418579,0.4000000059604645,0.20000000298023224],\"specularFactor\":1}");
+    ASSERT_EQ(tarnvale("material show " + scene, d).code, 0);
+    const std::string shown = readFile(d.file("stdout.txt"));
+    EXPECT_NE(shown.find("\nFS10Material {\n1.0;1.0;1.0;1.0;;\n0.6;0.4;0.2;;\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("EmissiveTextureFileName {\n\"NIGHT.DDS\";"), std::string::npos) << shown;
+    ASSERT_EQ(tarnvale("export " + scene + " -o " + d.file("night.x"), d).code, 0);
+    const std::string x = readFile(d.file("night.x"));
+    EXPECT_NE(x.find("\r\n0.60;0.40;0.20;;\r\n"), std::string::npos);
+    EXPECT_NE(x.find("EmissiveTextureFileName {\r\n\"NIGHT.DDS\";"), std::string::npos);
+    // The library's folder: a plug-in folder that is not there is an error; one that
+    // cannot be written gives way to the user's, and says so.
+    RunResult missing = tarnvale("material library --plugin-dir " + d.file("nowhere"), d);
+    EXPECT_EQ(missing.code, 2);
+    EXPECT_NE(missing.err.find("the plug-in folder " + d.file("nowhere") + " does not exist"), std::string::npos);
+    RunResult readOnly = tarnvale("material library --plugin-dir /proc", d, "XDG_DATA_HOME=" + d.file("data") + " ");
+    EXPECT_EQ(readOnly.code, 0);
+    EXPECT_NE(readOnly.err.find("/proc cannot be written; the material library is in " + d.file("data") + "/tarnvale"),
+              std::string::npos) << readOnly.err;
 }
 
 TEST(ProgressLine, ShowsStageAndShareAfterTheDelayAndClears) {

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -67,6 +68,33 @@ TEST(QtEditor, TabsPresetsSlidersOkAndCancelReachTheRecord) {
     QTest::keyClick(second.get(), Qt::Key_Escape);
     EXPECT_FALSE(g.form.isOpen());
     EXPECT_EQ(f.record->toString(), before);
+}
+
+// A texture picked in Qt's file box: the button shows its name, the record keeps
+// its path in the Windows form, and the block names the file alone.
+TEST(QtEditor, APickedTextureShowsItsNameAndTheBlockWritesItAlone) {
+    TempDir d;
+    const std::string picked = d.folder("textures") + "/night.dds";
+    writeFile(picked, "DDS ");
+    gui::QtDialogBoxes boxes;
+    editor::frmOptions form(boxes, d.path());
+    form.EditMaterial = std::make_shared<material::FS10Material>();
+    form.Form_Load();
+    whenModal([&](QWidget& w) {
+        auto& box = static_cast<QFileDialog&>(w);
+        box.selectFile(QString::fromStdString(picked));
+        QMetaObject::invokeMethod(&box, "accept");
+    });
+    form.click("cmdET");
+    EXPECT_EQ(form.control("cmdET").caption, "night.dds");
+    form.click("cmdOK");
+    EXPECT_EQ(form.EditMaterial->EmissiveTextureFileName, platform::windowsPath(picked));
+    std::string block;
+    platform::TextSink sink;
+    sink.openString(block);
+    form.EditMaterial->Output(sink);
+    sink.close();
+    EXPECT_NE(block.find("EmissiveTextureFileName {\r\n\"NIGHT.DDS\";"), std::string::npos) << block;
 }
 
 TEST(QtEditor, EveryWidgetStandsWhereTheModelPutsIt) {
