@@ -8,7 +8,6 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libxml2-dev libsquish-dev libstb-dev python3-pil
   libtinygltf-dev nlohmann-json3-dev libcli11-dev
-  libassimp-dev assimp-utils
   qt6-base-dev libgl-dev fonts-dejavu-core
 )
 packages+=("$@")
