@@ -205,29 +205,16 @@ TEST(EditorEvents, ExclusionsBlendDefaultsPicksAndTabs) {
     f.form.click("cmdFR"); // cancelled: the texture goes
     EXPECT_EQ(f.form.control("cmdFR").caption, "<< None >>");
     f.form.click("picSpec");
-    EXPECT_EQ(f.form.control("picSpec").backColour, 255);
     f.form.click("picSpec"); // cancelled: the swatch stays
     EXPECT_EQ(f.form.control("picSpec").backColour, 255);
     EXPECT_EQ(f.boxes.shown, (std::vector<std::string>{"open 4096 dds", "open 4096 dds", "open 4096 dds", "color", "color"}));
     // Ctrl+Tab from the last tab to the first; with Shift, or Tab alone, nothing.
     f.form.selectTab(11);
-    f.form.keyDown(9, 2);
-    f.form.keyDown(9, 3);
-    f.form.keyDown(9, 0);
-    EXPECT_EQ(f.form.selectedTab(), 1);
-    EXPECT_EQ(f.form.control("picOptions(0)").rect.left, 120);
-    EXPECT_EQ(f.form.control("picOptions(5)").rect.left, -20000);
+    for (int shift : {2, 3, 0}) f.form.keyDown(9, shift);
+    EXPECT_EQ(std::to_string(f.form.selectedTab()) + " " + std::to_string(f.form.control("picOptions(0)").rect.left) + " " +
+                  std::to_string(f.form.control("picOptions(5)").rect.left), "1 120 -20000");
     f.form.click("chkSF(4)"); // on a page that is not shown: out of reach
     EXPECT_EQ(f.form.control("chkSF(4)").value, 0);
-    // The picked colour reaches the host material at OK.
-    auto host = std::make_shared<scene::MemoryMaterial>();
-    auto record = std::make_shared<FS10Material>();
-    record->CreateCSG(host, 0);
-    ScriptedForm g(record);
-    g.boxes.answers = {"255"};
-    g.form.click("picSpec");
-    g.form.click("cmdOK");
-    EXPECT_EQ(std::to_string(host->specular.r) + " " + std::to_string(host->specular.g), "1.000000 0.000000");
 }
 
 TEST(EditorPresets, EachSetsItsCellsAndNothingElse) {
@@ -276,9 +263,11 @@ TEST(EditorPresets, EachSetsItsCellsAndNothingElse) {
 
 TEST(EditorLibrary, ListSaveLoadAndDelete) {
     ScriptedForm f;
-    EXPECT_FALSE(f.form.control("cmdULoad").enabled);
-    EXPECT_FALSE(f.form.control("cmdUDelete").enabled);
-    EXPECT_TRUE(f.form.control("cmdUSave").enabled);
+    auto enabled = [&] { // Load, Delete, Save
+        return std::to_string(f.form.control("cmdULoad").enabled) + std::to_string(f.form.control("cmdUDelete").enabled) +
+               std::to_string(f.form.control("cmdUSave").enabled);
+    };
+    EXPECT_EQ(enabled(), "001");
     for (const char* name : {"ABCFSXMAT", "x.fsxmat", "note.txt", ".hidden.FSXMat"}) writeFile(f.dir.file(name), "");
     fs::create_directories(f.dir.file("folder.FSXMat"));
     writeFile(f.dir.file("old.FSXMat"), "old");
@@ -292,7 +281,7 @@ TEST(EditorLibrary, ListSaveLoadAndDelete) {
     EXPECT_NE(saved.find("FresnelTexture=fresnel_ramp.dds;"), std::string::npos);
     std::set<std::string> listed(f.form.control("lstUser").items.begin(), f.form.control("lstUser").items.end());
     EXPECT_EQ(listed, (std::set<std::string>{"ABCFSXMAT", "x.fsxmat", "old.FSXMat"}));
-    EXPECT_TRUE(f.form.control("cmdULoad").enabled);
+    EXPECT_EQ(enabled(), "111");
     // Load: the first line alone, on a record that carries the edited one's texture
     // names (not the detail) and colours, so the file's colour and its lack of power
     // change nothing but the box of the base material's specular; paths written

@@ -153,10 +153,9 @@ std::array<double, 3> through(const std::array<double, 3>& p, const Matrix16& m)
 // own rotation, each position key added to its place) and the skin they carry
 // must move as glTF's joints and skin do, at every key.
 TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
-    const double pi = std::acos(-1.0);
-    auto about = [&](int axis, double degrees) {
-        std::array<double, 4> q{0, 0, 0, std::cos(degrees * pi / 360)};
-        q[axis] = std::sin(degrees * pi / 360);
+    auto about = [](int axis, double degrees) {
+        std::array<double, 4> q{0, 0, 0, std::cos(degrees * std::acos(-1.0) / 360)};
+        q[axis] = std::sin(degrees * std::acos(-1.0) / 360);
         return q;
     };
     const double upperTurn[3] = {90, 45, 0}, lowerTurn[3] = {90, 30, 0}, lowerAt[3] = {1.5, 1.2, 1};
@@ -178,16 +177,14 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
         for (double c : about(0, lowerTurn[k])) lowerKeys.push_back(float(c));
         lowerPlaces.insert(lowerPlaces.end(), {0, float(lowerAt[k]), 0});
     }
-    b.animation("bend", {{upper, "rotation", {0, 1, 2}, upperKeys, "LINEAR"},
-                         {lower, "rotation", {0, 1, 2}, lowerKeys, "LINEAR"},
+    b.animation("bend", {{upper, "rotation", {0, 1, 2}, upperKeys, "LINEAR"}, {lower, "rotation", {0, 1, 2}, lowerKeys, "LINEAR"},
                          {lower, "translation", {0, 1, 2}, lowerPlaces, "LINEAR"}});
     Rig rig;
     writeFile(rig.pluginFolder + "/modeldef.xml", R"(<ModelInfo><Animation name="upper"/><Animation name="lower"/></ModelInfo>)");
     rig.scene = gltf::readScene(b.saveGlb(rig.dir.file("arm.glb"))).scene;
     rig.exportTo(*rig.plugin(), rig.dir.file("arm.x"));
     const std::vector<XFrame> frames = XReader(readFile(rig.dir.file("arm.x"))).frames();
-    const XFrame& root = frames.at(0);
-    const XFrame &xUpper = root.children.at(0), &xLower = xUpper.children.at(0), &xArm = root.children.at(1);
+    const XFrame &xUpper = frames.at(0).children.at(0), &xLower = xUpper.children.at(0), &xArm = frames[0].children.at(1);
     ASSERT_EQ(xUpper.name + xLower.name + xArm.name, "frm-upperfrm-lowerfrm-arm");
     // The keys of each part's streams: data per key, as the file has them.
     platform::XmlDocument xanim;
@@ -195,13 +192,16 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
     std::map<std::string, std::vector<std::array<double, 4>>> keys; // "part Rotation" -> data
     for (const auto& stream : xanim.select("AnimLib/Anim/AnimStream"))
         for (const auto& key : stream.select("Keyframe")) {
-            std::array<double, 4> d{};
+            auto& d = keys[*stream.attribute("partName") + " " + *stream.attribute("name")].emplace_back();
             std::sscanf(key.attribute("data").value_or("").c_str(), "%lf;%lf;%lf;%lf", &d[0], &d[1], &d[2], &d[3]);
-            keys[*stream.attribute("partName") + " " + *stream.attribute("name")].push_back(d);
         }
-    auto keyed = [&](const XFrame& f, const std::string& part, int k) { // the frame at key k
+    auto matrix = [](const XFrame& f) {
         Matrix16 m;
         std::copy(f.matrix.begin(), f.matrix.end(), m.begin());
+        return m;
+    };
+    auto keyed = [&](const XFrame& f, const std::string& part, int k) { // the frame at key k
+        Matrix16 m = matrix(f);
         if (auto r = keys.find(part + " Rotation"); r != keys.end()) {
             const auto& d = r->second.at(k);
             const Matrix16 turned = scene::multiply(m, rows({-d[0], -d[1], -d[2], d[3]}, {0, 0, 0}));
@@ -215,11 +215,8 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
         for (int i : {1, 2, 3, 4, 8, 12}) m[i] = -m[i];
         return m;
     };
-    Matrix16 staticUpper, staticLower, armWorld;
-    std::copy(xUpper.matrix.begin(), xUpper.matrix.end(), staticUpper.begin());
-    std::copy(xLower.matrix.begin(), xLower.matrix.end(), staticLower.begin());
-    std::copy(xArm.matrix.begin(), xArm.matrix.end(), armWorld.begin());
-    staticLower = scene::multiply(staticLower, staticUpper);
+    const Matrix16 staticUpper = matrix(xUpper), staticLower = scene::multiply(matrix(xLower), staticUpper),
+                   armWorld = matrix(xArm);
     const XMesh& skin = xArm.meshes.at(0);
     ASSERT_EQ(skin.positions.size(), 3u);
     for (int k = 0; k < 3; ++k) {
