@@ -22,7 +22,8 @@ case "$mode" in
     echo "run.sh: wrote $(ls out/trainer.* | tr '\n' ' ')" >&2
     ;;
   test)
-    scripts/setup.sh
+    # Blender (with the numpy its glTF exporter needs) for the add-on's tests.
+    scripts/setup.sh blender python3-numpy
     configure build -DTARNVALE_TESTS=ON
     cmake --build build
     ctest --test-dir build --output-on-failure -j2

@@ -89,10 +89,11 @@ struct RunResult {
     std::string out, err;
 };
 
-// Runs a line of the shell with no input, its standard output and error kept.
-inline RunResult run(const std::string& line, const TempDir& dir) {
+// Runs a line of the shell with the file `input` as its input (none by default),
+// its standard output and error kept.
+inline RunResult run(const std::string& line, const TempDir& dir, const std::string& input = "/dev/null") {
     const std::string out = dir.file("stdout.txt"), err = dir.file("stderr.txt");
-    const std::string cmd = line + " < /dev/null > '" + out + "' 2> '" + err + "'";
+    const std::string cmd = line + " < '" + input + "' > '" + out + "' 2> '" + err + "'";
     const int status = std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
 }
@@ -100,8 +101,9 @@ inline RunResult run(const std::string& line, const TempDir& dir) {
 #ifdef TARNVALE_BIN
 // The tarnvale command as a user runs it; `before` goes ahead of it on the line
 // (variables, limits).
-inline RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "") {
-    return run(before + "\"" + TARNVALE_BIN + "\" " + args, dir);
+inline RunResult tarnvale(const std::string& args, const TempDir& dir, const std::string& before = "",
+                          const std::string& input = "/dev/null") {
+    return run(before + "\"" + TARNVALE_BIN + "\" " + args, dir, input);
 }
 #endif
 #endif

@@ -89,24 +89,31 @@ std::unique_ptr<platform::SettingsStore> settingsStore(const std::string& file) 
     return std::make_unique<platform::IniSettings>(file.empty() ? platform::IniSettings::defaultPath() : file);
 }
 
-int runExport(const ExportOptions& o) {
-    const auto settingsOwner = settingsStore(o.settings);
-    platform::SettingsStore& settings = *settingsOwner;
+namespace {
+
+// What the command tells its user beside the boxes: on standard error, and in
+// the report when there is one.
+struct Voice {
+    JsonReport* report;
+    void operator()(const char* kind, const std::string& text) const {
+        std::fprintf(stderr, "tarnvale: %s\n", text.c_str());
+        if (report) report->note(kind, text);
+    }
+};
+
+std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform::SettingsStore& settings, Voice say) {
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
     readOptions.keepImages = !o.textures.empty();
     // The field that the export reads a material's simulator text from.
     readOptions.materialField = shell::fieldIdSetting(settings);
-    gltf::LoadedScene loaded;
+    std::optional<gltf::LoadedScene> loaded;
     try {
         loaded = gltf::readScene(o.scene, readOptions);
-    } catch (const gltf::SceneError& e) {
-        std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
-        return kUnreadable;
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
-        return kUnreadable;
+        say("error", "cannot read " + o.scene + ": " + e.what());
+        return std::nullopt;
     }
     // The reader's scratch (the file, its JSON, its buffers) is freed by now; hand
     // those pages back before the export needs its own.
@@ -114,46 +121,54 @@ int runExport(const ExportOptions& o) {
     ::malloc_trim(0);
 #endif
     if (!o.quiet)
-        for (const auto& w : loaded.warnings) std::fprintf(stderr, "tarnvale: %s: %s\n", o.scene.c_str(), w.c_str());
+        for (const auto& w : loaded->warnings) say("warning", o.scene + ": " + w);
+    return loaded;
+}
 
-    std::shared_ptr<scene::MemoryObject> group = loaded.scene->root();
-    if (o.group) {
-        group = loaded.scene->root()->findByName(*o.group);
-        if (!group) {
-            std::fprintf(stderr, "tarnvale: %s has no node named \"%s\"\n", o.scene.c_str(), o.group->c_str());
-            return kUnreadable;
-        }
-        // A bone outside what is exported has no frame in the file to follow. A
-        // level of detail is exported with its siblings: their parent bounds it.
-        auto bounds = group;
-        if (platform::upperCase(*o.group).find("LOD_") != std::string::npos)
-            if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
-        const scene::BonesLeftOut left = scene::keepBonesWithin(*bounds);
-        if (!left.bones.empty() && !o.quiet) {
-            std::string names;
-            for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
-            std::fprintf(stderr, "tarnvale: %s: skins below %s use joints outside it (%s); their weights are left out, "
-                                 "and %zu vertices that keep other joints have those scaled to the sum they had\n",
-                         o.scene.c_str(), o.group->c_str(), names.c_str(), left.vertices);
-        }
+// The node to export; none (said why) when --group names no node.
+std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf::LoadedScene& loaded, Voice say) {
+    if (!o.group) return loaded.scene->root();
+    auto group = loaded.scene->root()->findByName(*o.group);
+    if (!group) {
+        say("error", o.scene + " has no node named \"" + *o.group + "\"");
+        return nullptr;
     }
+    // A bone outside what is exported has no frame in the file to follow. A
+    // level of detail is exported with its siblings: their parent bounds it.
+    auto bounds = group;
+    if (platform::upperCase(*o.group).find("LOD_") != std::string::npos)
+        if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
+    const scene::BonesLeftOut left = scene::keepBonesWithin(*bounds);
+    if (!left.bones.empty() && !o.quiet) {
+        std::string names;
+        for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
+        say("warning", o.scene + ": skins below " + *o.group + " use joints outside it (" + names +
+                           "); their weights are left out, and " + std::to_string(left.vertices) +
+                           " vertices that keep other joints have those scaled to the sum they had");
+    }
+    return group;
+}
 
+// The export of the group through the plug-in, with the boxes, dialogs and
+// progress of this run; gives the exit code.
+int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf::LoadedScene& loaded,
+                const std::shared_ptr<scene::MemoryObject>& group, JsonReport* report) {
     std::unique_ptr<platform::Registry> registry = std::make_unique<platform::RegFileRegistry>();
     if (!o.registry.empty()) registry = std::make_unique<platform::RegFileRegistry>(o.registry);
 #ifdef _WIN32
     else registry = std::make_unique<platform::WindowsRegistry>();
 #endif
     // A person at the terminal acknowledges each box with Enter, as a dialog is
-    // closed; --yes and runs without a terminal do not wait.
-    const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+    // closed; --yes, a report and runs without a terminal do not wait.
+    const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO) && !o.yes && !report;
 #ifdef _WIN32
     // On Windows a person there closes real boxes; --gui shows them as well.
-    platform::WindowsBoxes console((person && !o.yes) || o.gui);
+    platform::WindowsBoxes console(person || o.gui);
 #else
-    platform::ConsoleBoxes console(stderr, person && !o.yes);
+    platform::ConsoleBoxes console(stderr, person);
 #endif
-    shell::ConsoleExportDialogs consoleDialogs(person && !o.yes, o.name);
-    platform::MessageBoxes* shownBoxes = &console;
+    shell::ConsoleExportDialogs consoleDialogs(person, o.name);
+    platform::MessageBoxes* shownBoxes = report ? static_cast<platform::MessageBoxes*>(report) : &console;
     shell::ExportDialogs* dialogs = &consoleDialogs;
 #ifdef TARNVALE_WITH_QT
     gui::QtMessageBoxes windowBoxes;
@@ -171,21 +186,42 @@ int runExport(const ExportOptions& o) {
     platform::RandomGuids guids;
     platform::SystemClock clock;
     platform::SystemProcesses processes;
-    ProgressLine progress(stderr);
-    const bool showProgress = !o.quiet && isTerminal(STDERR_FILENO);
-    boxes.before = [&] { progress.clear(); };
+    ProgressLine progressLine(stderr);
+    platform::Progress* progress = report ? static_cast<platform::Progress*>(report) : nullptr;
+    if (!report && !o.quiet && isTerminal(STDERR_FILENO)) progress = &progressLine;
+    boxes.before = [&] { progressLine.clear(); };
 
-    shell::PlatformServices services{settings, *registry, boxes,      guids, clock, processes, *dialogs,
-                                     o.pluginDir, showProgress ? &progress : nullptr};
+    shell::PlatformServices services{settings, *registry, boxes,       guids,   clock,
+                                     processes, *dialogs,  o.pluginDir, progress, !o.noTool};
     auto plugin = shell::createTarnvale(services);
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
-    progress.clear();
+    progressLine.clear();
     if (boxes.failed) return kFailed;
     if (!boxes.closed) return kCancelled;
-    return o.textures.empty() ? kExported : writeTextures(o, loaded.images);
+    return o.textures.empty() ? kExported : writeTextures(o, loaded.images, report);
 }
 
-int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& images) {
+} // namespace
+
+int runExport(const ExportOptions& o) {
+    const auto settings = settingsStore(o.settings);
+    JsonReport json(stdout);
+    JsonReport* report = o.jsonReport ? &json : nullptr;
+    const Voice say{report};
+    int code = kUnreadable;
+    if (std::optional<gltf::LoadedScene> loaded = readForExport(o, *settings, say))
+        if (auto group = exportedGroup(o, *loaded, say)) code = exportGroup(o, *settings, *loaded, group, report);
+    if (report) {
+        std::vector<std::string> files;
+        for (const std::string& file : {o.output, o.output + "anim", shell::sidecarPath(o.output)})
+            if (code != kUnreadable && code != kCancelled && platform::fileExists(file)) files.push_back(file);
+        report->result(code, files);
+    }
+    return code;
+}
+
+int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& images, JsonReport* report) {
+    const Voice say{report};
     std::string xText;
     if (std::FILE* f = platform::openFile(o.output, "rb")) {
         char buffer[1 << 16];
@@ -195,7 +231,7 @@ int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& 
     std::error_code ec;
     fs::create_directories(platform::systemPath(o.textures), ec);
     if (!platform::folderWritable(o.textures)) {
-        std::fprintf(stderr, "tarnvale: textures: cannot write into %s\n", o.textures.c_str());
+        say("error", "textures: cannot write into " + o.textures);
         return kFailed;
     }
     texture::Options options;
@@ -206,15 +242,17 @@ int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& 
     for (const texture::Outcome& t : outcomes) {
         if (t.kind == texture::Outcome::Written) continue;
         const bool fails = t.kind == texture::Outcome::Failed;
-        std::fprintf(stderr, "tarnvale: texture %s %s: %s\n", t.name.c_str(), fails ? "failed" : "skipped",
-                     t.reason.c_str());
+        say(fails ? "error" : "warning", "texture " + t.name + (fails ? " failed: " : " skipped: ") + t.reason);
         (fails ? failed : skipped) = true;
     }
-    if (!o.quiet)
-        for (const texture::Outcome& t : outcomes)
-            if (t.kind == texture::Outcome::Written) std::printf("%s\n", t.line.c_str());
+    for (const texture::Outcome& t : outcomes) {
+        if (o.quiet || t.kind != texture::Outcome::Written) continue;
+        if (report) report->note("texture", t.line);
+        else std::printf("%s\n", t.line.c_str());
+    }
     return failed || (skipped && o.strict) ? kFailed : kExported;
 }
+
 
 namespace {
 
@@ -236,13 +274,9 @@ bool windowsPossible(const char* what) {
 
 } // namespace
 
-int run(int argc, char** argv) {
-    CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
-    app.set_version_flag("--version", std::string("tarnvale ") + TARNVALE_VERSION);
-    app.require_subcommand(1);
-    // Options are written alike everywhere; "/name" is a path, not a switch.
-    app.allow_windows_style_options(false);
-    ExportOptions o;
+namespace {
+
+CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     CLI::App* exp = app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
     exp->add_option("SCENE", o.scene, "The scene: a .gltf or .glb file")->required();
     exp->add_option("-o,--output", o.output, "The X file to write")->required();
@@ -259,29 +293,80 @@ int run(int argc, char** argv) {
     exp->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
     exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
     exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
+    exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
+    exp->add_option_function<std::string>("--report", [&o](const std::string&) { o.jsonReport = true; },
+                                          "json: report stages, boxes and the result as JSON lines on standard "
+                                          "output, asking nothing")
+        ->check(CLI::IsMember({"json"}));
+    return exp;
+}
 
-    MaterialOptions m;
+struct MaterialCommands {
+    CLI::App *show, *edit, *apply, *save, *library;
+};
+
+MaterialCommands addMaterialCommands(CLI::App& app, MaterialOptions& m) {
     CLI::App* mat = app.add_subcommand("material", "Show, edit and apply the simulator materials of a scene");
     mat->require_subcommand(1);
-    CLI::App* show = mat->add_subcommand("show", "Each material's text form and the FS10Material block it writes");
-    CLI::App* edit = mat->add_subcommand("edit", "Edit a material in the editor; OK writes it into the scene file");
-    CLI::App* apply = mat->add_subcommand("apply", "Apply a saved .FSXMat material to a material of the scene");
-    CLI::App* library = mat->add_subcommand("library", "List the library's saved materials");
-    for (CLI::App* c : {show, edit, apply}) c->add_option("SCENE", m.scene, "The scene: a .gltf or .glb file")->required();
-    show->add_option("--material", m.material, "This material only (by name)");
-    edit->add_option("--material", m.material, "The material, by name")->required();
-    apply->add_option("--material", m.material, "The material, by name")->required();
-    apply->add_option("--from", m.from, "The .FSXMat file")->required();
-    for (CLI::App* c : {show, edit, apply, library}) {
-        c->add_option("--plugin-dir", m.pluginDir, "Folder of the data files and the material library");
-        c->add_option("--settings", m.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    MaterialCommands c{mat->add_subcommand("show", "Each material's text form and the FS10Material block it writes"),
+                       mat->add_subcommand("edit", "Edit a material in the editor; OK writes it into the scene file"),
+                       mat->add_subcommand("apply", "Apply a saved .FSXMat material or a standard preset to a material"),
+                       mat->add_subcommand("save", "Save a material as a .FSXMat file, as the editor's Save does"),
+                       mat->add_subcommand("library", "List the library's saved materials")};
+    for (CLI::App* one : {c.show, c.edit, c.apply, c.save}) {
+        one->add_option("SCENE", m.scene, "The scene: a .gltf or .glb file");
+        one->add_flag("--stdin", m.fromStdin, "The material as a glTF document on standard input, instead of SCENE; "
+                                              "edit and apply print its new text as JSON");
+        one->add_option("--material", m.material, one == c.show ? "This material only (by name)" : "The material, by name");
+        const bool named = one != c.show; // every command but show works on one material
+        one->callback([&m, named] {
+            if (m.scene.empty() == !m.fromStdin) throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
+            if (named && !m.fromStdin && !m.material) throw CLI::ValidationError("--material", "is required");
+        });
     }
+    c.apply->add_option("--from", m.from, "The .FSXMat file");
+    c.apply->add_option("--preset", m.preset, "A standard preset: General Material, Propeller, Gloss, Chrome, "
+                                              "Tail Number (or 0 to 4)")
+        ->excludes("--from");
+    c.apply->callback([&m] {
+        if (m.scene.empty() == !m.fromStdin) throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
+        if (!m.fromStdin && !m.material) throw CLI::ValidationError("--material", "is required");
+        if (m.from.empty() && m.preset.empty()) throw CLI::ValidationError("--from", "or --preset is required");
+    });
+    c.save->add_option("--to", m.to, "The .FSXMat file to write")->required();
+    for (CLI::App* one : {c.show, c.edit, c.apply, c.save, c.library}) {
+        one->add_option("--plugin-dir", m.pluginDir, "Folder of the data files and the material library");
+        one->add_option("--settings", m.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    }
+    return c;
+}
+
+} // namespace
+
+int run(int argc, char** argv) {
+    CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
+    app.set_version_flag("--version", std::string("tarnvale ") + TARNVALE_VERSION);
+    app.require_subcommand(1);
+    // Options are written alike everywhere; "/name" is a path, not a switch.
+    app.allow_windows_style_options(false);
+    ExportOptions o;
+    CLI::App* exp = addExportCommand(app, o);
+    MaterialOptions m;
+    const MaterialCommands mat = addMaterialCommands(app, m);
+    std::string sidecarOf, blender = "blender";
+    CLI::App* sidecar = app.add_subcommand("sidecar", "The friendly name and GUID kept beside an X file, as JSON");
+    sidecar->add_option("X_FILE", sidecarOf, "The X file")->required();
+    CLI::App* blenderCommand = app.add_subcommand("blender", "Tarnvale in Blender");
+    blenderCommand->require_subcommand(1);
+    CLI::App* install = blenderCommand->add_subcommand("install", "Copy the add-on into your Blender and enable it");
+    install->add_option("--blender", blender, "The Blender to install into (default: blender on the PATH)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         int code = app.exit(e);
         return code == 0 ? 0 : kUnreadable;
     }
+    if (sidecar->parsed()) return runSidecar(sidecarOf, stdout);
     std::string& pluginDir = exp->parsed() ? o.pluginDir : m.pluginDir;
     std::error_code ec;
     if (!pluginDir.empty() && !fs::is_directory(platform::systemPath(pluginDir), ec)) {
@@ -290,11 +375,13 @@ int run(int argc, char** argv) {
     }
     if (pluginDir.empty()) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
     while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
-    if (show->parsed()) return runMaterialShow(m, stdout);
-    if (apply->parsed()) return runMaterialApply(m);
-    if (library->parsed()) return runMaterialLibrary(m, stdout);
-    if (edit->parsed() || (exp->parsed() && o.gui)) {
-        if (!windowsPossible(edit->parsed() ? "material edit" : "export --gui")) return kUnreadable;
+    if (install->parsed()) return runBlenderInstall(pluginDir, blender);
+    if (mat.show->parsed()) return runMaterialShow(m, stdout);
+    if (mat.apply->parsed()) return runMaterialApply(m);
+    if (mat.save->parsed()) return runMaterialSave(m);
+    if (mat.library->parsed()) return runMaterialLibrary(m, stdout);
+    if (mat.edit->parsed() || (exp->parsed() && o.gui)) {
+        if (!windowsPossible(mat.edit->parsed() ? "material edit" : "export --gui")) return kUnreadable;
 #ifdef TARNVALE_WITH_QT
         gui::QtSession session(argc, argv);
         if (exp->parsed()) return runExport(o);

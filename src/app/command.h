@@ -6,8 +6,9 @@
 #include "platform/platform.h"
 
 #include <chrono>
-#include <memory>
 #include <cstdio>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,29 @@ enum ExitCode : int {
     kFailed = 1,     // it ended in the failure box
     kUnreadable = 2, // usage error, or a scene that cannot be read
     kCancelled = 3,  // the export dialog was cancelled
+};
+
+// The report of --report json for a program that runs the command: one JSON
+// object a line, flushed as it is written. {"stage": S, "share": 0.42} as the
+// export goes on (each new stage, each further percent); {"box": {"title": T,
+// "text": X, "icon": "plain"|"information"|"critical"}} for each message box,
+// lines parted by LF; {"warning": T}, {"error": T} and {"texture": T} for what
+// the command says beside the boxes; last {"result": {"code": N, "files": [...]}}
+// with the exit code and the files written.
+class JsonReport : public platform::Progress, public platform::MessageBoxes {
+public:
+    explicit JsonReport(std::FILE* out) : out_(out) {}
+    void report(const std::string& stage, double share) override;
+    void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override;
+    // A line of the given kind: "warning", "error", "texture".
+    void note(const char* kind, const std::string& text);
+    void result(int code, const std::vector<std::string>& files);
+
+private:
+    void write(const nlohmann::json& object);
+    std::FILE* out_;
+    std::string stage_;
+    double share_ = 0;
 };
 
 struct ExportOptions {
@@ -35,6 +59,8 @@ struct ExportOptions {
     std::string registry;
     std::string textures; // the folder the DDS files go to; none when empty
     bool strict = false;  // a texture skipped fails the run
+    bool jsonReport = false; // --report json on standard output; asks nothing
+    bool noTool = false;     // the SDK's tool is not run
 };
 
 // Progress on a terminal line: shown once the export has run for `delay`, at most
@@ -70,12 +96,19 @@ struct MaterialOptions {
     std::string from;                     // a .FSXMat file for apply
     std::string pluginDir;
     std::string settings;
+    // With --stdin the material comes as a glTF document on standard input (its
+    // first material), and edit and apply print {"text": T, "specular": [r, g, b]
+    // or null} on standard output instead of writing a scene file.
+    bool fromStdin = false;
+    std::string preset = {}; // a standard preset for apply, by caption or 0 to 4
+    std::string to = {};     // the .FSXMat file save writes
 };
 
 int runExport(const ExportOptions& options);
 // After an export: the X file's DDS textures into options.textures, a line each
 // on standard output, what was skipped or failed on standard error.
-int writeTextures(const ExportOptions& options, const std::vector<gltf::SourceImage>& images);
+int writeTextures(const ExportOptions& options, const std::vector<gltf::SourceImage>& images,
+                  JsonReport* report = nullptr);
 // Each material (or one): its name, its field's text, the text form of the record
 // the export derives and the FS10Material block it would write.
 int runMaterialShow(const MaterialOptions& options, std::FILE* out);
@@ -84,8 +117,17 @@ int runMaterialShow(const MaterialOptions& options, std::FILE* out);
 int runMaterialEdit(const MaterialOptions& options, editor::FormWindow& window, editor::DialogBoxes& boxes);
 // Applies a saved material as the editor's Load and OK would, without a window.
 int runMaterialApply(const MaterialOptions& options);
+// Saves the material's record as a library file, as the editor's Save does.
+int runMaterialSave(const MaterialOptions& options);
 // The library folder's .FSXMat files, one a line, after the folder.
 int runMaterialLibrary(const MaterialOptions& options, std::FILE* out);
+// The friendly name and GUID kept beside an X file, as {"name": N, "guid": G}
+// (null for what it lacks), so that a program can show the export dialog's name.
+int runSidecar(const std::string& xFile, std::FILE* out);
+// Copies the Blender add-on (the data folder's blender/tarnvale, or the source
+// tree's) into the user's Blender add-on folder with `blender`, enables it there
+// with this command as its tarnvale, and says where it went.
+int runBlenderInstall(const std::string& pluginDir, const std::string& blender);
 int run(int argc, char** argv);
 
 } // namespace tarnvale::app

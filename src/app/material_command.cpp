@@ -4,6 +4,11 @@
 #include "gltf/gltf.h"
 #include "shell/shell.h"
 
+#include <iostream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <strings.h>
+
 namespace tarnvale::app {
 
 namespace {
@@ -24,7 +29,10 @@ struct SceneMaterials {
     explicit SceneMaterials(const MaterialOptions& o) {
         gltf::ReadOptions read;
         read.materialField = fieldName = shell::fieldIdSetting(*settingsStore(o.settings));
-        loaded = gltf::readScene(o.scene, read);
+        if (o.fromStdin)
+            loaded = gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}), "stdin", read);
+        else
+            loaded = gltf::readScene(o.scene, read);
         fieldId = loaded.scene->root()->FindMaterialField(fieldName);
         if (fieldId < 0) fieldId = loaded.scene->root()->AddMaterialField(fieldName);
     }
@@ -58,7 +66,7 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
         return false;
     }
     for (const auto& [i, m] : s->all())
-        if (o.material && (m->shownName() == *o.material || m->GetName() == *o.material)) {
+        if ((o.fromStdin && i == 0) || (o.material && (m->shownName() == *o.material || m->GetName() == *o.material))) {
             index = i;
             found = m;
             return true;
@@ -72,6 +80,12 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
 // the material's specular colour when the editor changed it.
 int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, const material::FS10Material& record,
               const std::optional<Rgb>& specular = std::nullopt) {
+    if (o.fromStdin) {
+        nlohmann::json out = {{"text", record.toString()}, {"specular", nullptr}};
+        if (specular) out["specular"] = {specular->r, specular->g, specular->b};
+        std::printf("%s\n", out.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+        return kExported;
+    }
     if (index < 0) {
         std::fprintf(stderr, "tarnvale: the material \"default\" stands for primitives without a material and has no "
                              "place in %s to keep its text; give them a material of their own\n", o.scene.c_str());
@@ -86,6 +100,14 @@ int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, cons
     std::fprintf(stderr, "tarnvale: wrote the material's text into extras.%s of %s\n", s.fieldName.c_str(),
                  o.scene.c_str());
     return kExported;
+}
+
+// A standard preset by its caption (in any case) or its number; -1 for none.
+int presetIndex(const std::string& name) {
+    const char* const captions[] = {"General Material", "Propeller", "Gloss", "Chrome", "Tail Number"};
+    for (int i = 0; i < material::kPresetCount; ++i)
+        if (strcasecmp(name.c_str(), captions[i]) == 0 || name == std::to_string(i)) return i;
+    return -1;
 }
 
 // The library's folder; says so when it is not the plug-in folder.
@@ -155,8 +177,12 @@ int runMaterialApply(const MaterialOptions& o) {
     int index = 0;
     SGMaterialPtr m;
     if (!findMaterial(o, s, index, m)) return kUnreadable;
-    if (!platform::fileExists(o.from)) {
-        std::fprintf(stderr, "tarnvale: cannot read %s\n", o.from.c_str());
+    const int preset = presetIndex(o.preset);
+    if (o.preset.empty() ? !platform::fileExists(o.from) : preset < 0) {
+        std::fprintf(stderr, o.preset.empty() ? "tarnvale: cannot read %s\n"
+                                              : "tarnvale: there is no standard material %s; the presets are General "
+                                                "Material, Propeller, Gloss, Chrome and Tail Number (or 0 to 4)\n",
+                     o.preset.empty() ? o.from.c_str() : o.preset.c_str());
         return kUnreadable;
     }
     auto record = std::make_shared<material::FS10Material>(s->derive(m));
@@ -164,9 +190,33 @@ int runMaterialApply(const MaterialOptions& o) {
     editor::frmOptions form(none, libraryFolder(o));
     form.EditMaterial = record;
     form.Form_Load();
-    form.loadLibraryFile(o.from);
+    if (o.preset.empty()) form.loadLibraryFile(o.from);
+    else form.cmdStd_Click(preset);
     form.click("cmdOK");
     return writeBack(o, *s, index, *record);
+}
+
+int runMaterialSave(const MaterialOptions& o) {
+    std::optional<SceneMaterials> s;
+    int index = 0;
+    SGMaterialPtr m;
+    if (!findMaterial(o, s, index, m)) return kUnreadable;
+    // The editor's Save, its file box answered with the file asked for.
+    struct SaveTo : NoBoxes {
+        std::string path;
+        bool showSave(editor::CommonDialog& cdlg) override { return cdlg.FileName = path, true; }
+    } box;
+    box.path = o.to;
+    auto record = std::make_shared<material::FS10Material>(s->derive(m));
+    editor::frmOptions form(box, libraryFolder(o));
+    form.EditMaterial = record;
+    form.Form_Load();
+    form.click("cmdUSave");
+    if (material::readLibraryLine(o.to).empty()) {
+        std::fprintf(stderr, "tarnvale: cannot write %s\n", o.to.c_str());
+        return kFailed;
+    }
+    return kExported;
 }
 
 int runMaterialLibrary(const MaterialOptions& o, std::FILE* out) {

@@ -63,6 +63,9 @@ struct LoadedScene {
 // left-handed frame of the X file: x mirrored, triangle corners reversed (and
 // reversed once more on nodes whose world transform mirrors).
 LoadedScene readScene(const std::string& path, const ReadOptions& options = {});
+// The same of a .gltf document held as text (external files relative to the
+// current folder); the root is named `name`.
+LoadedScene readSceneText(const std::string& text, const std::string& name, const ReadOptions& options = {});
 
 // Sets the string `key` of the extras of material `materialIndex` to `text` in a
 // .gltf or .glb file and, when one is given, the material's specular colour where

@@ -182,6 +182,9 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
         t->detailFileName = ".";
         m->textures = t;
     }
+    // A colour picked in the editor of a modeller that writes no KHR_materials_specular.
+    if (const tinygltf::Value& c = member(g.extras, "tarnvale_specular"); c.IsArray() && c.ArrayLen() == 3)
+        m->specular = {number(c.Get(0), 1), number(c.Get(1), 1), number(c.Get(2), 1)};
     readFields(g.extras, *m);
     addIntent(g, m);
     slot = m;

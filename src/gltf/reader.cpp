@@ -62,13 +62,18 @@ std::string_view glbJson(const std::string& bytes) {
     return std::string_view(bytes).substr(20, length);
 }
 
-tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& warnings, bool keepImages) {
+std::string fileBytes(const std::string& path) {
     std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     if (in.bad()) throw SceneError("cannot read the file");
+    return bytes;
+}
+
+// A .gltf or .glb held in memory; external files are looked for in `folder`.
+tinygltf::Model loadModel(const std::string& bytes, const std::string& folder, std::vector<std::string>& warnings,
+                          bool keepImages) {
     if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
-    in.close();
     const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
     if (jsonDepth(binary ? glbJson(bytes) : std::string_view(bytes)) > kMaxJsonDepth)
         throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
@@ -77,7 +82,6 @@ tinygltf::Model loadModel(const std::string& path, std::vector<std::string>& war
     loader.SetImageLoader(keepImageUndecoded, &keepImages);
     tinygltf::Model model;
     std::string err, warn;
-    const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
     bool ok = false;
     try {
         const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
@@ -335,8 +339,9 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         if (v.IsObject() && v.Has("visible") && v.Get("visible").IsBool() && !v.Get("visible").Get<bool>())
             visible = false;
     }
-    if (n.extras.IsObject() && n.extras.Has("visible") && n.extras.Get("visible").IsBool() &&
-        !n.extras.Get("visible").Get<bool>())
+    // A modeller that keeps no booleans in custom properties (Blender) writes 0.
+    if (const tinygltf::Value& v = n.extras.IsObject() && n.extras.Has("visible") ? n.extras.Get("visible") : tinygltf::Value();
+        (v.IsBool() && !v.Get<bool>()) || (v.IsNumber() && v.GetNumberAsDouble() == 0))
         visible = false;
     obj->setNodeValue(visible ? 1 : 0);
     if (n.extras.IsObject())
@@ -561,9 +566,16 @@ float powerFromRoughness(float roughness) {
 
 LoadedScene readScene(const std::string& path, const ReadOptions& options) {
     LoadedScene out;
-    tinygltf::Model model = loadModel(path, out.warnings, options.keepImages);
-    Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()),
-                                       platform::utf8Path(platform::systemPath(path).parent_path()));
+    const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
+    tinygltf::Model model = loadModel(fileBytes(path), folder, out.warnings, options.keepImages);
+    Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()), folder);
+    return out;
+}
+
+LoadedScene readSceneText(const std::string& text, const std::string& name, const ReadOptions& options) {
+    LoadedScene out;
+    tinygltf::Model model = loadModel(text, ".", out.warnings, options.keepImages);
+    Builder(model, out, options).build(name, ".");
     return out;
 }
 

@@ -78,6 +78,9 @@ struct PlatformServices {
     std::string pluginFolder;
     // Told of the export's progress; none is fine.
     platform::Progress* progress = nullptr;
+    // Whether the SDK's tool runs on the files written (a program around the
+    // command may leave that to its user).
+    bool runTool = true;
 };
 
 // ---- modTypes: registry read and launch ----------------------------------------------

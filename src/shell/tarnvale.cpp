@@ -112,6 +112,7 @@ void Tarnvale::exportStages(const std::string& ExportFileName, const std::string
 }
 
 void Tarnvale::runTool(const std::string& ExportFileName, const std::string& application) {
+    if (!sys_.runTool) return;
     std::string tool = toolPath(sys_.registry, sys_.pluginFolder, application);
     if (!platform::fileExists(tool)) {
         sys_.boxes.show(application + " was not found in the SDK or Morvane plugins folder\r" +

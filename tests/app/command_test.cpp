@@ -85,6 +85,37 @@ TEST(Command, ExitCodesAndWhatStandardErrorSays) {
     EXPECT_LT(x.find("Frame frm-trainer_lod_0 {"), x.find("Frame frm-trainer_lod_1 {"));
 }
 
+// For a program that runs the command (the Blender add-on): JSON lines as the
+// export goes, the result last; the name and GUID kept beside an X file.
+TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
+    TempDir d;
+    auto report = [&](const std::string& args, int code) {
+        RunResult r = tarnvale("export " + args + " --report json", d);
+        EXPECT_EQ(r.code, code) << args << r.err;
+        std::vector<json> lines;
+        std::istringstream in(r.out);
+        for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
+        return lines;
+    };
+    const std::string a = d.file("a.x");
+    std::vector<json> done = report(example() + " -o " + a + " --name Club --no-tool", 0);
+    ASSERT_GE(done.size(), 3u);
+    EXPECT_EQ(done.front()["stage"], "Creating X file");
+    EXPECT_EQ(done[done.size() - 2]["box"]["title"], "FSX Export");
+    EXPECT_EQ(std::count_if(done.begin(), done.end(), [](const json& l) { return l.contains("box"); }), 1); // no tool
+    EXPECT_EQ(done.back(), json({{"result", {{"code", 0}, {"files", {a, a + "anim", d.file("a.config")}}}}}));
+    const std::vector<json> failed = report(example() + " -o " + a + " --plugin-dir " + d.folder("empty"), 1);
+    EXPECT_EQ(failed[failed.size() - 2]["box"]["icon"], "critical");
+    EXPECT_EQ(failed[failed.size() - 2]["box"]["text"].get<std::string>().rfind("Creating X file\n53 - ", 0), 0u);
+    const std::vector<json> unread = report(d.file("none.gltf") + " -o " + a, 2);
+    EXPECT_EQ(unread.back(), json({{"result", {{"code", 2}, {"files", json::array()}}}}));
+    EXPECT_EQ(unread.front()["error"].get<std::string>().rfind("cannot read " + d.file("none.gltf"), 0), 0u);
+    const json kept = json::parse(tarnvale("sidecar " + a, d).out), none = json::parse(tarnvale("sidecar " + d.file("b.x"), d).out);
+    EXPECT_EQ(kept["name"], "Club");
+    EXPECT_EQ(kept["guid"].get<std::string>().size(), 36u);
+    EXPECT_EQ(none, json({{"name", nullptr}, {"guid", nullptr}}));
+}
+
 TEST(Command, AtATerminalTheDialogAsksForTheName) {
     TempDir d;
     // The name, then Enter for each of the two boxes (tool not found, closing).
@@ -197,6 +228,43 @@ TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
     for (const char* blank : {"SrcBlend=;", "DstBlend=;", "AlphaTestFunction=;", "\"\"; // blend", "; \"\";", "\"\";  // Alpha"})
         EXPECT_EQ(partial.find(blank), std::string::npos) << blank << " in " << partial;
     EXPECT_NE(partial.find("AlphaTestFunction=Never;"), std::string::npos) << partial;
+}
+
+// A material as a glTF document on standard input, as the Blender add-on hands
+// it over: each command works as on a scene file, and edit and apply answer with
+// the new text (and a picked colour) as JSON.
+TEST(MaterialCommand, OnStandardInputAsOnASceneFile) {
+    TempDir d;
+    const std::string document = R"({"asset": {"version": "2.0"}, "materials": [{"name": "Paint",
+        "pbrMetallicRoughness": {"roughnessFactor": 0.5}, "extras": {"FS10": "SrcBlend=Zero"}}]})";
+    writeFile(d.file("m.gltf"), document);
+    writeFile(d.file("scene.gltf"), document);
+    auto onInput = [&](const std::string& args) { return tarnvale("material " + args + " --stdin", d, "", d.file("m.gltf")); };
+    const json preset = json::parse(onInput("apply --preset gloss").out);
+    ASSERT_EQ(tarnvale("material apply " + d.file("scene.gltf") + " --material Paint --preset 2", d).code, 0);
+    EXPECT_EQ(preset["text"], json::parse(readFile(d.file("scene.gltf")))["materials"][0]["extras"]["FS10"]);
+    EXPECT_EQ(preset["specular"], nullptr);
+    EXPECT_EQ(onInput("show").out.rfind("material \"Paint\"\nFS10: SrcBlend=Zero\n", 0), 0u);
+    EXPECT_EQ(onInput("save --to " + d.file("kept.FSXMat")).code, 0);
+    EXPECT_NE(readFile(d.file("kept.FSXMat")).find("SrcBlend=Zero;"), std::string::npos);
+    EXPECT_NE(onInput("apply --preset Shiny").err.find("no standard material Shiny"), std::string::npos);
+    // The editor, scripted: a colour picked, then OK.
+    struct Window : editor::FormWindow {
+        void showModal(editor::frmOptions& form) override {
+            form.Form_Load();
+            form.click("picSpec");
+            form.click("cmdOK");
+        }
+    } window;
+    ScriptedBoxes boxes;
+    boxes.answers = {std::to_string(0x0000FF)};
+    std::istringstream input(document);
+    std::streambuf* keyboard = std::cin.rdbuf(input.rdbuf());
+    app::MaterialOptions o{"", std::nullopt, "", d.path(), d.file("none.ini"), true};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(app::runMaterialEdit(o, window, boxes), 0);
+    std::cin.rdbuf(keyboard);
+    EXPECT_EQ(json::parse(testing::internal::GetCapturedStdout())["specular"], json({1.0, 0.0, 0.0}));
 }
 
 // A colour picked in the editor and a texture named with "/" paths reach the

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# The add-on's tests under Debian's Blender (run.sh TARNVALE FAKE_TOOL): a user
+# scripts folder holding the add-on, a plug-in folder whose SDK tool is a
+# recording stand-in, then the tests in a factory-fresh Blender, and the
+# command's `blender install` into a home of its own.
+set -euo pipefail
+here="$(cd "$(dirname "$0")" && pwd)"
+tarnvale="$(realpath "$1")" fake_tool="$(realpath "$2")"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$work/scripts/addons" "$work/plugin" "$work/home"
+cp -r "$here/../tarnvale" "$work/scripts/addons/"
+cp "$here/../../data/Tarnvale.X" "$here/../../data/modeldef.xml" "$work/plugin/"
+cp "$fake_tool" "$work/plugin/xtomdl.exe"
+export TARNVALE_TEST_BIN="$tarnvale" TARNVALE_TEST_PLUGIN="$work/plugin" TARNVALE_TEST_WORK="$work"
+BLENDER_USER_SCRIPTS="$work/scripts" blender -b --factory-startup --addons tarnvale --python-exit-code 1 \
+  --python "$here/test_addon.py" 2>&1 | grep -v -E '^(Draco mesh compression is not available|$)|INFO:' || true
+[ -f "$work/passed" ] || { echo "the add-on's tests failed"; exit 1; }
+
+# Installed by the command into a Blender of its own home, enabled there.
+HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" "$tarnvale" blender install
+HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" blender -b --python-exit-code 1 --python-expr \
+  "import addon_utils, bpy, sys; assert addon_utils.check('tarnvale')[1], 'not enabled'; \
+assert bpy.context.preferences.addons['tarnvale'].preferences.command == '$tarnvale'" >/dev/null
+echo "blender tests: passed"

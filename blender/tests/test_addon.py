@@ -1,0 +1,248 @@
+# The add-on in a factory-fresh Blender (see run.sh): registration, an export of a
+# scene built here, the failure report, the material panel's operators.
+
+import json
+import math
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import addon_utils
+import bpy
+
+BIN, PLUGIN, WORK = (os.environ[k] for k in ("TARNVALE_TEST_BIN", "TARNVALE_TEST_PLUGIN", "TARNVALE_TEST_WORK"))
+
+
+def preferences():
+    from tarnvale.preferences import prefs
+    return prefs(bpy.context)
+
+
+def build_scene():
+    """A wing and its mirrored copy, an aileron hinged on two keys, a mast skinned
+    to three bones, a material with a simulator text, part data; names with .001."""
+    bpy.ops.wm.read_homefile(use_empty=True)
+    bpy.ops.mesh.primitive_cube_add(size=1, location=(2, 0, 0))
+    wing = bpy.context.object
+    wing.name, wing["FS10att"] = "Wing", "<part>abc</part>"
+    paint = bpy.data.materials.new("Paint.001")
+    paint["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;DoubleSided=1"
+    wing.data.materials.append(paint)
+    copy = wing.copy()
+    bpy.context.collection.objects.link(copy)
+    copy.location, copy.scale = (-2, 0, 0), (-1, 1, 1)
+    bpy.ops.mesh.primitive_cube_add(size=0.3, location=(3, 0, 0))
+    aileron = bpy.context.object
+    aileron.name = "l_aileron"
+    for frame, degrees in ((1, 0), (30, 60)):
+        aileron.rotation_euler = (math.radians(degrees), 0, 0)
+        aileron.keyframe_insert("rotation_euler", frame=frame)
+    bpy.ops.object.armature_add(location=(0, 0, 1))
+    armature = bpy.context.object
+    armature.name = "antenna"
+    bpy.ops.object.mode_set(mode='EDIT')
+    parent = None
+    for i, bone in enumerate(["bone", "bone.001", "bone.002"]):
+        edit = armature.data.edit_bones[0] if i == 0 else armature.data.edit_bones.new(bone)
+        edit.name, edit.head, edit.tail, edit.parent = bone, (0, 0, i), (0, 0, i + 1), parent
+        parent = edit
+    bpy.ops.object.mode_set(mode='OBJECT')
+    bpy.ops.mesh.primitive_cylinder_add(radius=0.1, depth=3, location=(0, 0, 2.5), vertices=8)
+    mast = bpy.context.object
+    mast.name = "mast"
+    bpy.ops.object.mode_set(mode='EDIT')
+    bpy.ops.mesh.subdivide(number_cuts=6)
+    bpy.ops.object.mode_set(mode='OBJECT')
+    mast.select_set(True)
+    armature.select_set(True)
+    bpy.context.view_layer.objects.active = armature
+    bpy.ops.object.parent_set(type='ARMATURE_AUTO')
+
+
+def blocks(x):
+    """The blocks of an X file as (type, data tokens, blocks inside), comments gone."""
+    tokens = [t for t in re.findall(r'//[^\n]*|"[^"]*"|[{}]|[^\s;,{}"]+', x) if not t.startswith("//")]
+
+    def block(at):
+        data, inside = [], []
+        while at < len(tokens) and tokens[at] != "}":
+            named = at + 2 < len(tokens) and tokens[at + 2] == "{" and tokens[at][0].isalpha() and tokens[at + 1][0] != '"'
+            if named or (at + 1 < len(tokens) and tokens[at + 1] == "{"):
+                inner, end = block(at + (3 if named else 2))
+                inside.append((tokens[at],) + inner)
+                at = end + 1
+            else:
+                data.append(tokens[at])
+                at += 1
+        return (data, inside), at
+    return block(0)[0][1]
+
+
+def through(point, m):
+    return [sum(point[k] * m[k * 4 + c] for k in range(3)) + m[12 + c] for c in range(3)]
+
+
+def multiply(a, b):
+    return [sum(a[i * 4 + k] * b[k * 4 + j] for k in range(4)) for i in range(4) for j in range(4)]
+
+
+def vectors_and_faces(data):
+    values = [float(v) for v in data]
+    n = int(values[0])
+    vectors = [values[1 + 3 * i:4 + 3 * i] for i in range(n)]
+    faces, at = [], 2 + 3 * n
+    for _ in range(int(values[1 + 3 * n])):
+        count = int(values[at])
+        faces.append([int(v) for v in values[at + 1:at + 1 + count]])
+        at += 1 + count
+    return vectors, faces
+
+
+def faces_against_normals(x):
+    """Faces in all, and those whose front (clockwise, as the simulator culls) looks
+    away from their normal once corners and normal tips are taken into the world."""
+    counts = [0, 0]
+
+    def walk(inside, parent):
+        matrix = next(data for kind, data, _ in inside if kind == "FrameTransformMatrix")
+        world = multiply([float(v) for v in matrix], parent)
+        for kind, data, within in inside:
+            if kind == "Frame":
+                walk(within, world)
+            if kind != "Mesh":
+                continue
+            positions, faces = vectors_and_faces(data)
+            normals, normal_faces = vectors_and_faces(next(d for k, d, _ in within if k == "MeshNormals"))
+            for face, normal_face in zip(faces, normal_faces):
+                a, b, c = (through(positions[i], world) for i in face[:3])
+                p, n = positions[face[0]], normals[normal_face[0]]
+                tip = through([p[k] + n[k] for k in range(3)], world)
+                u, v, t = ([q[k] - a[k] for k in range(3)] for q in (b, c, tip))
+                cross = (u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0])
+                if sum(c * c for c in cross) > 1e-12:  # a triangle with no area faces nowhere
+                    counts[0] += 1
+                    counts[1] += sum(cross[k] * t[k] for k in range(3)) <= 0
+
+    for kind, _, inside in blocks(x):
+        if kind == "Frame":
+            walk(inside, [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1])
+    return counts
+
+
+class Addon(unittest.TestCase):
+    def setUp(self):
+        prefs = preferences()
+        prefs.command, prefs.plugin_dir, prefs.settings = BIN, PLUGIN, os.path.join(WORK, "none.ini")
+
+    def export(self, path, **options):
+        """Exports through the operator; gives what the operator reported."""
+        capture = os.path.join(WORK, "reports.txt")
+        saved = os.dup(1)
+        with open(capture, "w") as out:
+            os.dup2(out.fileno(), 1)
+            try:
+                bpy.ops.export_scene.tarnvale_x(filepath=path, **options)
+            finally:
+                sys.stdout.flush()
+                os.dup2(saved, 1)
+                os.close(saved)
+        with open(capture) as reports:
+            return reports.read()
+
+    def test_registers_and_unregisters_cleanly(self):
+        addon_utils.disable("tarnvale")
+        self.assertFalse(hasattr(bpy.types, "TARNVALE_PT_material"))
+        self.assertNotIn("tarnvale_x", dir(bpy.ops.export_scene))
+        addon_utils.enable("tarnvale")
+        self.assertTrue(hasattr(bpy.types, "TARNVALE_PT_object"))
+        self.setUp()
+
+    def test_a_built_scene_exports_whole(self):
+        build_scene()
+        out = os.path.join(WORK, "plane.x")
+        os.environ["FAKE_TOOL_LOG"] = os.path.join(WORK, "tool.txt")
+        reports = self.export(out)
+        self.assertRegex(reports, r"Info: FSX Export: Export to .*plane\.x Completed\.")
+        with open(os.environ.pop("FAKE_TOOL_LOG")) as tool:
+            self.assertIn("/xanim", tool.read())  # the SDK's stand-in ran on the files
+        with open(out, encoding="cp1252") as f:
+            x = f.read()
+        with open(out + "anim") as f:
+            xanim = f.read()
+        self.assertTrue(os.path.isfile(os.path.join(WORK, "plane.config")))
+        for frame in ("frm-wing", "frm-wing_001", "frm-l_aileron", "frm-mast", "frm-bone_001"):
+            self.assertIn("Frame %s {" % frame, x)
+        self.assertIn('"SrcAlpha"; "InvSrcAlpha"; // blend', x)
+        self.assertIn("DoubleSidedMaterial {\n 1 ;", x)
+        self.assertIn("PartData {\n 17 ;\n 60 , 112 , 97 , 114 , 116 , 62 , 97 , 98 , 99 ,", x)
+        self.assertRegex(xanim, r'<AnimStream id="0" name="Rotation" partName="l_aileron"')
+        for bone in ("bone", "bone_001", "bone_002"):
+            self.assertTrue(re.search(r'\n +"%s", +[\d.]+;' % bone, x), "no weight of " + bone)
+        faces, wrong = faces_against_normals(x)
+        self.assertGreater(faces, 24)
+        self.assertEqual(wrong, 0)
+
+    def test_a_failure_is_an_error_report_with_its_text(self):
+        build_scene()
+        empty = tempfile.mkdtemp(dir=WORK)
+        preferences().plugin_dir = empty  # no template in it
+        with self.assertRaises(RuntimeError) as failure:
+            bpy.ops.export_scene.tarnvale_x(filepath=os.path.join(WORK, "failed.x"))
+        self.assertIn("FS10 Export: Creating X file", str(failure.exception))
+
+    def test_the_same_scene_exported_twice_is_the_same_file(self):
+        build_scene()
+        path = os.path.join(WORK, "twice.x")
+        texts = []
+        for _ in range(2):
+            self.export(path, run_tool=False)
+            with open(path, encoding="cp1252") as f:
+                texts.append(re.sub(r"// Exported .*", "", f.read()))
+        self.assertEqual(texts[0], texts[1])
+
+    def test_a_preset_through_the_panel_is_the_commands(self):
+        build_scene()
+        paint = bpy.data.materials["Paint.001"]
+        del paint["FS10"]
+        with bpy.context.temp_override(material=paint):
+            bpy.ops.material.tarnvale_preset(preset=2)
+        scene = os.path.join(WORK, "paint.glb")
+        bpy.ops.export_scene.gltf(filepath=scene, export_format='GLB', export_extras=True)
+        del paint["FS10"]  # the command works on the file's material, as it was
+        subprocess.run([BIN, "material", "apply", scene, "--material", "Paint.001", "--preset", "Gloss",
+                        "--settings", preferences().settings], check=True, capture_output=True)
+        with bpy.context.temp_override(material=paint):
+            bpy.ops.material.tarnvale_preset(preset=2)
+        with open(scene, "rb") as f:
+            glb = f.read()
+        document = json.loads(glb[20:20 + int.from_bytes(glb[12:16], "little")])
+        material = next(m for m in document["materials"] if m["name"] == "Paint.001")
+        self.assertEqual(paint["FS10"], material["extras"]["FS10"])
+
+    def test_edit_takes_the_editors_text_and_colour_and_cancel_leaves_them(self):
+        build_scene()
+        paint = bpy.data.materials["Paint.001"]
+        before = paint["FS10"]
+        # The editor as a stand-in: OK with a text and a picked colour, or Cancel.
+        stand_in = os.path.join(WORK, "editor.sh")
+        with open(stand_in, "w") as f:
+            f.write('#!/bin/sh\nif [ -n "$CANCEL" ]; then exit 3; fi\n'
+                    'echo \'{"text": "SrcBlend=One;DstBlend=Zero", "specular": [0.5, 0.25, 1.0]}\'\n')
+        os.chmod(stand_in, 0o755)
+        preferences().command = stand_in
+        with bpy.context.temp_override(material=paint):
+            os.environ["CANCEL"] = "1"
+            bpy.ops.material.tarnvale_edit()
+            self.assertEqual(paint["FS10"], before)
+            del os.environ["CANCEL"]
+            bpy.ops.material.tarnvale_edit()
+        self.assertEqual((paint["FS10"], list(paint["tarnvale_specular"])), ("SrcBlend=One;DstBlend=Zero", [0.5, 0.25, 1.0]))
+
+
+if __name__ == "__main__":
+    result = unittest.main(argv=[sys.argv[0]], exit=False, verbosity=2).result
+    if result.wasSuccessful():
+        open(os.path.join(WORK, "passed"), "w").close()
