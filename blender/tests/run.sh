@@ -16,6 +16,12 @@ export TARNVALE_TEST_BIN="$tarnvale" TARNVALE_TEST_PLUGIN="$work/plugin" TARNVAL
 BLENDER_USER_SCRIPTS="$work/scripts" blender -b --factory-startup --addons tarnvale --python-exit-code 1 \
   --python "$here/test_addon.py" 2>&1 | grep -v -E '^(Draco mesh compression is not available|$)|INFO:' || true
 [ -f "$work/passed" ] || { echo "the add-on's tests failed"; exit 1; }
+# The X files written, for the DirectX reader of the Windows run.
+if [ -n "${TARNVALE_XFILES:-}" ]; then
+  for x in "$work"/*.x; do
+    [ "$(head -c 16 "$x")" = "xof 0303txt 0032" ] && cp "$x" "$TARNVALE_XFILES/Blender-$(basename "$x")"
+  done
+fi
 
 # Installed by the command into a Blender of its own home, enabled there.
 HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" "$tarnvale" blender install
