@@ -62,11 +62,16 @@ std::string_view glbJson(const std::string& bytes) {
     return std::string_view(bytes).substr(20, length);
 }
 
+// The whole file in one read: a character at a time costs a tenth of a second
+// on a scene of 30 MB.
 std::string fileBytes(const std::string& path) {
-    std::ifstream in(platform::systemPath(path), std::ios::binary);
+    std::ifstream in(platform::systemPath(path), std::ios::binary | std::ios::ate);
     if (!in) throw SceneError("cannot open the file");
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) throw SceneError("cannot read the file");
+    const std::streamoff size = in.tellg();
+    if (size < 0) throw SceneError("cannot read the file");
+    std::string bytes(static_cast<size_t>(size), '\0');
+    in.seekg(0);
+    if (!in.read(bytes.data(), size)) throw SceneError("cannot read the file");
     return bytes;
 }
 
