@@ -191,8 +191,9 @@ int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf:
     if (!report && !o.quiet && isTerminal(STDERR_FILENO)) progress = &progressLine;
     boxes.before = [&] { progressLine.clear(); };
 
-    shell::PlatformServices services{settings, *registry, boxes,       guids,   clock,
-                                     processes, *dialogs,  o.pluginDir, progress, !o.noTool};
+    platform::Workers workers(o.threads);
+    shell::PlatformServices services{settings, *registry, boxes,    guids,     clock,   processes,
+                                     *dialogs, o.pluginDir, progress, !o.noTool, &workers};
     auto plugin = shell::createTarnvale(services);
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
     progressLine.clear();
@@ -294,6 +295,8 @@ CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
     exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
     exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
+    exp->add_option("--threads", o.threads, "Threads that write the X file (default: one a core); the file is the "
+                                            "same whatever their number");
     exp->add_option_function<std::string>("--report", [&o](const std::string&) { o.jsonReport = true; },
                                           "json: report stages, boxes and the result as JSON lines on standard "
                                           "output, asking nothing")

@@ -61,6 +61,7 @@ struct ExportOptions {
     bool strict = false;  // a texture skipped fails the run
     bool jsonReport = false; // --report json on standard output; asks nothing
     bool noTool = false;     // the SDK's tool is not run
+    unsigned threads = 0;    // threads that write the X file; 0: one a core
 };
 
 // Progress on a terminal line: shown once the export has run for `delay`, at most

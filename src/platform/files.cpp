@@ -97,10 +97,10 @@ TextSink::~TextSink() {
     std::fclose(file_);
 }
 
-void TextSink::openString(std::string& target) {
+void TextSink::openString(std::string& target, size_t bufferBytes) {
     if (isOpen()) close();
     string_ = &target;
-    buffer_.resize(kSinkBuffer);
+    buffer_.resize(bufferBytes);
     used_ = flushed_ = lineStart_ = 0;
 }
 

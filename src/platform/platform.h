@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <memory>
+#include <thread>
 #include <vector>
 
 namespace tarnvale::platform {
@@ -72,8 +74,9 @@ public:
 
     // Creates or empties the file; fails with the system's error text.
     void open(const std::string& path);
-    // Writes into `target` instead of a file (shown text, tests).
-    void openString(std::string& target);
+    // Writes into `target` instead of a file (shown text, a part of a file made on
+    // another thread), through a buffer of that many bytes.
+    void openString(std::string& target, size_t bufferBytes = size_t(1) << 20);
     // UTF-8 text, written in Windows-1252.
     void write(std::string_view text);
     // Bytes written as they are (ASCII numbers, template text).
@@ -270,6 +273,27 @@ class Progress {
 public:
     virtual ~Progress() = default;
     virtual void report(const std::string& stage, double share) = 0;
+};
+
+// ---- Threads ----------------------------------------------------------------------
+
+// Threads for parallel loops, the caller's own among them; made once, they wait
+// between loops. One thread runs every job on the caller's.
+class Workers {
+public:
+    explicit Workers(unsigned threads = 0); // 0: one a core
+    ~Workers();
+    Workers(const Workers&) = delete;
+    Workers& operator=(const Workers&) = delete;
+    unsigned count() const { return static_cast<unsigned>(helpers_.size()) + 1; }
+    // Runs job(i) for every i below `jobs` on all threads and returns when all are
+    // done; rethrows the first failure of a job, after which others may be skipped.
+    void forEach(size_t jobs, const std::function<void(size_t)>& job);
+
+private:
+    struct Shared;
+    std::unique_ptr<Shared> shared_;
+    std::vector<std::thread> helpers_;
 };
 
 // ---- Processes --------------------------------------------------------------------

@@ -81,6 +81,8 @@ struct PlatformServices {
     // Whether the SDK's tool runs on the files written (a program around the
     // command may leave that to its user).
     bool runTool = true;
+    // Threads that format the X file's long runs of numbers; none: one thread.
+    platform::Workers* workers = nullptr;
 };
 
 // ---- modTypes: registry read and launch ----------------------------------------------

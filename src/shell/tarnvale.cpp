@@ -136,7 +136,8 @@ void Tarnvale::pExportFSX(std::string& strOutputFile, SGObjectPtr& group) {
                                lAttachFieldId,
                                [this](const std::string& text) { AppendStatus(text); },
                                sys_.clock,
-                               sys_.progress};
+                               sys_.progress,
+                               sys_.workers};
     xfile::XFileExporter(fields).pExportFSX(strOutputFile, group);
 }
 

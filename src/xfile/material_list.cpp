@@ -1,6 +1,8 @@
 // The MeshMaterialList of a mesh: materials by first use, each written in full.
 #include "xfile/xfile.h"
 
+#include <algorithm>
+
 #include <charconv>
 #include <cstring>
 
@@ -71,11 +73,13 @@ void XFileExporter::pWriteMaterialList(const SGShapePtr& shape, TextSink& file, 
     file.writeRaw("MeshMaterialList {\r\n" + plainNumber(materialCount) + ";        // " +
                   paddedNumber(materialCount) + "Materials\r\n" + plainNumber(triangleCount) + ";  // " +
                   paddedNumber(triangleCount) + "faces with materials\r\n");
-    char buf[16];
-    for (size_t i = 0; i < faceMaterials.size(); ++i) {
-        if (i > 0) file.writeRaw(",\r\n");
-        file.writeRaw(std::string_view(buf, std::to_chars(buf, buf + sizeof buf, faceMaterials[i]).ptr - buf));
-    }
+    writeInChunks(file, f_.workers, faceMaterials.size(), [&](size_t first, size_t end, TextSink& out) {
+        for (size_t i = first; i < end; ++i) {
+            char* p = out.claim(16);
+            if (i > 0) p = std::copy_n(",\r\n", 3, p);
+            out.commit(std::to_chars(p, p + 13, faceMaterials[i]).ptr);
+        }
+    });
     file.writeRaw(";\r\n");
     for (int32_t i = 0; i < materialCount; ++i) {
         materials[i]->SetName("mtl_" + meshName + "_" + plainNumber(i));

@@ -2,10 +2,8 @@
 #include "xfile/xfile.h"
 
 #include <charconv>
-#include <cstring>
-
-#include <charconv>
 #include <cmath>
+#include <cstring>
 #include <unordered_map>
 
 namespace tarnvale::xfile {
@@ -33,20 +31,22 @@ private:
 
 // A list of (x, y, z) records: "x; y; z;" each, joined by "," and a line end.
 template <typename Record>
-void writeTriples(TextSink& file, const std::vector<Record>& records, int32_t count) {
-    LineBuffer line(file);
-    for (int32_t i = 0; i < count; ++i) {
-        line.begin();
-        if (i > 0) line.raw(",\r\n");
-        const Record& r = records[static_cast<size_t>(i)];
-        line.real(r.x);
-        line.raw("; ");
-        line.real(r.y);
-        line.raw("; ");
-        line.real(r.z);
-        line.raw(";");
-        line.end();
-    }
+void writeTriples(TextSink& file, platform::Workers* workers, const std::vector<Record>& records, int32_t count) {
+    writeInChunks(file, workers, static_cast<size_t>(count), [&](size_t first, size_t end, TextSink& out) {
+        LineBuffer line(out);
+        for (size_t i = first; i < end; ++i) {
+            line.begin();
+            if (i > 0) line.raw(",\r\n");
+            const Record& r = records[i];
+            line.real(r.x);
+            line.raw("; ");
+            line.real(r.y);
+            line.raw("; ");
+            line.real(r.z);
+            line.raw(";");
+            line.end();
+        }
+    });
 }
 
 const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
@@ -56,27 +56,42 @@ const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
 
 // The fans of all polygons, " 3;a,b,c;" each, with the vertex (offset 0) or the
 // normal (offset 1) indices of the corners.
-void writeTriangleList(TextSink& file, int32_t polygonCount, const std::vector<int32_t>& stream, int offset) {
-    LineBuffer line(file);
-    size_t p = 0;
-    bool first = true;
-    for (int32_t poly = 0; poly < polygonCount; ++poly) {
+void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polygonCount,
+                       const std::vector<int32_t>& stream, int offset) {
+    // Where each chunk's polygons start in the stream, and whether a triangle (and
+    // so a separator) comes before them.
+    const size_t polygons = static_cast<size_t>(std::max(polygonCount, 0));
+    std::vector<size_t> start((polygons + kChunkItems - 1) / kChunkItems + 1);
+    std::vector<char> written(start.size());
+    for (size_t poly = 0, p = 0; poly < polygons; ++poly) {
+        if (poly % kChunkItems == 0) start[poly / kChunkItems] = p;
         const int32_t n = entry(stream, p);
-        for (int32_t j = 0; j <= n - 3; ++j) {
-            line.begin();
-            if (!first) line.raw(",\r\n");
-            first = false;
-            line.raw(" 3;");
-            line.plain(entry(stream, p + 1 + offset));
-            line.raw(",");
-            line.plain(entry(stream, p + 1 + 2 * (j + 1) + offset));
-            line.raw(",");
-            line.plain(entry(stream, p + 1 + 2 * (j + 2) + offset));
-            line.raw(";");
-            line.end();
-        }
+        if (n >= 3) written[poly / kChunkItems + 1] = 1;
         p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
     }
+    for (size_t c = 1; c < written.size(); ++c) written[c] = written[c] || written[c - 1];
+    writeInChunks(file, workers, polygons, [&](size_t firstPolygon, size_t end, TextSink& out) {
+        LineBuffer line(out);
+        size_t p = start[firstPolygon / kChunkItems];
+        bool first = !written[firstPolygon / kChunkItems];
+        for (size_t poly = firstPolygon; poly < end; ++poly) {
+            const int32_t n = entry(stream, p);
+            for (int32_t j = 0; j <= n - 3; ++j) {
+                line.begin();
+                if (!first) line.raw(",\r\n");
+                first = false;
+                line.raw(" 3;");
+                line.plain(entry(stream, p + 1 + offset));
+                line.raw(",");
+                line.plain(entry(stream, p + 1 + 2 * (j + 1) + offset));
+                line.raw(",");
+                line.plain(entry(stream, p + 1 + 2 * (j + 2) + offset));
+                line.raw(";");
+                line.end();
+            }
+            p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
+        }
+    });
 }
 
 } // namespace
@@ -144,18 +159,17 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
         throw Failure(err::kSubscript, "Subscript out of range: mesh arrays");
 
     const std::string name = platform::toWindows1252(meshName);
-    LineBuffer line(file);
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
     const int32_t polygonCount = shape->GetPolygonCount();
-    writeTriples(file, a.vertices, a.vertexCount);
+    writeTriples(file, f_.workers, a.vertices, a.vertexCount);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.2);
 
     const int32_t triangleCount = pCountTriangles(polygonCount, a.polygons);
     file.writeRaw(plainNumber(triangleCount) + ";  // ***** " + name + " has " + paddedNumber(triangleCount) +
                   "faces\r\n");
-    writeTriangleList(file, polygonCount, a.polygons, 0);
+    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 0);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.4);
 
@@ -164,10 +178,10 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
 
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
-    writeTriples(file, a.normals, a.normalCount);
+    writeTriples(file, f_.workers, a.normals, a.normalCount);
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
-    writeTriangleList(file, polygonCount, a.polygons, 1);
+    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 1);
     file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
     meshProgress(polygonCount, 0.8);
 
@@ -191,15 +205,18 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     const float shiftU = -std::floor(minU), shiftV = -std::floor(minV);
     file.writeRaw("MeshTextureCoords {\r\n" + plainNumber(a.vertexCount) + ";      // " +
                   paddedNumber(a.vertexCount) + " uv pairs\r\n");
-    for (int32_t i = 0; i < a.vertexCount; ++i) {
-        line.begin();
-        if (i > 0) line.raw(",\r\n");
-        line.real(a.vertices[i].u + shiftU);
-        line.raw("; ");
-        line.real(a.vertices[i].v + shiftV);
-        line.raw(";");
-        line.end();
-    }
+    writeInChunks(file, f_.workers, static_cast<size_t>(a.vertexCount), [&](size_t first, size_t end, TextSink& out) {
+        LineBuffer pairs(out);
+        for (size_t i = first; i < end; ++i) {
+            pairs.begin();
+            if (i > 0) pairs.raw(",\r\n");
+            pairs.real(a.vertices[i].u + shiftU);
+            pairs.raw("; ");
+            pairs.real(a.vertices[i].v + shiftV);
+            pairs.raw(";");
+            pairs.end();
+        }
+    });
     file.writeRaw(";\r\n\r\n} // end mesh text coords " + name + "\r\n} // end mesh " + name + "\r\n");
     meshProgress(polygonCount, 1.0);
 }

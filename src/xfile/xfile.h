@@ -142,7 +142,19 @@ struct XFileContext {
     std::function<void(const std::string&)> AppendStatus;
     platform::Clock& clock;
     platform::Progress* progress = nullptr;
+    // Threads that format the long runs of numbers; none: the caller's alone.
+    platform::Workers* workers = nullptr;
 };
+
+// Items a chunk of writeInChunks holds.
+inline constexpr size_t kChunkItems = 4096;
+
+// Writes the items [0, count) as format(first, end, sink) writes them. With
+// workers, chunks of kChunkItems (the last maybe shorter) are formatted on all
+// threads into buffers of their own and appended in order, so the file reads as
+// one thread writes it.
+void writeInChunks(TextSink& file, platform::Workers* workers, size_t count,
+                   const std::function<void(size_t, size_t, TextSink&)>& format);
 
 class XFileExporter {
 public:
