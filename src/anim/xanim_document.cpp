@@ -7,7 +7,7 @@ std::string xanimPath(const std::string& exportFileName) { return exportFileName
 
 void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
     if (!cgExportGroup) throw Failure(err::kObjectNotSet, "Object variable not set: no export group");
-    f_.xmlAnim = std::make_shared<XmlDocument>();
+    f_.xmlAnim = std::make_shared<XmlDocument>(platform::XmlStorage::compact);
     XmlDocument& doc = *f_.xmlAnim;
     doc.appendProcessingInstruction("xml", "version=\"1.0\"");
     XmlElement root = doc.createElement("AnimLib");

@@ -4,6 +4,7 @@
 
 #include "host/host.h"
 #include "platform/platform.h"
+#include "platform/xml_compact.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -138,6 +139,7 @@ bool serialise(xmlDoc* doc, xmlOutputWriteCallback write, void* context, bool in
 
 struct XmlAccess {
     static XmlElement wrap(xmlNode* n) { return XmlElement(n); }
+    static XmlElement wrap(CompactTree* t, uint32_t id) { return XmlElement(t, id); }
 };
 
 namespace {
@@ -157,16 +159,107 @@ std::vector<XmlElement> selectFrom(xmlNode* from, const std::string& path) {
     return out;
 }
 
+// The same walk in a compact tree, from the elements `level` holds.
+std::vector<XmlElement> selectFrom(CompactTree& t, std::vector<uint32_t> level, const std::vector<std::string>& parts,
+                                   size_t first) {
+    for (size_t p = first; p < parts.size(); ++p) {
+        std::vector<uint32_t> next;
+        for (uint32_t n : level)
+            for (uint32_t c = t.firstChild(n); c != CompactTree::kNone; c = t.next(c))
+                if (!t.isText(c) && t.name(c) == parts[p]) next.push_back(c);
+        level = std::move(next);
+    }
+    std::vector<XmlElement> out;
+    out.reserve(level.size());
+    for (uint32_t n : level) out.push_back(XmlAccess::wrap(&t, n));
+    return out;
+}
+
+// A copy of a compact element and all it holds in the library's tree, without
+// recursion: trees may be deep.
+xmlNode* toLibrary(const CompactTree& t, uint32_t top, xmlDoc* doc) {
+    auto copy = [&](uint32_t id) {
+        if (t.isText(id)) {
+            const std::string text = t.text(id);
+            return xmlNewDocTextLen(doc, xml(text), static_cast<int>(text.size()));
+        }
+        xmlNode* n = xmlNewDocNode(doc, nullptr, xml(t.name(id)), nullptr);
+        if (n)
+            t.forEachAttribute(id, [&](const std::string& name, std::string_view value) {
+                xmlSetProp(n, xml(name), xml(std::string(value)));
+            });
+        return n;
+    };
+    xmlNode* result = copy(top);
+    if (!result) throw Failure(7, "Out of memory");
+    std::vector<std::pair<uint32_t, xmlNode*>> pending{{top, result}};
+    while (!pending.empty()) {
+        auto [id, node] = pending.back();
+        pending.pop_back();
+        for (uint32_t c = t.firstChild(id); c != CompactTree::kNone; c = t.next(c)) {
+            xmlNode* made = copy(c);
+            if (!made || !xmlAddChild(node, made)) {
+                if (made) xmlFreeNode(made);
+                xmlFreeNode(result);
+                throw Failure(7, "Out of memory");
+            }
+            pending.emplace_back(c, made);
+        }
+    }
+    return result;
+}
+
+// The reverse, for a document loaded into compact storage.
+uint32_t fromLibrary(CompactTree& t, xmlNode* top) {
+    const uint32_t result = t.create(qualifiedName(top));
+    std::vector<std::pair<xmlNode*, uint32_t>> pending{{top, result}};
+    while (!pending.empty()) {
+        auto [node, id] = pending.back();
+        pending.pop_back();
+        for (xmlAttr* a = node->properties; a; a = a->next) {
+            std::string name = str(a->name);
+            if (a->ns && a->ns->prefix) name = str(a->ns->prefix) + ":" + name;
+            xmlChar* value = xmlNodeListGetString(node->doc, a->children, 1);
+            t.setAttribute(id, name, str(value));
+            xmlFree(value);
+        }
+        for (xmlNode* c = node->children; c; c = c->next) {
+            if (c->type == XML_ELEMENT_NODE) {
+                const uint32_t made = t.create(qualifiedName(c));
+                t.append(id, made);
+                pending.emplace_back(c, made);
+            } else if (c->type == XML_TEXT_NODE || c->type == XML_CDATA_SECTION_NODE ||
+                       c->type == XML_ENTITY_REF_NODE) {
+                xmlChar* content = xmlNodeGetContent(c);
+                t.append(id, t.createText(str(content)));
+                xmlFree(content);
+            }
+        }
+    }
+    return result;
+}
+
 } // namespace
 
 struct XmlDocument::Impl {
     xmlDoc* doc = nullptr;
+    // The elements of a compact document; its xmlDoc then keeps the declaration
+    // and the processing instructions only.
+    std::unique_ptr<CompactTree> compact;
     // The parent of elements that are not attached yet; freed with the document.
     xmlNode* scratch = nullptr;
 
     void reset(xmlDoc* fresh) {
         release();
         doc = fresh ? fresh : xmlNewDoc(BAD_CAST "1.0");
+        if (compact) {
+            compact = std::make_unique<CompactTree>();
+            if (xmlNode* root = fresh ? xmlDocGetRootElement(fresh) : nullptr) {
+                compact->setRoot(fromLibrary(*compact, root));
+                xmlUnlinkNode(root);
+                xmlFreeNode(root);
+            }
+        }
         scratch = xmlNewDocNode(doc, nullptr, BAD_CAST "scratch", nullptr);
         if (!doc || !scratch) throw Failure(7, "Out of memory");
     }
@@ -178,13 +271,42 @@ struct XmlDocument::Impl {
         doc = nullptr;
     }
     ~Impl() { release(); }
+
+    // Serialises the document as the library writes it; a compact tree with
+    // nothing the library would write otherwise goes straight to `write`.
+    bool serialiseDocument(xmlOutputWriteCallback write, void* context, bool indent) {
+        if (!compact) return serialise(doc, write, context, indent);
+        if (!doc->encoding && !doc->children && !compact->holdsText()) {
+            bool failed = false;
+            compact->serialise(str(doc->version ? doc->version : BAD_CAST "1.0"), indent,
+                               [&](const char* bytes, size_t length) {
+                                   if (!failed && write(context, bytes, static_cast<int>(length)) < 0) failed = true;
+                               });
+            return !failed;
+        }
+        // The rest through the library, on a copy that lives while it is written.
+        xmlNode* root = compact->root() == CompactTree::kNone ? nullptr : toLibrary(*compact, compact->root(), doc);
+        if (root) xmlDocSetRootElement(doc, root);
+        const bool ok = serialise(doc, write, context, indent);
+        if (root) {
+            xmlUnlinkNode(root);
+            xmlFreeNode(root);
+        }
+        return ok;
+    }
 };
 
 // ---- XmlElement ---------------------------------------------------------------------
 
-std::string XmlElement::name() const { return qualifiedName(toNode(node_)); }
+CompactTree* XmlElement::compact() const { return id_ == kLibraryNode ? nullptr : static_cast<CompactTree*>(node_); }
+
+std::string XmlElement::name() const {
+    if (CompactTree* t = compact()) return t->name(id_);
+    return qualifiedName(toNode(node_));
+}
 
 std::string XmlElement::text() const {
+    if (CompactTree* t = compact()) return t->text(id_);
     xmlChar* content = xmlNodeGetContent(toNode(node_));
     std::string out = str(content);
     xmlFree(content);
@@ -192,6 +314,11 @@ std::string XmlElement::text() const {
 }
 
 void XmlElement::setText(const std::string& value) {
+    if (CompactTree* t = compact()) {
+        t->removeChildren(id_);
+        if (!value.empty()) t->append(id_, t->createText(value));
+        return;
+    }
     xmlNode* n = toNode(node_);
     while (xmlNode* c = n->children) {
         xmlUnlinkNode(c);
@@ -202,6 +329,11 @@ void XmlElement::setText(const std::string& value) {
 }
 
 std::optional<std::string> XmlElement::attribute(const std::string& name) const {
+    if (CompactTree* t = compact()) {
+        std::string value;
+        if (t->attribute(id_, name, value)) return value;
+        return std::nullopt;
+    }
     xmlNode* n = toNode(node_);
     // The attributes the element holds; defaults of a document type do not count.
     for (xmlAttr* a = n->properties; a; a = a->next) {
@@ -217,28 +349,54 @@ std::optional<std::string> XmlElement::attribute(const std::string& name) const 
 }
 
 void XmlElement::setAttribute(const std::string& name, const std::string& value) {
+    if (CompactTree* t = compact()) return t->setAttribute(id_, name, value);
     if (!xmlSetProp(toNode(node_), xml(name), xml(value))) throw Failure(5, "XML: attribute " + name + " cannot be set");
 }
 
 XmlElement XmlElement::child(const std::string& name) const {
+    if (CompactTree* t = compact()) {
+        for (uint32_t c = t->firstChild(id_); c != CompactTree::kNone; c = t->next(c))
+            if (!t->isText(c) && t->name(c) == name) return XmlElement(t, c);
+        return XmlElement();
+    }
     for (xmlNode* c = toNode(node_)->children; c; c = c->next)
         if (isElementNamed(c, name)) return XmlElement(c);
     return XmlElement();
 }
 
-std::vector<XmlElement> XmlElement::select(const std::string& path) const { return selectFrom(toNode(node_), path); }
+std::vector<XmlElement> XmlElement::select(const std::string& path) const {
+    if (CompactTree* t = compact()) return selectFrom(*t, {id_}, splitPath(path), 0);
+    return selectFrom(toNode(node_), path);
+}
 
 std::vector<XmlElement> XmlElement::childElements() const {
     std::vector<XmlElement> out;
+    if (CompactTree* t = compact()) {
+        for (uint32_t c = t->firstChild(id_); c != CompactTree::kNone; c = t->next(c))
+            if (!t->isText(c)) out.push_back(XmlElement(t, c));
+        return out;
+    }
     for (xmlNode* c = toNode(node_)->children; c; c = c->next)
         if (c->type == XML_ELEMENT_NODE) out.push_back(XmlElement(c));
     return out;
 }
 
-bool XmlElement::hasChildren() const { return toNode(node_)->children != nullptr; }
+bool XmlElement::hasChildren() const {
+    if (CompactTree* t = compact()) return t->firstChild(id_) != CompactTree::kNone;
+    return toNode(node_)->children != nullptr;
+}
 
 XmlElement XmlElement::appendChild(XmlElement child) {
-    xmlNode *parent = toNode(node_), *c = toNode(child.node_);
+    if (CompactTree* t = compact()) {
+        if (!child) throw Failure(err::kObjectNotSet, "XML: no element to append");
+        if (child.node_ != node_) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+        for (uint32_t p = id_; p != CompactTree::kNone; p = t->parent(p))
+            if (p == child.id_) throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
+        t->append(id_, child.id_);
+        return child;
+    }
+    xmlNode *parent = toNode(node_), *c = child.compact() ? nullptr : toNode(child.node_);
+    if (child.compact()) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     if (!parent || !c) throw Failure(err::kObjectNotSet, "XML: no element to append");
     if (parent->doc != c->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     for (xmlNode* p = parent; p; p = p->parent)
@@ -250,8 +408,9 @@ XmlElement XmlElement::appendChild(XmlElement child) {
 
 // ---- XmlDocument --------------------------------------------------------------------
 
-XmlDocument::XmlDocument() : impl_(std::make_unique<Impl>()) {
+XmlDocument::XmlDocument(XmlStorage storage) : impl_(std::make_unique<Impl>()) {
     initialiseLibrary();
+    if (storage == XmlStorage::compact) impl_->compact = std::make_unique<CompactTree>();
     impl_->reset(nullptr);
 }
 
@@ -295,7 +454,7 @@ void XmlDocument::save(const std::string& path, bool indent) const {
     std::FILE* f = openFile(path, "wb");
     if (!f) throw fileFailure(path, errno, true);
     FileOutput out{f};
-    const bool ok = serialise(impl_->doc, FileOutput::write, &out, indent);
+    const bool ok = impl_->serialiseDocument(FileOutput::write, &out, indent);
     const int closed = std::fclose(f);
     if (out.error || closed != 0) throw fileFailure(path, out.error ? out.error : errno ? errno : EIO, true);
     if (!ok) throw Failure(err::kFileAccess, path + ": the XML document cannot be saved in its encoding");
@@ -303,12 +462,13 @@ void XmlDocument::save(const std::string& path, bool indent) const {
 
 std::string XmlDocument::toString() const {
     std::string out;
-    if (!serialise(impl_->doc, appendToString, &out, false))
+    if (!impl_->serialiseDocument(appendToString, &out, false))
         throw Failure(err::kFileAccess, "the XML document cannot be written in its encoding");
     return out;
 }
 
 XmlElement XmlDocument::createElement(const std::string& name) {
+    if (CompactTree* t = impl_->compact.get()) return XmlElement(t, t->create(name));
     xmlNode* n = xmlNewDocNode(impl_->doc, nullptr, xml(name), nullptr);
     if (!n || !xmlAddChild(impl_->scratch, n)) throw Failure(err::kInvalidCall, "XML: element " + name + " cannot be made");
     return XmlElement(n);
@@ -340,9 +500,18 @@ void XmlDocument::appendProcessingInstruction(const std::string& target, const s
     }
 }
 
-XmlElement XmlDocument::documentElement() const { return XmlElement(xmlDocGetRootElement(impl_->doc)); }
+XmlElement XmlDocument::documentElement() const {
+    if (CompactTree* t = impl_->compact.get())
+        return t->root() == CompactTree::kNone ? XmlElement() : XmlElement(t, t->root());
+    return XmlElement(xmlDocGetRootElement(impl_->doc));
+}
 
 void XmlDocument::setDocumentElement(XmlElement element) {
+    if (CompactTree* t = impl_->compact.get()) {
+        if (element.node_ != t || !element) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+        return t->setRoot(element.id_);
+    }
+    if (element.compact()) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     xmlNode* n = toNode(element.node_);
     if (!n || n->doc != impl_->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     if (n == xmlDocGetRootElement(impl_->doc)) return;
@@ -351,6 +520,12 @@ void XmlDocument::setDocumentElement(XmlElement element) {
 }
 
 std::vector<XmlElement> XmlDocument::select(const std::string& path) const {
+    if (CompactTree* t = impl_->compact.get()) {
+        const std::vector<std::string> parts = splitPath(path);
+        if (t->root() == CompactTree::kNone || parts.empty()) return {};
+        if (t->name(t->root()) != parts[0]) return {};
+        return selectFrom(*t, {t->root()}, parts, 1);
+    }
     return selectFrom(reinterpret_cast<xmlNode*>(impl_->doc), path);
 }
 

@@ -2,6 +2,7 @@
 // XANIM document need. Nobody else includes libxml2.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,13 +10,15 @@
 
 namespace tarnvale::platform {
 
+class CompactTree;
+
 // A handle to an element; empty (false) when a lookup found nothing. Valid while
 // its document lives.
 class XmlElement {
 public:
     XmlElement() = default;
     explicit operator bool() const { return node_ != nullptr; }
-    bool operator==(const XmlElement& o) const { return node_ == o.node_; }
+    bool operator==(const XmlElement& o) const { return node_ == o.node_ && id_ == o.id_; }
 
     std::string name() const;
     // The element's whole text: its text, CDATA and entity text, comments skipped.
@@ -42,13 +45,22 @@ public:
 private:
     friend class XmlDocument;
     friend struct XmlAccess;
-    explicit XmlElement(void* node) : node_(node) {}
+    static constexpr uint32_t kLibraryNode = UINT32_MAX;
+    explicit XmlElement(void* node, uint32_t id = kLibraryNode) : node_(node), id_(id) {}
+    CompactTree* compact() const;
+    // The library's node, or the compact tree that holds element id_.
     void* node_ = nullptr;
+    uint32_t id_ = kLibraryNode;
 };
+
+// How a document keeps its elements: the XML library's tree, or a compact one of
+// our own for documents of millions of elements, which saves byte for byte as the
+// library would. Processing instructions of a compact document come before its root.
+enum class XmlStorage { library, compact };
 
 class XmlDocument {
 public:
-    XmlDocument();
+    explicit XmlDocument(XmlStorage storage = XmlStorage::library);
     ~XmlDocument();
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
