@@ -209,6 +209,9 @@ struct Rig {
     platform::FixedClock clock;
     RecordingProcesses processes;
     ScriptedDialogs dialogs;
+    // Three threads on chunks of two items: every mesh of the tests is written in
+    // parts, which must join into the file one thread writes.
+    platform::Workers workers{3, 2};
     std::shared_ptr<scene::MemoryScene> scene = scene::MemoryScene::create("Scene Root");
 
     Rig() {
@@ -218,7 +221,7 @@ struct Rig {
         guids.next.push_back({0x0123ABCD, 0x0A0B, 0x4C0D, {0x8E, 0x0F, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06}});
     }
     shell::PlatformServices services() {
-        return {settings, registry, boxes, guids, clock, processes, dialogs, pluginFolder};
+        return {settings, registry, boxes, guids, clock, processes, dialogs, pluginFolder, nullptr, true, &workers};
     }
     std::unique_ptr<shell::Tarnvale> plugin() { return shell::createTarnvale(services()); }
     // Exports `group` (the root by default) to `file` in the rig's folder.

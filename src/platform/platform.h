@@ -278,14 +278,16 @@ public:
 // ---- Threads ----------------------------------------------------------------------
 
 // Threads for parallel loops, the caller's own among them; made once, they wait
-// between loops. One thread runs every job on the caller's.
+// between loops. One thread runs every job on the caller's. `grain`: the items a
+// job of a long run takes (the tests make it small, so that small scenes split).
 class Workers {
 public:
-    explicit Workers(unsigned threads = 0); // 0: one a core
+    explicit Workers(unsigned threads = 0, size_t grain = 4096); // 0: one a core
     ~Workers();
     Workers(const Workers&) = delete;
     Workers& operator=(const Workers&) = delete;
     unsigned count() const { return static_cast<unsigned>(helpers_.size()) + 1; }
+    size_t grain() const { return grain_; }
     // Runs job(i) for every i below `jobs` on all threads and returns when all are
     // done; rethrows the first failure of a job, after which others may be skipped.
     void forEach(size_t jobs, const std::function<void(size_t)>& job);
@@ -294,6 +296,7 @@ private:
     struct Shared;
     std::unique_ptr<Shared> shared_;
     std::vector<std::thread> helpers_;
+    size_t grain_;
 };
 
 // ---- Processes --------------------------------------------------------------------

@@ -35,7 +35,7 @@ struct Workers::Shared {
     }
 };
 
-Workers::Workers(unsigned threads) : shared_(std::make_unique<Shared>()) {
+Workers::Workers(unsigned threads, size_t grain) : shared_(std::make_unique<Shared>()), grain_(std::max<size_t>(grain, 1)) {
     if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
     for (unsigned t = 1; t < threads; ++t)
         helpers_.emplace_back([s = shared_.get()] {

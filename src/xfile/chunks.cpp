@@ -9,7 +9,8 @@ namespace tarnvale::xfile {
 
 void writeInChunks(TextSink& file, platform::Workers* workers, size_t count,
                    const std::function<void(size_t, size_t, TextSink&)>& format) {
-    const size_t chunks = (count + kChunkItems - 1) / kChunkItems;
+    const size_t grain = chunkItems(workers);
+    const size_t chunks = (count + grain - 1) / grain;
     if (!workers || workers->count() < 2 || chunks < 2) {
         format(0, count, file);
         return;
@@ -20,11 +21,11 @@ void writeInChunks(TextSink& file, platform::Workers* workers, size_t count,
     for (size_t first = 0; first < chunks; first += wave) {
         const size_t inWave = std::min(wave, chunks - first);
         workers->forEach(inWave, [&](size_t i) {
-            const size_t begin = (first + i) * kChunkItems;
+            const size_t begin = (first + i) * grain;
             texts[i].clear();
             TextSink part;
             part.openString(texts[i], 64 * 1024);
-            format(begin, std::min(count, begin + kChunkItems), part);
+            format(begin, std::min(count, begin + grain), part);
             part.close();
         });
         for (size_t i = 0; i < inWave; ++i) file.writeRaw(texts[i]);

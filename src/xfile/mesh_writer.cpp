@@ -61,19 +61,20 @@ void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polyg
     // Where each chunk's polygons start in the stream, and whether a triangle (and
     // so a separator) comes before them.
     const size_t polygons = static_cast<size_t>(std::max(polygonCount, 0));
-    std::vector<size_t> start((polygons + kChunkItems - 1) / kChunkItems + 1);
+    const size_t grain = chunkItems(workers);
+    std::vector<size_t> start((polygons + grain - 1) / grain + 1);
     std::vector<char> written(start.size());
     for (size_t poly = 0, p = 0; poly < polygons; ++poly) {
-        if (poly % kChunkItems == 0) start[poly / kChunkItems] = p;
+        if (poly % grain == 0) start[poly / grain] = p;
         const int32_t n = entry(stream, p);
-        if (n >= 3) written[poly / kChunkItems + 1] = 1;
+        if (n >= 3) written[poly / grain + 1] = 1;
         p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
     }
     for (size_t c = 1; c < written.size(); ++c) written[c] = written[c] || written[c - 1];
     writeInChunks(file, workers, polygons, [&](size_t firstPolygon, size_t end, TextSink& out) {
         LineBuffer line(out);
-        size_t p = start[firstPolygon / kChunkItems];
-        bool first = !written[firstPolygon / kChunkItems];
+        size_t p = start[firstPolygon / grain];
+        bool first = !written[firstPolygon / grain];
         for (size_t poly = firstPolygon; poly < end; ++poly) {
             const int32_t n = entry(stream, p);
             for (int32_t j = 0; j <= n - 3; ++j) {

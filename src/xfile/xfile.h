@@ -147,10 +147,10 @@ struct XFileContext {
 };
 
 // Items a chunk of writeInChunks holds.
-inline constexpr size_t kChunkItems = 4096;
+inline size_t chunkItems(const platform::Workers* workers) { return workers ? workers->grain() : 4096; }
 
 // Writes the items [0, count) as format(first, end, sink) writes them. With
-// workers, chunks of kChunkItems (the last maybe shorter) are formatted on all
+// workers, chunks of chunkItems (the last maybe shorter) are formatted on all
 // threads into buffers of their own and appended in order, so the file reads as
 // one thread writes it.
 void writeInChunks(TextSink& file, platform::Workers* workers, size_t count,

@@ -4,7 +4,7 @@
 #include "editor/scripted.h"
 #include "gltf/gltf.h"
 #include "gltf/gltf_builder.h"
-
+#include "../bench/glb_writer.h"
 
 namespace tarnvale::test {
 namespace {
@@ -114,6 +114,41 @@ TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
     EXPECT_EQ(kept["name"], "Club");
     EXPECT_EQ(kept["guid"].get<std::string>().size(), 36u);
     EXPECT_EQ(none, json({{"name", nullptr}, {"guid", nullptr}}));
+}
+
+// Big scenes, where every run of numbers splits into many parts: one thread or
+// several, the files are the same to the byte.
+TEST(Command, AnyNumberOfThreadsWritesTheSameFiles) {
+    TempDir d;
+    bench::writeGridGlb(d.file("1m.glb"), 1000000, 20, 50, true);
+    bench::writeGridGlb(d.file("4m.glb"), 4000000, 20, 50, true);
+    // The same lines, but for the time of the export.
+    auto same = [](const std::string& a, const std::string& b) {
+        std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
+        std::string p, q;
+        while (true) {
+            const bool more = bool(std::getline(x, p)), other = bool(std::getline(y, q));
+            if (more != other) return false;
+            if (!more) return true;
+            if (p != q && p.rfind("// Exported ", 0) != 0) return false;
+        }
+    };
+    for (const std::string& scene : {example(), d.file("1m.glb"), d.file("4m.glb")}) {
+        for (const char* threads : {"1", "2", "5"}) {
+            // Each in a folder of its own, beside the same sidecar: the same GUID.
+            const std::string out = d.folder(threads) + "/m.x";
+            if (threads != std::string("1")) fs::copy_file(d.file("1/m.config"), d.file(threads + std::string("/m.config")));
+            ASSERT_EQ(tarnvale("export \"" + scene + "\" -o " + out + " --yes --quiet --no-tool --threads " + threads, d).code, 0)
+                << scene;
+        }
+        for (const char* threads : {"2", "5"})
+            for (const char* kind : {"/m.x", "/m.xanim"})
+                EXPECT_TRUE(same(d.file(std::string("1") + kind), d.file(threads + std::string(kind))))
+                    << scene << " on " << threads << " threads: " << kind;
+        EXPECT_GT(fs::file_size(d.file("1/m.x")), 1000u);
+        EXPECT_GT(fs::file_size(d.file("1/m.xanim")), 100u);
+        for (const char* threads : {"1", "2", "5"}) fs::remove_all(d.file(threads));
+    }
 }
 
 TEST(Command, AtATerminalTheDialogAsksForTheName) {

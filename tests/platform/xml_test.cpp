@@ -156,13 +156,17 @@ TEST(Xml, CompactDocumentsReadAndSaveAsTheLibrarysDo) {
         const XmlStorage storages[] = {XmlStorage::library, XmlStorage::compact};
         for (int k = 0; k < 2; ++k) {
             XmlDocument doc(storages[k]);
-            if (!r.load.empty()) ASSERT_TRUE(doc.loadText(r.load)) << r.what;
+            if (!r.load.empty()) {
+                ASSERT_TRUE(doc.loadText(r.load)) << r.what;
+            }
             r.steps(doc);
             texts[k] = doc.toString();
             doc.save(d.file("s.xml"), true);
             files[k] = test::readFile(d.file("s.xml"));
         }
-        if (!r.text.empty()) EXPECT_EQ(texts[0], r.text) << r.what;
+        if (!r.text.empty()) {
+            EXPECT_EQ(texts[0], r.text) << r.what;
+        }
         EXPECT_EQ(texts[1], texts[0]) << r.what;
         EXPECT_EQ(files[1], files[0]) << r.what;
     }

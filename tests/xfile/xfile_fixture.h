@@ -19,10 +19,12 @@ struct XFileFixture {
     int32_t attachField = scene->fields().addObject("FS10att");
     std::string status;
     platform::FixedClock clock;
+    // A polygon a part, on three threads: the parts must join as one thread writes.
+    platform::Workers workers{3, 1};
 
     xfile::XFileContext context() {
         return {templateFile, exportGroup, sceneGraph, friendlyName, guid, bones, materialField, attachField,
-                [this](const std::string& t) { status += t; }, clock};
+                [this](const std::string& t) { status += t; }, clock, nullptr, &workers};
     }
 
     // Expands `templateText` for `group` and gives the output file's bytes.
