@@ -17,9 +17,6 @@
 #include <chrono>
 #include <filesystem>
 #include <unistd.h>
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 namespace tarnvale::app {
 
@@ -115,11 +112,6 @@ std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform:
         say("error", "cannot read " + o.scene + ": " + e.what());
         return std::nullopt;
     }
-    // The reader's scratch (the file, its JSON, its buffers) is freed by now; hand
-    // those pages back before the export needs its own.
-#ifdef __GLIBC__
-    ::malloc_trim(0);
-#endif
     if (!o.quiet)
         for (const auto& w : loaded->warnings) say("warning", o.scene + ": " + w);
     return loaded;

@@ -23,5 +23,17 @@ int main() {
     return tarnvale::app::run(argc, argv.data());
 }
 #else
-int main(int argc, char** argv) { return tarnvale::app::run(argc, argv); }
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+int main(int argc, char** argv) {
+#ifdef __GLIBC__
+    // The export allocates and frees arrays of tens of megabytes: kept in the heap
+    // and used again, not mapped and zeroed anew by the system each time.
+    ::mallopt(M_MMAP_THRESHOLD, 256 << 20);
+    ::mallopt(M_TRIM_THRESHOLD, 256 << 20);
+#endif
+    return tarnvale::app::run(argc, argv);
+}
 #endif
