@@ -1,32 +1,51 @@
 #!/usr/bin/env bash
 # End to end, side by side: `tarnvale export` of a generated .glb against
-# `assimp export` of the same file to .x (Debian's assimp-utils). Prints wall
-# time and peak memory of each. Usage: bench/e2e.sh [TRIANGLES] [MATERIALS]
+# `assimp export` of the same file to .x (Debian's assimp-utils), run in turn
+# PAIRS times so that both see the same load. Prints the median wall time, the
+# range and the peak memory of each, and the ratio of the medians.
+# Usage: bench/e2e.sh [TRIANGLES] [MATERIALS] [NODES] [PAIRS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 triangles="${1:-1000000}"
 materials="${2:-20}"
-scripts/setup.sh assimp-utils time bc
+nodes="${3:-50}"
+pairs="${4:-7}"
+scripts/setup.sh assimp-utils time
 cmake -S . -B build-bench -G Ninja -DTARNVALE_BENCH=ON -DTARNVALE_TESTS=OFF -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build-bench --target tarnvale make_grid_glb >/dev/null
 
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
-./build-bench/bench/make_grid_glb "$work/grid.glb" "$triangles" "$materials" >/dev/null
+./build-bench/bench/make_grid_glb "$work/grid.glb" "$triangles" "$materials" "$nodes" animated >/dev/null
 glb_bytes=$(stat -c %s "$work/grid.glb")
+echo "scene: $triangles triangles, $materials materials, $nodes animated nodes; .glb of $((glb_bytes / 1048576)) MiB; $(nproc) cores"
 
-measure() { # label, command...
-  local label="$1"; shift
-  /usr/bin/time -f "%e %M" -o "$work/time.txt" "$@" >/dev/null 2>&1 || true
-  read -r seconds kib < "$work/time.txt"
-  printf '%-10s %8.2f s %10.1f MB peak\n' "$label" "$seconds" "$(echo "$kib / 1024" | bc -l)"
-  echo "$seconds $kib"
-}
+# Two folders sharing one sidecar, so that both files carry the same GUID.
+mkdir -p "$work/n" "$work/1"
+./build-bench/bin/tarnvale export "$work/grid.glb" -o "$work/n/m.x" --yes --quiet --no-tool >/dev/null 2>&1
+cp "$work/n/m.config" "$work/1/"
+declare -A cmd=(
+  [tarnvale]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/n/m.x --yes --quiet"
+  [tarnvale-1]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/1/m.x --yes --quiet --threads 1"
+  [assimp]="assimp export $work/grid.glb $work/a.x"
+)
+order=(tarnvale tarnvale-1 assimp)
+for ((i = 0; i < pairs; i++)); do
+  for name in "${order[@]}"; do
+    /usr/bin/time -f "%e %M" -a -o "$work/$name.runs" ${cmd[$name]} >/dev/null 2>&1 || true
+  done
+done
 
-echo "scene: $triangles triangles over $materials materials, .glb of $((glb_bytes / 1048576)) MB"
-t=$(measure tarnvale ./build-bench/bin/tarnvale export "$work/grid.glb" -o "$work/tarnvale.x" --yes --quiet | tee /dev/stderr | tail -1)
-a=$(measure assimp assimp export "$work/grid.glb" "$work/assimp.x" | tee /dev/stderr | tail -1)
-read -r ts tk <<<"$t"
-read -r as ak <<<"$a"
-echo "tarnvale is $(echo "$as / $ts" | bc -l | cut -c1-5)x faster; its peak memory is $(echo "$tk * 1024 / $glb_bytes" | bc -l | cut -c1-4)x the .glb"
-echo "X file sizes: tarnvale $(stat -c %s "$work/tarnvale.x") bytes, assimp $(stat -c %s "$work/assimp.x") bytes"
+declare -A median
+for name in "${order[@]}"; do
+  read -r median[$name] line < <(sort -n "$work/$name.runs" | awk -v g="$glb_bytes" '
+    { t[NR] = $1; if ($2 > peak) peak = $2 }
+    END { m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2;
+          printf "%s %.2f s median (%.2f to %.2f), peak %.0f MiB = %.2f x the .glb\n",
+                 m, m, t[1], t[NR], peak / 1024, peak * 1024 / g }')
+  printf '%-11s %s\n' "$name" "$line"
+done
+awk -v a="${median[assimp]}" -v t="${median[tarnvale]}" -v o="${median[tarnvale-1]}" 'BEGIN {
+  printf "tarnvale is %.1f x faster than assimp (%.1f x on one thread) over %d pairs\n", a / t, a / o, '"$pairs"' }'
+diff <(grep -av '^// Exported' "$work/n/m.x") <(grep -av '^// Exported' "$work/1/m.x") >/dev/null \
+  && echo "X files of one thread and of $(nproc): the same" || echo "X files of one thread and of $(nproc): DIFFER"
