@@ -112,14 +112,16 @@ std::string IniSettings::getSetting(const std::string& application, const std::s
                                     const std::string& key, const std::string& defaultValue) {
     // Sections and keys match ignoring case, as the platform's store does; lines may
     // be of any length. The first entry of a key counts.
-    std::ifstream in(systemPath(path_), std::ios::binary);
-    if (!in) return defaultValue;
+    std::ifstream file(systemPath(path_), std::ios::binary);
+    if (!file) return defaultValue;
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    // Saved by a Windows editor the file may be UTF-16 or 8-bit; read as the .reg files are.
+    std::istringstream in(decodeTextFile(bytes.str()));
     const std::string wanted = application + "\\" + section;
-    bool inSection = false, first = true;
+    bool inSection = false;
     std::string line;
     while (std::getline(in, line)) {
-        if (first && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
-        first = false;
         const std::string t = trim(line);
         if (t.empty() || t[0] == ';' || t[0] == '#') continue;
         if (t[0] == '[') {

@@ -88,13 +88,18 @@ TEST(TextSource, LineEndsOfEveryKindAndFilesThatCannotBeRead) {
 TEST(IniSettings, SectionsAndKeysIgnoreCaseAndLinesHaveNoLimit) {
     TempDir d;
     const std::string longPath = "C:\\" + std::string(500, 'p') + "\\Tarnvale.X";
-    test::writeFile(d.file("s.ini"), "; comment\r\n[morvaneplugin\\TARNVALE]\r\nfieldid=Mine\r\nApplication = \"tool.exe\"\r\n"
-                                     "FieldId=Second\r\nTemplate=" + longPath + "\r\n[Other]\r\nAttachId=no\r\n");
-    IniSettings s(d.file("s.ini"));
-    const std::pair<const char*, std::string> rows[] = {
-        {"FieldId", "Mine"}, {"Application", "tool.exe"}, {"AttachId", "FS10att"}, {"Template", longPath}};
-    for (const auto& [key, value] : rows)
-        EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", key, "FS10att"), value) << key;
+    const std::string text = "; comment\r\n[morvaneplugin\\TARNVALE]\r\nfieldid=Mine\r\nApplication = \"tool.exe\"\r\n"
+                             "FieldId=Second\r\nTemplate=" + longPath + "\r\n[Other]\r\nAttachId=no\r\n";
+    std::string utf16 = "\xFF\xFE"; // as a Windows editor saves "Unicode"
+    for (char c : text) utf16 += c, utf16 += '\0';
+    for (const std::string& file : {"\xEF\xBB\xBF" + text, utf16}) {
+        test::writeFile(d.file("s.ini"), file);
+        IniSettings s(d.file("s.ini"));
+        const std::pair<const char*, std::string> rows[] = {
+            {"FieldId", "Mine"}, {"Application", "tool.exe"}, {"AttachId", "FS10att"}, {"Template", longPath}};
+        for (const auto& [key, value] : rows)
+            EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", key, "FS10att"), value) << key;
+    }
     IniSettings missing(d.file("none.ini"));
     EXPECT_EQ(missing.getSetting("MorvanePlugin", "Tarnvale", "FieldId", "FS10"), "FS10");
 }
