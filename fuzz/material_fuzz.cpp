@@ -1,7 +1,9 @@
-// Fuzzes the material text form: any text is read without a crash, and what is
-// read writes a block and a text form that reads back to the same text form.
+// Fuzzes the material text form and the .FSXMat file: any text is read without a
+// crash, and what is read writes a block and a text form that reads back to the
+// same text form.
 #include "material/material.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <unistd.h>
@@ -11,6 +13,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const std::string path =
         (std::filesystem::temp_directory_path() / ("tarnvale-fuzz-" + std::to_string(::getpid()) + ".x")).string();
     const std::string text(reinterpret_cast<const char*>(data), size);
+    {
+        std::FILE* f = std::fopen((path + ".FSXMat").c_str(), "wb");
+        std::fwrite(data, 1, size, f);
+        std::fclose(f);
+        FS10Material fromFile;
+        fromFile.loadString(tarnvale::material::readLibraryLine(path + ".FSXMat"));
+    }
     FS10Material m;
     m.Power = 100;
     m.loadString(text);

@@ -31,11 +31,17 @@ uint32_t word(const std::string& bytes, size_t at) {
 
 void putWord(std::string& out, uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
 
+// The JSON chunk of a .glb, checked before anything is read from it.
+std::string glbJson(const std::string& bytes) {
+    if (bytes.size() < 20) throw SceneError("the .glb has no header");
+    if (word(bytes, 12) > bytes.size() - 20) throw SceneError("the .glb's JSON chunk runs past its end");
+    if (bytes.compare(16, 4, "JSON") != 0) throw SceneError("the .glb's first chunk is not its JSON");
+    return bytes.substr(20, word(bytes, 12));
+}
+
 // The .glb with its JSON chunk replaced; every other chunk as it was.
 std::string rebuildGlb(const std::string& bytes, std::string json) {
-    if (bytes.size() < 20) throw SceneError("the .glb has no header");
     const uint32_t jsonLength = word(bytes, 12);
-    if (jsonLength > bytes.size() - 20) throw SceneError("the .glb's JSON chunk runs past its end");
     while (json.size() % 4) json += ' ';
     const std::string rest = bytes.substr(20 + jsonLength);
     std::string out = bytes.substr(0, 8);
@@ -90,7 +96,7 @@ void writeMaterialExtra(const std::string& path, int materialIndex, const std::s
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     in.close();
     const bool binary = bytes.compare(0, 4, "glTF") == 0;
-    Json doc = Json::parse(binary ? bytes.substr(20, bytes.size() >= 20 ? word(bytes, 12) : 0) : bytes, nullptr, false);
+    Json doc = Json::parse(binary ? glbJson(bytes) : bytes, nullptr, false);
     if (doc.is_discarded() || !doc.is_object()) throw SceneError("its JSON cannot be read");
     Json& materials = doc["materials"];
     if (!materials.is_array() || materialIndex < 0 || static_cast<size_t>(materialIndex) >= materials.size())

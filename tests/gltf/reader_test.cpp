@@ -502,5 +502,17 @@ TEST(GltfReader, BadFilesGiveAReason) {
     EXPECT_THROW(readScene(d.file("nobin.gltf")), SceneError);
 }
 
+// Inputs on which fuzzing found a fault: the material edit refuses each with a
+// reason and leaves the file byte for byte.
+TEST(Fuzzed, TheEditRefusesWhatOnceBrokeIt) {
+    TempDir d;
+    for (const auto& input : fs::directory_iterator(sourcePath("tests/data/fuzz/glb_edit"))) {
+        const std::string bytes = readFile(input.path().string()), path = d.file("edit.glb");
+        writeFile(path, bytes);
+        EXPECT_THROW(gltf::writeMaterialExtra(path, 0, "FS10", "Power=5"), SceneError) << input.path();
+        EXPECT_EQ(readFile(path), bytes) << input.path();
+    }
+}
+
 } // namespace
 } // namespace tarnvale::test
