@@ -1,5 +1,6 @@
-// XML that is not well-formed, each made from a document that is: the table the
-// XML layer, the sidecar, the model definition and fs10attach.xml are tried with.
+// XML that is not well-formed or that expands without bound, each made from a
+// document that is: the table the XML layer, the sidecar, the model definition
+// and fs10attach.xml are tried with.
 #pragma once
 
 #include <string>
@@ -28,6 +29,12 @@ inline const XmlDefect kXmlDefects[] = {
     {"a control character", "<x>\x01</x>", "", ""},
     {"a second XML declaration", "", "", "<?xml version=\"1.0\"?>\n<?xml version=\"1.0\"?>\n"},
     {"an element left open", "<x>", "", ""},
+    {"a billion laughs", "<x a=\"&l9;\">&l9;</x>", "",
+     "<!DOCTYPE r [<!ENTITY l0 \"lol\"><!ENTITY l1 \"&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;\">"
+     "<!ENTITY l2 \"&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;\"><!ENTITY l3 \"&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;\">"
+     "<!ENTITY l4 \"&l3;&l3;&l3;&l3;&l3;&l3;&l3;&l3;&l3;&l3;\"><!ENTITY l5 \"&l4;&l4;&l4;&l4;&l4;&l4;&l4;&l4;&l4;&l4;\">"
+     "<!ENTITY l6 \"&l5;&l5;&l5;&l5;&l5;&l5;&l5;&l5;&l5;&l5;\"><!ENTITY l7 \"&l6;&l6;&l6;&l6;&l6;&l6;&l6;&l6;&l6;&l6;\">"
+     "<!ENTITY l8 \"&l7;&l7;&l7;&l7;&l7;&l7;&l7;&l7;&l7;&l7;\"><!ENTITY l9 \"&l8;&l8;&l8;&l8;&l8;&l8;&l8;&l8;&l8;&l8;\">]>"},
 };
 
 } // namespace tarnvale::test

@@ -7,6 +7,7 @@
 #include "platform/xml_compact.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <libxml/encoding.h>
@@ -426,6 +427,8 @@ bool XmlDocument::load(const std::string& path) {
         std::fclose(f);
         if (failed) bytes.clear();
     }
+    // The library takes a length of int: a larger file is no document of ours.
+    if (bytes.size() > static_cast<size_t>(INT_MAX)) bytes.clear();
     xmlDoc* doc = bytes.empty() ? nullptr
                                 : xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nativePath(path).c_str(),
                                                 nullptr, kParseOptions);
@@ -439,7 +442,9 @@ bool XmlDocument::load(const std::string& path) {
 }
 
 bool XmlDocument::loadText(const std::string& text) {
-    xmlDoc* doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions);
+    xmlDoc* doc = text.size() > static_cast<size_t>(INT_MAX)
+                      ? nullptr
+                      : xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions);
     if (!doc || !xmlDocGetRootElement(doc)) {
         if (doc) xmlFreeDoc(doc);
         impl_->reset(nullptr);
