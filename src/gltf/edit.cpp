@@ -10,12 +10,6 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#ifdef _WIN32
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
-#include <random>
 
 namespace tarnvale::gltf {
 
@@ -53,38 +47,11 @@ std::string rebuildGlb(const std::string& bytes, std::string json) {
     return out;
 }
 
-// Writes the bytes to a new file beside the target, then puts it in its place.
 void replaceFile(const std::string& path, const std::string& bytes) {
-    namespace fs = std::filesystem;
-    const fs::path target = platform::systemPath(path);
-    std::random_device random;
-    std::string temp;
-    std::FILE* f = nullptr;
-    for (int attempt = 0; attempt < 100 && !f; ++attempt) {
-        temp = platform::utf8Path(target.parent_path() / (".tarnvale-" + std::to_string(random())));
-        if (!platform::fileExists(temp)) f = platform::openFile(temp, "wb");
-    }
-    if (!f) throw SceneError(std::string("cannot write beside it: ") + std::strerror(errno));
-    errno = 0;
-    bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() && std::fflush(f) == 0;
-    int error = ok ? 0 : errno;
-#ifdef _WIN32
-    ok = ok && ::_commit(::_fileno(f)) == 0;
-#else
-    ok = ok && ::fsync(::fileno(f)) == 0;
-#endif
-    if (!ok && !error) error = errno;
-    ok = std::fclose(f) == 0 && ok;
-    std::error_code ec;
-    if (ok) {
-        // The new file keeps the permissions of the one it replaces.
-        fs::permissions(platform::systemPath(temp), fs::status(target, ec).permissions(), ec);
-        fs::rename(platform::systemPath(temp), target, ec);
-        if (!ec) return;
-        error = ec.value();
-    }
-    fs::remove(platform::systemPath(temp), ec);
-    throw SceneError(std::string("cannot write it: ") + std::strerror(error ? error : EIO));
+    const int error = platform::replaceFile(path, [&](std::FILE* f) {
+        return std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size() ? 0 : errno ? errno : EIO;
+    });
+    if (error) throw SceneError(std::string("cannot write it: ") + std::strerror(error));
 }
 
 } // namespace

@@ -5,7 +5,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <random>
 #include <sys/stat.h>
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
 
 namespace tarnvale::platform {
 
@@ -60,6 +66,44 @@ bool folderWritable(std::string_view folder) {
     std::error_code ec;
     std::filesystem::remove(systemPath(probe), ec);
     return true;
+}
+
+int replaceFile(std::string_view path, const std::function<int(std::FILE*)>& write) {
+    namespace fs = std::filesystem;
+    const fs::path target = systemPath(path);
+    std::error_code ec;
+    const bool existed = fs::exists(target, ec);
+    // A file that cannot be written is not replaced behind its owner's back.
+#ifdef _WIN32
+    if (existed && ::_waccess(target.c_str(), 2) != 0) return errno ? errno : EACCES;
+#else
+    if (existed && ::access(target.c_str(), W_OK) != 0) return errno ? errno : EACCES;
+#endif
+    std::random_device random;
+    std::string temp;
+    std::FILE* f = nullptr;
+    errno = 0;
+    for (int attempt = 0; attempt < 100 && !f; ++attempt) {
+        temp = utf8Path(target.parent_path() / (".tarnvale-" + std::to_string(random())));
+        if (!fileExists(temp)) f = openFile(temp, "wb");
+    }
+    if (!f) return errno ? errno : EACCES;
+    int error = write(f);
+    if (!error && std::fflush(f) != 0) error = errno ? errno : EIO;
+#ifdef _WIN32
+    if (!error && ::_commit(::_fileno(f)) != 0) error = errno ? errno : EIO;
+#else
+    if (!error && ::fsync(::fileno(f)) != 0) error = errno ? errno : EIO;
+#endif
+    if (std::fclose(f) != 0 && !error) error = errno ? errno : EIO;
+    if (!error) {
+        if (existed) fs::permissions(systemPath(temp), fs::status(target, ec).permissions(), ec);
+        fs::rename(systemPath(temp), target, ec);
+        if (!ec) return 0;
+        error = ec.value();
+    }
+    fs::remove(systemPath(temp), ec);
+    return error;
 }
 
 namespace {

@@ -36,6 +36,11 @@ std::FILE* openFile(std::string_view path, const char* mode);
 bool fileExists(std::string_view path);
 // Whether a file can be made in the folder.
 bool folderWritable(std::string_view folder);
+// Writes a file through a new one beside it, which takes the file's place (and
+// permissions) only once `write` succeeded and the data reached the disk: a
+// failure leaves the file that was there as it was. `write` gets the open file
+// and gives the errno of a failed write, or 0. Gives 0, or the errno that ended it.
+int replaceFile(std::string_view path, const std::function<int(std::FILE*)>& write);
 
 // ---- Code page --------------------------------------------------------------------
 

@@ -455,14 +455,16 @@ bool XmlDocument::loadText(const std::string& text) {
 }
 
 void XmlDocument::save(const std::string& path, bool indent) const {
-    errno = 0;
-    std::FILE* f = openFile(path, "wb");
-    if (!f) throw fileFailure(path, errno, true);
-    FileOutput out{f};
-    const bool ok = impl_->serialiseDocument(FileOutput::write, &out, indent);
-    const int closed = std::fclose(f);
-    if (out.error || closed != 0) throw fileFailure(path, out.error ? out.error : errno ? errno : EIO, true);
-    if (!ok) throw Failure(err::kFileAccess, path + ": the XML document cannot be saved in its encoding");
+    // Through a new file: a failed save leaves the one there (a sidecar's GUID).
+    bool encoded = true;
+    const int error = replaceFile(path, [&](std::FILE* f) {
+        FileOutput out{f};
+        encoded = impl_->serialiseDocument(FileOutput::write, &out, indent);
+        return out.error ? out.error : encoded ? 0 : EILSEQ;
+    });
+    if (!encoded && error == EILSEQ)
+        throw Failure(err::kFileAccess, path + ": the XML document cannot be saved in its encoding");
+    if (error) throw fileFailure(path, error, true);
 }
 
 std::string XmlDocument::toString() const {

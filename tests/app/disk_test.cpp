@@ -1,0 +1,98 @@
+// Faults on disk while the command exports: each ends in the failure box with the
+// stage and the system's own text, exit 1, and what was on disk before is as it
+// was, but for the X file, which the export replaces.
+#include "support.h"
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace tarnvale::test {
+namespace {
+
+// A small file system of its own at `folder`, where the machine lets us mount
+// one (root, CI); unmounted at the end.
+struct SmallDisk {
+    std::string folder;
+    bool mounted = false;
+    SmallDisk(std::string at, size_t pages) : folder(std::move(at)) {
+        fs::create_directories(folder);
+        const std::string options = "size=" + std::to_string(pages * 4) + "k";
+        mounted = ::geteuid() == 0 && ::mount("tmpfs", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    }
+    bool readOnly() { return ::mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0; }
+    ~SmallDisk() {
+        if (mounted) ::umount(folder.c_str());
+    }
+};
+
+TEST(DiskFaults, EachEndsInTheFailureBoxAndKeepsWhatWasThere) {
+    TempDir d;
+    const std::string scene = sourcePath("examples/trainer.gltf"), args = " --yes --no-tool";
+    // A whole export gives the sizes that the small disks below are cut to.
+    ASSERT_EQ(tarnvale("export " + scene + " -o " + d.file("whole.x") + args, d).code, 0);
+    auto pages = [&](const char* e) { return (fs::file_size(d.file(std::string("whole.") + e)) + 4095) / 4096; };
+    const std::string plugin = d.folder("plugin");
+    fs::copy_file(sourcePath("data/modeldef.xml"), plugin + "/modeldef.xml");
+    fs::create_directory(plugin + "/Tarnvale.X"); // a template that cannot be read
+    const std::string oldConfig = "<?xml version=\"1.0\"?>\n<TarnvaleConfig version=\"1.0\"><FriendlyName>Kept"
+                                  "</FriendlyName><GUID>0123ABCD-0A0B-4C0D-0102-030405060708</GUID></TarnvaleConfig>\n";
+    struct Row {
+        const char* what;
+        std::string folder;  // of the output, below the test's
+        size_t diskPages;    // a small disk of this size there; 0: none
+        bool readOnly;       // that disk mounted read-only once the old files are in
+        std::vector<std::string> old; // files there before: m.config, m.xanim
+        std::string options; // of the command
+        std::string before;  // ahead of it on the line
+        std::string box;     // the failure box; the test's folder reads D
+    };
+    const Row rows[] = {
+        {"no output folder", "missing", 0, false, {}, "", "", "Creating X file\n76 - D/missing/m.x: No such file or directory"},
+        {"the output a folder", "dir", 0, false, {}, "", "", "Creating X file\n75 - D/dir/m.x: Is a directory"},
+        {"a file-size limit", "limit", 0, false, {"config", "xanim"}, "", "trap '' XFSZ; ulimit -f 16; ",
+         "Creating X file\n75 - D/limit/m.x: File too large"},
+        {"a template that is a folder", "t", 0, false, {"config", "xanim"}, " --plugin-dir " + plugin, "",
+         "Creating X file\n75 - D/plugin\\Tarnvale.X: Is a directory"},
+        {"the disk full at the X file", "x", pages("x") / 2 + 2, false, {"config", "xanim"}, "", "",
+         "Creating X file\n75 - D/x/m.x: No space left on device"},
+        // The old files take a page each; a new one is written beside the old.
+        {"the disk full at the XANIM", "xanim", pages("x") + 3, false, {"config", "xanim"}, "", "",
+         "Creating XANIM file\n75 - D/xanim/m.xanim: No space left on device"},
+        {"the disk full at the sidecar", "config", pages("x") + 1 + pages("xanim"), false, {"config"}, "", "",
+         "Creating XANIM file\n75 - D/config/m.config: No space left on device"},
+        {"a read-only disk", "ro", 8, true, {"config", "xanim"}, "", "", "Creating X file\n75 - D/ro/m.x: Read-only file system"},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.what);
+        const std::string folder = d.file(r.folder);
+        std::optional<SmallDisk> disk;
+        if (r.diskPages) {
+            disk.emplace(folder, r.diskPages);
+            if (!disk->mounted) {
+                std::printf("skipped \"%s\": no small file system can be mounted here\n", r.what);
+                continue;
+            }
+        }
+        if (r.folder != "missing") fs::create_directories(folder + (r.folder == "dir" ? "/m.x" : ""));
+        const std::map<std::string, std::string> old = {{"config", oldConfig}, {"xanim", "<old/>"}};
+        for (const std::string& e : r.old) writeFile(folder + "/m." + e, old.at(e));
+        if (r.readOnly) {
+            ASSERT_TRUE(disk->readOnly());
+        }
+        const RunResult run = tarnvale("export " + scene + " -o " + folder + "/m.x" + args + r.options, d, r.before);
+        EXPECT_EQ(run.code, 1);
+        std::string err = run.err;
+        for (size_t at; (at = err.find(d.path())) != std::string::npos;) err.replace(at, d.path().size(), "D");
+        EXPECT_NE(err.find("[critical] FS10 Export\n" + r.box + "\n"), std::string::npos) << err;
+        for (const std::string& e : r.old) EXPECT_EQ(readFile(folder + "/m." + e), old.at(e)) << e;
+        EXPECT_EQ(fs::is_directory(folder + "/m.x"), r.folder == "dir");
+        // No new file left behind, and no partial X file for the tests' DirectX reader.
+        std::error_code ec;
+        for (const auto& e : fs::directory_iterator(folder, ec))
+            EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u) << e.path();
+        fs::remove(folder + "/m.x", ec);
+    }
+}
+
+} // namespace
+} // namespace tarnvale::test
