@@ -467,6 +467,11 @@ TEST(GltfReader, BadFilesGiveAReason) {
              float nan = std::nanf("");
              std::memcpy(b.bin.data() + 4, &nan, 4);
          }), "not a number"},
+        {"matrix.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["matrix"] = std::vector<double>(16, 1e39); }),
+         "node 0 has a transform that is not finite"},
+        {"keys.gltf", variant([](GltfBuilder& b) {
+             b.animation("a", {{0, "translation", {0, 1}, {0, 0, 0, std::nanf(""), 0, 0}, "LINEAR"}});
+         }), "animation 0 channel 0 has a key that is not a number"},
         {"material.gltf", variant([](GltfBuilder& b) { b.doc["meshes"][0]["primitives"][0]["material"] = 3; }),
          "material 3"},
         {"sparse.gltf", variant([](GltfBuilder& b) {
