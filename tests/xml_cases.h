@@ -29,6 +29,7 @@ inline const XmlDefect kXmlDefects[] = {
     {"a control character", "<x>\x01</x>", "", ""},
     {"a second XML declaration", "", "", "<?xml version=\"1.0\"?>\n<?xml version=\"1.0\"?>\n"},
     {"an element left open", "<x>", "", ""},
+    {"bytes its declared encoding cannot read", "", "", "<?xml version=\"1.0\" encoding=\"UTF-32\"?>"},
     {"a billion laughs", "<x a=\"&l9;\">&l9;</x>", "",
      "<!DOCTYPE r [<!ENTITY l0 \"lol\"><!ENTITY l1 \"&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;&l0;\">"
      "<!ENTITY l2 \"&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;&l1;\"><!ENTITY l3 \"&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;&l2;\">"

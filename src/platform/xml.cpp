@@ -27,6 +27,22 @@ std::string str(const xmlChar* s) { return s ? reinterpret_cast<const char*>(s) 
 // (their internal text is read through them), no messages of the library's own.
 constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
 
+// The options do not reach the encoding converters, which print to standard error
+// through the library's handler of this thread: silenced while a document is read.
+struct QuietParse {
+    xmlStructuredErrorFunc before = xmlStructuredError;
+    void* context = xmlStructuredErrorContext;
+    QuietParse() { xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {}); }
+    ~QuietParse() { xmlSetStructuredErrorFunc(context, before); }
+};
+
+xmlDoc* parse(const char* bytes, size_t size, const char* url) {
+    // The library takes a length of int: a larger file is no document of ours.
+    if (size > static_cast<size_t>(INT_MAX)) return nullptr;
+    QuietParse quiet;
+    return xmlReadMemory(bytes, static_cast<int>(size), url, nullptr, kParseOptions);
+}
+
 #ifndef LIBXML_ICONV_ENABLED
 // Without iconv (the Windows build) libxml2 knows UTF-8, UTF-16 and Latin-1 only;
 // documents in the Windows code page read and write through these.
@@ -427,11 +443,7 @@ bool XmlDocument::load(const std::string& path) {
         std::fclose(f);
         if (failed) bytes.clear();
     }
-    // The library takes a length of int: a larger file is no document of ours.
-    if (bytes.size() > static_cast<size_t>(INT_MAX)) bytes.clear();
-    xmlDoc* doc = bytes.empty() ? nullptr
-                                : xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nativePath(path).c_str(),
-                                                nullptr, kParseOptions);
+    xmlDoc* doc = bytes.empty() ? nullptr : parse(bytes.data(), bytes.size(), nativePath(path).c_str());
     if (!doc || !xmlDocGetRootElement(doc)) {
         if (doc) xmlFreeDoc(doc);
         impl_->reset(nullptr);
@@ -442,9 +454,7 @@ bool XmlDocument::load(const std::string& path) {
 }
 
 bool XmlDocument::loadText(const std::string& text) {
-    xmlDoc* doc = text.size() > static_cast<size_t>(INT_MAX)
-                      ? nullptr
-                      : xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kParseOptions);
+    xmlDoc* doc = parse(text.data(), text.size(), nullptr);
     if (!doc || !xmlDocGetRootElement(doc)) {
         if (doc) xmlFreeDoc(doc);
         impl_->reset(nullptr);

@@ -9,12 +9,14 @@ TEST(Xml, NotWellFormedIsAFailedLoad) {
     test::TempDir d;
     XmlDocument doc;
     EXPECT_FALSE(doc.load(d.file("missing.xml")));
+    testing::internal::CaptureStderr(); // the library's own messages stay unprinted
     for (const test::XmlDefect& defect : test::kXmlDefects) {
         test::writeFile(d.file("bad.xml"), defect.apply("<ModelInfo><Animation name=\"a\"/></ModelInfo>"));
         EXPECT_FALSE(doc.load(d.file("bad.xml"))) << defect.what;
         EXPECT_FALSE(doc.documentElement()) << defect.what;
         EXPECT_TRUE(doc.select("ModelInfo/Animation").empty()) << defect.what;
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(Xml, TrickyButWellFormedDocuments) {
