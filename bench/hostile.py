@@ -70,7 +70,7 @@ def measure(what, path):
     seconds = time.time() - start
     lines = [l for l in r.stderr.splitlines() if l.strip() and not l.startswith("Command exited")]
     peak = int(lines[-1]) / 1024
-    said = (lines[-2] if len(lines) > 1 else "")[:100].replace("|", "\\|").replace(folder, "F")
+    said = (lines[-2] if len(lines) > 1 else "")[:160].replace("|", "\\|").replace(folder, "F")
     size = os.path.getsize(path) / 1e6
     print("| %s | %d | %.2f s | %.0f MB | %.1f MB | %s |" % (what, r.returncode, seconds, peak, size, said), flush=True)
     for e in ("x", "xanim", "config"):
