@@ -14,6 +14,7 @@
 #endif
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <chrono>
 #include <filesystem>
 #include <unistd.h>
@@ -118,23 +119,17 @@ std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform:
 }
 
 // The node to export; none (said why) when --group names no node.
-std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf::LoadedScene& loaded, Voice say) {
-    if (!o.group) return loaded.scene->root();
-    auto group = loaded.scene->root()->findByName(*o.group);
+std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf::LoadedScene& loaded,
+                                                   scene::BonesLeftOut& left, Voice say) {
+    auto group = findGroup(loaded, o.group, left);
     if (!group) {
-        say("error", o.scene + " has no node named \"" + *o.group + "\"");
+        say("error", o.scene + " has no node named \"" + o.group.value_or("") + "\"");
         return nullptr;
     }
-    // A bone outside what is exported has no frame in the file to follow. A
-    // level of detail is exported with its siblings: their parent bounds it.
-    auto bounds = group;
-    if (platform::upperCase(*o.group).find("LOD_") != std::string::npos)
-        if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
-    const scene::BonesLeftOut left = scene::keepBonesWithin(*bounds);
     if (!left.bones.empty() && !o.quiet) {
         std::string names;
         for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
-        say("warning", o.scene + ": skins below " + *o.group + " use joints outside it (" + names +
+        say("warning", o.scene + ": skins below " + o.group.value_or("") + " use joints outside it (" + names +
                            "); their weights are left out, and " + std::to_string(left.vertices) +
                            " vertices that keep other joints have those scaled to the sum they had");
     }
@@ -145,11 +140,7 @@ std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf:
 // progress of this run; gives the exit code.
 int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf::LoadedScene& loaded,
                 const std::shared_ptr<scene::MemoryObject>& group, JsonReport* report) {
-    std::unique_ptr<platform::Registry> registry = std::make_unique<platform::RegFileRegistry>();
-    if (!o.registry.empty()) registry = std::make_unique<platform::RegFileRegistry>(o.registry);
-#ifdef _WIN32
-    else registry = std::make_unique<platform::WindowsRegistry>();
-#endif
+    std::unique_ptr<platform::Registry> registry = registryFor(o.registry);
     // A person at the terminal acknowledges each box with Enter, as a dialog is
     // closed; --yes, a report and runs without a terminal do not wait.
     const bool person = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO) && !o.yes && !report;
@@ -196,14 +187,55 @@ int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf:
 
 } // namespace
 
+std::shared_ptr<scene::MemoryObject> findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& name,
+                                               scene::BonesLeftOut& left) {
+    if (!name) return loaded.scene->root();
+    auto group = loaded.scene->root()->findByName(*name);
+    if (!group) return nullptr;
+    // A bone outside what is exported has no frame in the file to follow. A
+    // level of detail is exported with its siblings: their parent bounds it.
+    auto bounds = group;
+    if (platform::upperCase(*name).find("LOD_") != std::string::npos)
+        if (auto parent = std::dynamic_pointer_cast<scene::MemoryObject>(group->GetParent())) bounds = parent;
+    left = scene::keepBonesWithin(*bounds);
+    return group;
+}
+
+std::unique_ptr<platform::Registry> registryFor(const std::string& regFile) {
+    if (!regFile.empty()) return std::make_unique<platform::RegFileRegistry>(regFile);
+#ifdef _WIN32
+    return std::make_unique<platform::WindowsRegistry>();
+#else
+    return std::make_unique<platform::RegFileRegistry>();
+#endif
+}
+
 int runExport(const ExportOptions& o) {
     const auto settings = settingsStore(o.settings);
     JsonReport json(stdout);
     JsonReport* report = o.jsonReport ? &json : nullptr;
     const Voice say{report};
     int code = kUnreadable;
+    scene::BonesLeftOut left;
     if (std::optional<gltf::LoadedScene> loaded = readForExport(o, *settings, say))
-        if (auto group = exportedGroup(o, *loaded, say)) code = exportGroup(o, *settings, *loaded, group, report);
+        if (auto group = exportedGroup(o, *loaded, left, say)) {
+            code = kExported;
+            if (o.check) {
+                const std::vector<check::Finding> findings = checkForExport(o, *settings, *loaded, group, left);
+                size_t errors = 0;
+                for (const check::Finding& f : findings) {
+                    errors += f.severity == check::Severity::Error;
+                    if (report) report->finding(checkJson({}, {f})["findings"][0]);
+                }
+                if (!report && !findings.empty()) std::fputs(checkText(o.scene, findings).c_str(), stderr);
+                if (errors > 0) {
+                    say("error", "the check found " + std::to_string(errors) + (errors == 1 ? " error" : " errors") +
+                                     ", so nothing was exported");
+                    code = kFailed;
+                }
+            }
+            if (code == kExported) code = exportGroup(o, *settings, *loaded, group, report);
+        }
     if (report) {
         std::vector<std::string> files;
         for (const std::string& file : {o.output, o.output + "anim", shell::sidecarPath(o.output)})
@@ -287,6 +319,7 @@ CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
     exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
     exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
+    exp->add_flag("--check", o.check, "Run the checks of `tarnvale check` first; an error found stops the export");
     exp->add_option("--threads", o.threads, "Threads that write the X file (default: one a core); the file is the "
                                             "same whatever their number");
     exp->add_option_function<std::string>("--report", [&o](const std::string&) { o.jsonReport = true; },
@@ -348,6 +381,19 @@ int run(int argc, char** argv) {
     CLI::App* exp = addExportCommand(app, o);
     MaterialOptions m;
     const MaterialCommands mat = addMaterialCommands(app, m);
+    CheckOptions c;
+    CLI::App* chk = app.add_subcommand("check", "Find what would make the export or the SDK's compiler fail, or build "
+                                                "a model other than meant, before anything is written");
+    chk->add_option("SCENE", c.scene, "The scene: a .gltf or .glb file")->required();
+    chk->add_option("--group", c.group, "Check the export of the node of this name (default: the whole scene)");
+    chk->add_option("--animation", c.animation, "Take the keyframes of this glTF animation only");
+    chk->add_option("--sample-rate", c.sampleRate, "Samples per second of cubic-spline animation (default 30)")
+        ->check(CLI::Range(0.001, 1000.0));
+    chk->add_option("--plugin-dir", c.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
+    chk->add_option("--settings", c.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    chk->add_option("--registry", c.registry, "Registry stand-in in the .reg syntax (default: none)");
+    chk->add_flag("--textures", c.textures, "The export will convert the images (export --textures)");
+    chk->add_flag("--json", c.json, "The report as one JSON object on standard output");
     std::string sidecarOf, blender = "blender";
     CLI::App* sidecar = app.add_subcommand("sidecar", "The friendly name and GUID kept beside an X file, as JSON");
     sidecar->add_option("X_FILE", sidecarOf, "The X file")->required();
@@ -362,7 +408,7 @@ int run(int argc, char** argv) {
         return code == 0 ? 0 : kUnreadable;
     }
     if (sidecar->parsed()) return runSidecar(sidecarOf, stdout);
-    std::string& pluginDir = exp->parsed() ? o.pluginDir : m.pluginDir;
+    std::string& pluginDir = exp->parsed() ? o.pluginDir : chk->parsed() ? c.pluginDir : m.pluginDir;
     std::error_code ec;
     if (!pluginDir.empty() && !fs::is_directory(platform::systemPath(pluginDir), ec)) {
         std::fprintf(stderr, "tarnvale: the plug-in folder %s does not exist\n", pluginDir.c_str());
@@ -371,6 +417,7 @@ int run(int argc, char** argv) {
     if (pluginDir.empty()) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
     while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
     if (install->parsed()) return runBlenderInstall(pluginDir, blender);
+    if (chk->parsed()) return runCheck(c, stdout);
     if (mat.show->parsed()) return runMaterialShow(m, stdout);
     if (mat.apply->parsed()) return runMaterialApply(m);
     if (mat.save->parsed()) return runMaterialSave(m);

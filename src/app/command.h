@@ -1,6 +1,7 @@
 // The command line: parsing, the export run and its exit codes.
 #pragma once
 
+#include "check/check.h"
 #include "editor/editor.h"
 #include "gltf/gltf.h"
 #include "platform/platform.h"
@@ -26,7 +27,8 @@ enum ExitCode : int {
 // export goes on (each new stage, each further percent); {"box": {"title": T,
 // "text": X, "icon": "plain"|"information"|"critical"}} for each message box,
 // lines parted by LF; {"warning": T}, {"error": T} and {"texture": T} for what
-// the command says beside the boxes; last {"result": {"code": N, "files": [...]}}
+// the command says beside the boxes; {"finding": F} for each finding of --check,
+// F as in the findings of `check --json`; last {"result": {"code": N, "files": [...]}}
 // with the exit code and the files written.
 class JsonReport : public platform::Progress, public platform::MessageBoxes {
 public:
@@ -35,6 +37,7 @@ public:
     void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override;
     // A line of the given kind: "warning", "error", "texture".
     void note(const char* kind, const std::string& text);
+    void finding(const nlohmann::json& finding);
     void result(int code, const std::vector<std::string>& files);
 
 private:
@@ -62,7 +65,46 @@ struct ExportOptions {
     bool jsonReport = false; // --report json on standard output; asks nothing
     bool noTool = false;     // the SDK's tool is not run
     unsigned threads = 0;    // threads that write the X file; 0: one a core
+    bool check = false;      // the checks first; an error stops the export
 };
+
+// What `check` reads: the scene and the plug-in folder as the export would.
+struct CheckOptions {
+    std::string scene;
+    std::optional<std::string> group;
+    std::optional<std::string> animation;
+    double sampleRate = 30;
+    std::string pluginDir;
+    std::string settings;
+    std::string registry;
+    bool textures = false; // the export would convert the images (--textures)
+    bool json = false;
+};
+
+// The report of `check --json`, one object:
+// {"scene": S, "group": G or null, "counts": {"error": N, "warning": N, "info": N},
+//  "findings": [{"kind": K, "severity": "error"|"warning"|"info", "node": N or null,
+//  "frame": F or null, "material": M or null, "message": T}, ...]}
+// with the node and material as the modeller named them and the frame as the X
+// file names it; {"scene": S, "error": T} when the scene cannot be read.
+nlohmann::json checkJson(const CheckOptions& options, const std::vector<check::Finding>& findings);
+// The findings as text, grouped by the node or material they concern.
+std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings);
+// Checks the scene; exit 0 with no error found, 1 with errors, 2 unreadable.
+int runCheck(const CheckOptions& options, std::FILE* out);
+// The checks of an export run on the scene it read: the findings.
+std::vector<check::Finding> checkForExport(const ExportOptions& options, platform::SettingsStore& settings,
+                                           gltf::LoadedScene& loaded,
+                                           const std::shared_ptr<scene::MemoryObject>& group,
+                                           const scene::BonesLeftOut& left);
+
+// The node named `group` (the root when none is given), or none; the skins below
+// it keep only joints within it (a level of detail: within its parent), and
+// `left` tells what they lost.
+std::shared_ptr<scene::MemoryObject> findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& group,
+                                               scene::BonesLeftOut& left);
+// The registry: the .reg stand-in given, else the system's (none off Windows).
+std::unique_ptr<platform::Registry> registryFor(const std::string& regFile);
 
 // Progress on a terminal line: shown once the export has run for `delay`, at most
 // ten times a second per stage, as "stage: NN%"; clear() removes the line.

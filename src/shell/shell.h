@@ -112,6 +112,10 @@ std::string modelDefinitionLocation(platform::Registry& registry, const std::str
 // The FieldId setting: the name of the material field that holds a material's
 // simulator text ("FS10" by default). Read at each export.
 std::string fieldIdSetting(platform::SettingsStore& settings);
+// The AttachId setting: the object field of the part data.
+std::string attachIdSetting(platform::SettingsStore& settings);
+// The Template setting: the template file, by default the plug-in folder's.
+std::string templateSetting(platform::SettingsStore& settings, const std::string& pluginFolder);
 
 // ---- Sidecar --------------------------------------------------------------------------
 

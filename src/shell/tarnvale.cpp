@@ -18,8 +18,16 @@ std::string fieldIdSetting(platform::SettingsStore& settings) {
     return settings.getSetting(kApplication, kSection, "FieldId", "FS10");
 }
 
+std::string attachIdSetting(platform::SettingsStore& settings) {
+    return settings.getSetting(kApplication, kSection, "AttachId", "FS10att");
+}
+
+std::string templateSetting(platform::SettingsStore& settings, const std::string& pluginFolder) {
+    return settings.getSetting(kApplication, kSection, "Template", pluginFolder + "\\Tarnvale.X");
+}
+
 Tarnvale::Tarnvale(PlatformServices services) : sys_(std::move(services)) {
-    strTemplateFile = sys_.settings.getSetting(kApplication, kSection, "Template", sys_.pluginFolder + "\\Tarnvale.X");
+    strTemplateFile = templateSetting(sys_.settings, sys_.pluginFolder);
     strModelDefFile = modelDefinitionLocation(sys_.registry, sys_.pluginFolder);
 }
 
@@ -31,7 +39,7 @@ void Tarnvale::PluginImportExport_Export(const std::string& ExportFileName, cons
                                          const SGScenePtr& hostScene, int32_t, const std::vector<float>&,
                                          const std::vector<int32_t>&, const std::string&) {
     const std::string fieldId = fieldIdSetting(sys_.settings);
-    const std::string attachId = sys_.settings.getSetting(kApplication, kSection, "AttachId", "FS10att");
+    const std::string attachId = attachIdSetting(sys_.settings);
     const std::string application = sys_.settings.getSetting(kApplication, kSection, "Application", "xtomdl.exe");
     strStatus.clear();
 

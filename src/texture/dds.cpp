@@ -134,4 +134,17 @@ std::optional<std::string> describe(const std::vector<uint8_t>& bytes) {
            (mips == 1 ? " mip" : " mips");
 }
 
+std::optional<std::pair<int, int>> imageSize(const std::vector<uint8_t>& bytes) {
+    if (describe(bytes)) {
+        const uint32_t height = get32(bytes, 12), width = get32(bytes, 16);
+        if (width > INT32_MAX || height > INT32_MAX) return std::nullopt;
+        return std::pair<int, int>(static_cast<int>(width), static_cast<int>(height));
+    }
+    int w = 0, h = 0, channels = 0;
+    if (bytes.size() > static_cast<size_t>(INT32_MAX) ||
+        !stbi_info_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels))
+        return std::nullopt;
+    return std::pair<int, int>(w, h);
+}
+
 } // namespace tarnvale::texture

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tarnvale::texture {
@@ -28,6 +29,10 @@ struct Image {
 
 // PNG, JPEG, BMP or TGA bytes as RGBA; none, and why, when they do not decode.
 std::optional<Image> decode(const std::vector<uint8_t>& bytes, std::string& why);
+
+// The sides of a DDS, PNG, JPEG, BMP or TGA image from its header; none when the
+// bytes are none of these.
+std::optional<std::pair<int, int>> imageSize(const std::vector<uint8_t>& bytes);
 
 // The side a texture gets: the nearest power of two (a tie goes up), at most 4096.
 int powerOfTwoSide(int side);

@@ -71,6 +71,7 @@ public:
         if (!name.empty()) doc["images"].back()["name"] = name;
         return static_cast<int>(doc["images"].size() - 1);
     }
+    int bufferView(const std::string& bytes) { return view(bytes.data(), bytes.size()); }
     // A mesh of one triangle list primitive; gives the mesh index.
     int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx, json extra = json::object()) {
         json prim = {{"attributes", {{"POSITION", floats(positions, "VEC3")}}}};

@@ -1,0 +1,205 @@
+// The checker on small broken scenes, one fault each, and on the clean ones.
+#include "app/command.h"
+#include "gltf/gltf_builder.h"
+
+#include <cstdio>
+#include <functional>
+
+namespace tarnvale::test {
+namespace {
+
+// The head of a PNG file: enough for its size to be read.
+std::string pngHeader(uint32_t width, uint32_t height) {
+    std::string s("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
+    for (uint32_t v : {width, height})
+        for (int shift = 24; shift >= 0; shift -= 8) s += static_cast<char>((v >> shift) & 0xFF);
+    return s + std::string("\x08\x02\0\0\0\0\0\0\0", 9);
+}
+
+// The head of a DDS file of that size.
+std::string ddsHeader(uint32_t width, uint32_t height) {
+    std::string s = "DDS ";
+    for (uint32_t v : {124u, 0u, height, width}) s.append(reinterpret_cast<const char*>(&v), 4);
+    return s + std::string(128 - s.size(), '\0');
+}
+
+// A clean scene: a triangle on l_aileron, moved over three keys, with the data
+// folder as plug-in folder. Each case breaks one thing.
+struct Scene {
+    TempDir dir;
+    GltfBuilder b;
+    app::CheckOptions options;
+    int mesh = b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2});
+    int part = b.node({{"name", "l_aileron"}, {"mesh", mesh}});
+
+    Scene() {
+        options.pluginDir = dir.folder("plugin");
+        options.settings = dir.file("settings.ini");
+        options.json = true;
+        for (const char* f : {"Tarnvale.X", "modeldef.xml"})
+            fs::copy_file(sourcePath("data/") + f, options.pluginDir + "/" + f);
+        keys(part, {0, 1, 2}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
+    }
+    void keys(int node, std::vector<float> times, std::vector<float> places) {
+        b.animation("move" + std::to_string(node), {{node, "translation", times, places, "LINEAR"}});
+    }
+    json& material(json m) {
+        b.doc["materials"].push_back(std::move(m));
+        b.doc["meshes"][mesh]["primitives"][0]["material"] = b.doc["materials"].size() - 1;
+        return b.doc["materials"].back();
+    }
+    void image(json image) {
+        b.doc["images"].push_back(std::move(image));
+        b.doc["textures"] = json::array({{{"source", 0}}});
+        material({{"name", "skin"}, {"pbrMetallicRoughness", {{"baseColorTexture", {{"index", 0}}}}}});
+    }
+    void skin(const std::vector<uint8_t>& joints, const std::vector<float>& weights) {
+        const int bone = b.node({{"name", "bone"}}, false);
+        b.doc["nodes"][part]["children"] = {bone};
+        json& prim = b.doc["meshes"][mesh]["primitives"][0];
+        for (size_t set = 0; set < joints.size() / 12; ++set) {
+            const std::string k = std::to_string(set);
+            prim["attributes"]["JOINTS_" + k] = b.bytes({joints.begin() + 12 * set, joints.begin() + 12 * set + 12}, "VEC4", false);
+            prim["attributes"]["WEIGHTS_" + k] = b.floats({weights.begin() + 12 * set, weights.begin() + 12 * set + 12}, "VEC4");
+        }
+        b.doc["skins"] = json::array({{{"joints", {part, bone}}}});
+        b.doc["nodes"][part]["skin"] = 0;
+    }
+    // The report of `check --json`, and its exit code.
+    std::pair<int, json> check() {
+        options.scene = b.saveGltf(dir.file("s.gltf"));
+        std::FILE* out = std::tmpfile();
+        const int code = app::runCheck(options, out);
+        std::rewind(out);
+        std::string text;
+        for (int c; (c = std::fgetc(out)) != EOF;) text += static_cast<char>(c);
+        std::fclose(out);
+        return {code, json::parse(text)};
+    }
+};
+
+struct Broken {
+    const char* kind;
+    const char* concerns; // the node or material named in the finding
+    std::function<void(Scene&)> breakIt;
+};
+
+const char* const kOneAnimation = "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>";
+
+const Broken kBroken[] = {
+    {"template-missing", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/Tarnvale.X"); }},
+    {"modeldef-missing", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/modeldef.xml"); }},
+    {"modeldef-xml", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", "<ModelInfo><Animation"); }},
+    {"modeldef-animations", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", kOneAnimation); }},
+    {"animation-unmatched", "aileron_left", [](Scene& s) {
+         writeFile(s.options.pluginDir + "/modeldef.xml",
+                   "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
+         s.b.doc["nodes"][s.part]["name"] = "aileron_left";
+     }},
+    {"animation-ambient", "gizmo", [](Scene& s) { s.b.doc["nodes"][s.part]["name"] = "gizmo"; }},
+    {"animation-no-length", "l_aileron_2", [](Scene& s) {
+         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
+     }},
+    {"animation-still", "l_aileron_2", [](Scene& s) {
+         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0});
+     }},
+    {"reader-skipped", "", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0}); }},
+    {"name-collision", "Wheel", [](Scene& s) {
+         const int left = s.b.node({{"name", "wheel"}}, false);
+         s.b.node({{"name", "gear"}, {"children", {left}}});
+         s.b.node({{"name", "Wheel"}});
+     }},
+    {"name-mapped", "wing.001", [](Scene& s) { s.b.node({{"name", "wing.001"}}); }},
+    {"mesh-materials", "l_aileron", [](Scene& s) {
+         json& prims = s.b.doc["meshes"][s.mesh]["primitives"];
+         for (int m = 0; m < 1002; ++m) {
+             s.b.doc["materials"].push_back({{"name", "m" + std::to_string(m)}});
+             if (m > 0) prims.push_back(prims[0]);
+             prims[m]["material"] = m;
+         }
+     }},
+    {"mesh-no-triangles", "l_aileron", [](Scene& s) {
+         s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
+     }},
+    {"mirrored", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["scale"] = {-1, 1, 1}; }},
+    {"material-empty-name", "glass", [](Scene& s) {
+         s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}});
+     }},
+    {"cockpit-no-texture", "panel", [](Scene& s) {
+         s.material({{"name", "panel"}, {"extras", {{"FS10", "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never"}}}});
+     }},
+    {"texture-missing", "skin", [](Scene& s) { s.image({{"uri", "gone.dds"}}); }},
+    {"texture-size", "skin", [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView(ddsHeader(300, 256))}, {"mimeType", "image/vnd-ms.dds"}});
+     }},
+    {"texture-not-dds", "skin", [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView(pngHeader(256, 256))}, {"mimeType", "image/png"}});
+     }},
+    {"lod-gap", "plane_LOD_50", [](Scene& s) {
+         const int near = s.b.node({{"name", "plane_LOD_100"}}, false);
+         const int far = s.b.node({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}}, false);
+         s.b.node({{"name", "plane"}, {"children", {near, far}}});
+         s.options.group = "plane_LOD_100";
+     }},
+    {"lod-sibling", "wheels", [](Scene& s) {
+         const int near = s.b.node({{"name", "plane_LOD_100"}}, false), wheels = s.b.node({{"name", "wheels"}}, false);
+         s.b.node({{"name", "plane"}, {"children", {near, wheels}}});
+         s.options.group = "plane_LOD_100";
+     }},
+    {"partdata-xml", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
+    {"partdata-root", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>"; }},
+    {"skin-weights", "l_aileron", [](Scene& s) { s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0}); }},
+    {"skin-influences", "l_aileron", [](Scene& s) {
+         std::vector<uint8_t> joints(24, 1);
+         std::vector<float> weights(24, 0);
+         for (size_t v = 0; v < 3; ++v) weights[4 * v] = 1;
+         for (size_t k = 0; k < 4; ++k) weights[k] = weights[12 + k] = 0.125f; // vertex 0: eight bones
+         s.skin(joints, weights);
+     }},
+    {"skin-joints-outside", "", [](Scene& s) {
+         s.skin({1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0});
+         const int other = s.b.node({{"name", "rig"}});
+         s.b.doc["nodes"][other]["children"] = {1};
+         s.b.doc["nodes"][s.part].erase("children");
+         s.options.group = "l_aileron";
+     }},
+};
+
+TEST(Check, EachBrokenSceneGivesItsOneFinding) {
+    std::set<std::string> covered;
+    for (const Broken& c : kBroken) {
+        Scene s;
+        c.breakIt(s);
+        const auto [code, report] = s.check();
+        ASSERT_EQ(report["findings"].size(), 1u) << c.kind << "\n" << report.dump(1);
+        const json& f = report["findings"][0];
+        EXPECT_EQ(f["kind"], c.kind);
+        const bool error = f["severity"] == "error";
+        EXPECT_EQ(code, error ? 1 : 0) << c.kind;
+        EXPECT_EQ(report["counts"][f["severity"].get<std::string>()], 1) << c.kind;
+        EXPECT_EQ(std::string(c.concerns), f["material"].is_null() ? f["node"].is_null() ? "" : f["node"].get<std::string>()
+                                                                    : f["material"].get<std::string>()) << c.kind;
+        covered.insert(c.kind);
+    }
+    // Every rule has its broken scene.
+    for (const check::Rule& r : check::rules()) EXPECT_TRUE(covered.count(r.kind)) << r.kind;
+}
+
+TEST(Check, CleanScenesGiveNoFinding) {
+    Scene s;
+    auto [code, report] = s.check();
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(report["findings"], json::array()) << report.dump(1);
+    s.options.scene = sourcePath("examples/trainer.gltf");
+    s.options.json = false;
+    s.options.textures = true; // as the example is exported in full
+    std::FILE* out = std::tmpfile();
+    EXPECT_EQ(app::runCheck(s.options, out), 0);
+    std::rewind(out);
+    char line[4096] = {};
+    EXPECT_EQ(std::string(std::fgets(line, sizeof line, out)), sourcePath("examples/trainer.gltf") + ": 0 errors, 0 warnings, 1 note\n");
+    std::fclose(out);
+}
+
+} // namespace
+} // namespace tarnvale::test
