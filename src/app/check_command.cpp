@@ -86,6 +86,7 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
     readOptions.keepImages = true;
+    readOptions.outline = true;
     readOptions.materialField = shell::fieldIdSetting(*settings);
     auto refuse = [&](const std::string& why) {
         if (o.json) std::fprintf(out, "%s\n", nlohmann::json({{"scene", o.scene}, {"error", why}}).dump().c_str());

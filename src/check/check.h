@@ -26,6 +26,7 @@ struct Finding {
     std::string frame;    // the name of its frame in the X file ("frm-wing_001")
     std::string material; // the material as the modeller named it, where it concerns one
     std::string message;  // one sentence: what is wrong and what to do
+    size_t place = 0;     // the scene's first, then the frames' in file order, then the materials'
 };
 
 // What the checks read: the scene as the export reads it and the files the
@@ -53,8 +54,9 @@ struct Rule {
 
 const std::vector<Rule>& rules();
 
-// Runs every rule; the findings in the order of the rules, each rule's in the
-// order of the scene.
+// Runs every rule; the findings in the order of what they concern (the scene,
+// the frames as the file holds them, the materials as first used), and of the
+// rules among those of one concern.
 std::vector<Finding> run(const Subject& subject);
 
 // The skin influences one vertex may have: the simulator blends at most four bones.

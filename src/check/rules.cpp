@@ -62,8 +62,17 @@ struct Context {
     void add(const Rule& rule, const Frame* frame, const MemoryMaterial* material, std::string message,
              std::optional<Severity> severity = std::nullopt) {
         Finding f{rule.kind, severity.value_or(rule.severity), {}, {}, {}, std::move(message)};
-        if (frame) f.node = frame->node->shownName(), f.frame = "frm-" + frame->x;
-        if (material) f.material = material->shownName();
+        if (frame) {
+            f.node = frame->node->shownName(), f.frame = "frm-" + frame->x;
+            const bool listed = frame >= frames.data() && frame < frames.data() + frames.size();
+            f.place = 1 + (listed ? static_cast<size_t>(frame - frames.data()) : 0);
+        }
+        if (material) {
+            f.material = material->shownName();
+            f.place = 1 + frames.size();
+            while (f.place - 1 - frames.size() < materials.size() && materials[f.place - 1 - frames.size()].first.get() != material)
+                ++f.place;
+        }
         out.push_back(std::move(f));
     }
 };
@@ -85,6 +94,15 @@ void addFrames(Context& c, MemoryObject& root) {
                            double(w[2]) * (double(w[4]) * w[9] - double(w[5]) * w[8]);
         const bool mirrors = det < 0;
         f.mirrorStarts = mirrors && !parentMirrors;
+        auto addMaterial = [&f](const std::shared_ptr<MemoryMaterial>& m) {
+            if (m && std::none_of(f.materials.begin(), f.materials.end(), [&](const auto& u) { return u == m; }))
+                f.materials.push_back(m);
+        };
+        if (auto o = c.subject.loaded->outlines.find(node); o != c.subject.loaded->outlines.end()) {
+            f.vertices += o->second.vertices;
+            f.triangles += o->second.triangles;
+            for (const auto& m : o->second.materials) addMaterial(m);
+        }
         SGShapeListPtr shapes = node->GetShapes();
         const SGMaterial* last = nullptr;
         for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i) {
@@ -96,8 +114,7 @@ void addFrames(Context& c, MemoryObject& root) {
                 const SGMaterialPtr& m = shape->FaceMaterial(p);
                 if (m.get() == last || !m) continue;
                 last = m.get();
-                if (std::none_of(f.materials.begin(), f.materials.end(), [&](const auto& u) { return u == m; }))
-                    if (auto memory = std::dynamic_pointer_cast<MemoryMaterial>(m)) f.materials.push_back(memory);
+                addMaterial(std::dynamic_pointer_cast<MemoryMaterial>(m));
             }
             if (!shape->GetVertexWeights().empty()) f.skinned.push_back(shape);
         }
@@ -557,6 +574,7 @@ std::vector<Finding> run(const Subject& subject) {
     Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, 0, 0};
     collect(context);
     for (const Rule& rule : rules()) rule.run(context, rule);
+    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) { return a.place < b.place; });
     return findings;
 }
 

@@ -141,6 +141,37 @@ uint32_t AccessorView::index(size_t i) const {
     }
 }
 
+bool AccessorView::finite(int n) const {
+    if (componentType_ != TINYGLTF_COMPONENT_TYPE_FLOAT) return true; // integers always are
+    bool bad = false;
+    for (size_t i = 0; i < count_; ++i)
+        for (int c = 0; c < n; ++c) {
+            uint32_t bits;
+            std::memcpy(&bits, data_ + i * stride_ + static_cast<size_t>(c) * 4, 4);
+            // An exponent of all ones is an infinity or not a number.
+            bad |= (bits & 0x7F800000u) == 0x7F800000u;
+        }
+    return !bad;
+}
+
+uint32_t AccessorView::largestIndex(size_t count) const {
+    uint32_t largest = 0;
+    auto scan = [&](auto type) {
+        for (size_t i = 0; i < count; ++i) {
+            decltype(type) u;
+            std::memcpy(&u, data_ + i * stride_, sizeof u);
+            largest = std::max<uint32_t>(largest, u);
+        }
+    };
+    switch (componentType_) {
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: scan(uint8_t{}); break;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: scan(uint16_t{}); break;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT: scan(uint32_t{}); break;
+    default: throw SceneError(what_ + ": indices must be unsigned integers");
+    }
+    return largest;
+}
+
 std::string nodeName(const tinygltf::Model& model, int index) {
     const std::string& name = model.nodes[static_cast<size_t>(index)].name;
     return name.empty() ? "node_" + std::to_string(index) : name;

@@ -5,6 +5,7 @@
 #include "scene/scene.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -36,6 +37,15 @@ struct ReadOptions {
     double sampleRate = 30;
     // Keep the encoded bytes of the images that materials use (for textures).
     bool keepImages = false;
+    // Meshes without skins are read and checked in full but only counted, not
+    // kept: LoadedScene::outlines has them (for the checker, which needs no more).
+    bool outline = false;
+};
+
+// A mesh as ReadOptions::outline leaves it on its node.
+struct MeshOutline {
+    size_t vertices = 0, triangles = 0;
+    std::vector<std::shared_ptr<scene::MemoryMaterial>> materials; // distinct, in first use
 };
 
 // An image a material uses, as the reader found it: once per image and use (a
@@ -57,6 +67,8 @@ struct LoadedScene {
     std::shared_ptr<scene::MemoryMaterial> defaultMaterial;
     // The images the materials use; filled when ReadOptions::keepImages is set.
     std::vector<SourceImage> images;
+    // With ReadOptions::outline: the mesh of each node that has one without a skin.
+    std::map<const scene::MemoryObject*, MeshOutline> outlines;
 };
 
 // Reads a .gltf (external or embedded data) or .glb file. Converts to the

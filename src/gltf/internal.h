@@ -25,6 +25,11 @@ public:
     float component(size_t i, int c) const;
     // Element i of a scalar integer accessor.
     uint32_t index(size_t i) const;
+    // Whether components 0 to n - 1 of every element are finite; one pass, for
+    // what is checked and not kept.
+    bool finite(int n) const;
+    // The largest of the first `count` elements of a scalar integer accessor (0 for none).
+    uint32_t largestIndex(size_t count) const;
     int componentType() const { return componentType_; }
 
 private:

@@ -80,6 +80,7 @@ struct Scene {
 
 struct Broken {
     const char* kind;
+    const char* severity;
     const char* concerns; // the node or material named in the finding
     std::function<void(Scene&)> breakIt;
 };
@@ -87,30 +88,30 @@ struct Broken {
 const char* const kOneAnimation = "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>";
 
 const Broken kBroken[] = {
-    {"template-missing", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/Tarnvale.X"); }},
-    {"modeldef-missing", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/modeldef.xml"); }},
-    {"modeldef-xml", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", "<ModelInfo><Animation"); }},
-    {"modeldef-animations", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", kOneAnimation); }},
-    {"animation-unmatched", "aileron_left", [](Scene& s) {
+    {"template-missing", "error", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/Tarnvale.X"); }},
+    {"modeldef-missing", "error", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/modeldef.xml"); }},
+    {"modeldef-xml", "error", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", "<ModelInfo><Animation"); }},
+    {"modeldef-animations", "error", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", kOneAnimation); }},
+    {"animation-unmatched", "error", "aileron_left", [](Scene& s) {
          writeFile(s.options.pluginDir + "/modeldef.xml",
                    "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
          s.b.doc["nodes"][s.part]["name"] = "aileron_left";
      }},
-    {"animation-ambient", "gizmo", [](Scene& s) { s.b.doc["nodes"][s.part]["name"] = "gizmo"; }},
-    {"animation-no-length", "l_aileron_2", [](Scene& s) {
+    {"animation-ambient", "warning", "gizmo", [](Scene& s) { s.b.doc["nodes"][s.part]["name"] = "gizmo"; }},
+    {"animation-no-length", "error", "l_aileron_2", [](Scene& s) {
          s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
      }},
-    {"animation-still", "l_aileron_2", [](Scene& s) {
+    {"animation-still", "warning", "l_aileron_2", [](Scene& s) {
          s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0});
      }},
-    {"reader-skipped", "", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0}); }},
-    {"name-collision", "Wheel", [](Scene& s) {
+    {"reader-skipped", "warning", "", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0}); }},
+    {"name-collision", "warning", "Wheel", [](Scene& s) {
          const int left = s.b.node({{"name", "wheel"}}, false);
          s.b.node({{"name", "gear"}, {"children", {left}}});
          s.b.node({{"name", "Wheel"}});
      }},
-    {"name-mapped", "wing.001", [](Scene& s) { s.b.node({{"name", "wing.001"}}); }},
-    {"mesh-materials", "l_aileron", [](Scene& s) {
+    {"name-mapped", "info", "wing.001", [](Scene& s) { s.b.node({{"name", "wing.001"}}); }},
+    {"mesh-materials", "error", "l_aileron", [](Scene& s) {
          json& prims = s.b.doc["meshes"][s.mesh]["primitives"];
          for (int m = 0; m < 1002; ++m) {
              s.b.doc["materials"].push_back({{"name", "m" + std::to_string(m)}});
@@ -118,45 +119,48 @@ const Broken kBroken[] = {
              prims[m]["material"] = m;
          }
      }},
-    {"mesh-no-triangles", "l_aileron", [](Scene& s) {
+    {"mesh-no-triangles", "error", "l_aileron", [](Scene& s) {
          s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
      }},
-    {"mirrored", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["scale"] = {-1, 1, 1}; }},
-    {"material-empty-name", "glass", [](Scene& s) {
+    {"mirrored", "info", "l_aileron", [](Scene& s) {
+         s.b.doc["nodes"][s.part]["scale"] = {-1, 1, 1};
+         s.b.doc["nodes"][s.part]["children"] = {s.b.node({{"name", "also_mirrored"}}, false)};
+     }},
+    {"material-empty-name", "error", "glass", [](Scene& s) {
          s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}});
      }},
-    {"cockpit-no-texture", "panel", [](Scene& s) {
+    {"cockpit-no-texture", "error", "panel", [](Scene& s) {
          s.material({{"name", "panel"}, {"extras", {{"FS10", "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never"}}}});
      }},
-    {"texture-missing", "skin", [](Scene& s) { s.image({{"uri", "gone.dds"}}); }},
-    {"texture-size", "skin", [](Scene& s) {
+    {"texture-missing", "error", "skin", [](Scene& s) { s.image({{"uri", "gone.dds"}}); }},
+    {"texture-size", "warning", "skin", [](Scene& s) {
          s.image({{"bufferView", s.b.bufferView(ddsHeader(300, 256))}, {"mimeType", "image/vnd-ms.dds"}});
      }},
-    {"texture-not-dds", "skin", [](Scene& s) {
+    {"texture-not-dds", "warning", "skin", [](Scene& s) {
          s.image({{"bufferView", s.b.bufferView(pngHeader(256, 256))}, {"mimeType", "image/png"}});
      }},
-    {"lod-gap", "plane_LOD_50", [](Scene& s) {
+    {"lod-gap", "warning", "plane_LOD_50", [](Scene& s) {
          const int near = s.b.node({{"name", "plane_LOD_100"}}, false);
          const int far = s.b.node({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}}, false);
          s.b.node({{"name", "plane"}, {"children", {near, far}}});
          s.options.group = "plane_LOD_100";
      }},
-    {"lod-sibling", "wheels", [](Scene& s) {
+    {"lod-sibling", "warning", "wheels", [](Scene& s) {
          const int near = s.b.node({{"name", "plane_LOD_100"}}, false), wheels = s.b.node({{"name", "wheels"}}, false);
          s.b.node({{"name", "plane"}, {"children", {near, wheels}}});
          s.options.group = "plane_LOD_100";
      }},
-    {"partdata-xml", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
-    {"partdata-root", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>"; }},
-    {"skin-weights", "l_aileron", [](Scene& s) { s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0}); }},
-    {"skin-influences", "l_aileron", [](Scene& s) {
+    {"partdata-xml", "error", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
+    {"partdata-root", "error", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>"; }},
+    {"skin-weights", "warning", "l_aileron", [](Scene& s) { s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0}); }},
+    {"skin-influences", "warning", "l_aileron", [](Scene& s) {
          std::vector<uint8_t> joints(24, 1);
          std::vector<float> weights(24, 0);
          for (size_t v = 0; v < 3; ++v) weights[4 * v] = 1;
          for (size_t k = 0; k < 4; ++k) weights[k] = weights[12 + k] = 0.125f; // vertex 0: eight bones
          s.skin(joints, weights);
      }},
-    {"skin-joints-outside", "", [](Scene& s) {
+    {"skin-joints-outside", "warning", "", [](Scene& s) {
          s.skin({1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0});
          const int other = s.b.node({{"name", "rig"}});
          s.b.doc["nodes"][other]["children"] = {1};
@@ -174,8 +178,8 @@ TEST(Check, EachBrokenSceneGivesItsOneFinding) {
         ASSERT_EQ(report["findings"].size(), 1u) << c.kind << "\n" << report.dump(1);
         const json& f = report["findings"][0];
         EXPECT_EQ(f["kind"], c.kind);
-        const bool error = f["severity"] == "error";
-        EXPECT_EQ(code, error ? 1 : 0) << c.kind;
+        EXPECT_EQ(f["severity"], c.severity) << c.kind;
+        EXPECT_EQ(code, f["severity"] == "error" ? 1 : 0) << c.kind;
         EXPECT_EQ(report["counts"][f["severity"].get<std::string>()], 1) << c.kind;
         EXPECT_EQ(std::string(c.concerns), f["material"].is_null() ? f["node"].is_null() ? "" : f["node"].get<std::string>()
                                                                     : f["material"].get<std::string>()) << c.kind;
@@ -199,6 +203,37 @@ TEST(Check, CleanScenesGiveNoFinding) {
     char line[4096] = {};
     EXPECT_EQ(std::string(std::fgets(line, sizeof line, out)), sourcePath("examples/trainer.gltf") + ": 0 errors, 0 warnings, 1 note\n");
     std::fclose(out);
+}
+
+TEST(Check, TheCommandReportsByNodeAndExportCheckStopsOnAnError) {
+    Scene s;
+    s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>";
+    s.b.node({{"name", "wing.001"}});
+    const std::string scene = s.b.saveGltf(s.dir.file("s.gltf")), plugin = " --plugin-dir " + s.options.pluginDir;
+    RunResult r = tarnvale("check " + scene + plugin, s.dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.out, scene + ": 1 error, 0 warnings, 1 note\n"
+                     "  node l_aileron (frm-l_aileron)\n"
+                     "    error   partdata-root: its part data's root is Visibility, and the compiler reads only "
+                     "FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">\n"
+                     "  node wing.001 (frm-wing_001)\n"
+                     "    info    name-mapped: the X file cannot hold its name as it is, so it becomes wing_001 (the "
+                     "frame frm-wing_001)\n");
+    const std::string x = s.dir.file("s.x"), args = " -o " + x + plugin + " --yes --no-tool --check";
+    r = tarnvale("export " + scene + args, s.dir);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.err.find("partdata-root"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("tarnvale: the check found 1 error, so nothing was exported"), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(x));
+    r = tarnvale("export " + scene + args + " --report json", s.dir);
+    EXPECT_NE(r.out.find("{\"finding\":{\"frame\":\"frm-l_aileron\",\"kind\":\"partdata-root\""), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("{\"result\":{\"code\":1,\"files\":[]}}"), std::string::npos) << r.out;
+    // Warnings and notes do not stop it.
+    s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData/>";
+    s.b.saveGltf(scene);
+    EXPECT_EQ(tarnvale("export " + scene + args, s.dir).code, 0);
+    EXPECT_TRUE(fs::exists(x));
+    EXPECT_EQ(tarnvale("check " + s.dir.file("none.gltf"), s.dir).code, 2);
 }
 
 } // namespace
