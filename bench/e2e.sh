@@ -28,11 +28,15 @@ declare -A cmd=(
   [tarnvale]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/n/m.x --yes --quiet"
   [tarnvale-1]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/1/m.x --yes --quiet --threads 1"
   [assimp]="assimp export $work/grid.glb $work/a.x"
+  [check]="./build-bench/bin/tarnvale check $work/grid.glb"
 )
-order=(tarnvale tarnvale-1 assimp)
+order=(tarnvale tarnvale-1 assimp check)
 for ((i = 0; i < pairs; i++)); do
   for name in "${order[@]}"; do
-    /usr/bin/time -f "%e %M" -a -o "$work/$name.runs" ${cmd[$name]} >/dev/null 2>&1 || true
+    # Wall time to the millisecond (time's own has hundredths), peak from time.
+    start=$(date +%s%N)
+    /usr/bin/time -f "%M" -o "$work/peak" ${cmd[$name]} >/dev/null 2>&1 || true
+    echo "$start $(date +%s%N) $(tail -1 "$work/peak")" | awk '{ printf "%.3f %s\n", ($2 - $1) / 1e9, $3 }' >>"$work/$name.runs"
   done
 done
 
@@ -41,11 +45,12 @@ for name in "${order[@]}"; do
   read -r median[$name] line < <(sort -n "$work/$name.runs" | awk -v g="$glb_bytes" '
     { t[NR] = $1; if ($2 > peak) peak = $2 }
     END { m = (NR % 2) ? t[(NR + 1) / 2] : (t[NR / 2] + t[NR / 2 + 1]) / 2;
-          printf "%s %.2f s median (%.2f to %.2f), peak %.0f MiB = %.2f x the .glb\n",
+          printf "%s %.3f s median (%.3f to %.3f), peak %.0f MiB = %.2f x the .glb\n",
                  m, m, t[1], t[NR], peak / 1024, peak * 1024 / g }')
   printf '%-11s %s\n' "$name" "$line"
 done
 awk -v a="${median[assimp]}" -v t="${median[tarnvale]}" -v o="${median[tarnvale-1]}" 'BEGIN {
   printf "tarnvale is %.1f x faster than assimp (%.1f x on one thread) over %d pairs\n", a / t, a / o, '"$pairs"' }'
+awk -v c="${median[check]}" -v t="${median[tarnvale]}" 'BEGIN { printf "the check takes %.2f of the export'"'"'s time\n", c / t }'
 diff <(grep -av '^// Exported' "$work/n/m.x") <(grep -av '^// Exported' "$work/1/m.x") >/dev/null \
   && echo "X files of one thread and of $(nproc): the same" || echo "X files of one thread and of $(nproc): DIFFER"

@@ -73,7 +73,8 @@ materials = [
         "baseColorFactor": [0.55, 0.65, 0.75, 0.35], "metallicFactor": 0.0, "roughnessFactor": 0.1}},
     {"name": "Trim Red", "pbrMetallicRoughness": {"baseColorFactor": [0.7, 0.08, 0.06, 1.0],
      "metallicFactor": 0.0, "roughnessFactor": 0.6},
-     "extras": {"FS10": "EnvLevelScale=0.5;UseGlobalEnv=1;SpecBloomFloor=0.8;DoubleSided=1"}},
+     "extras": {"FS10": "EnvLevelScale=0.5;UseGlobalEnv=1;SpecBloomFloor=0.8;DoubleSided=1;"
+                                 "SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never"}},
     {"name": "Tyre", "pbrMetallicRoughness": {"baseColorFactor": [0.06, 0.06, 0.06, 1.0],
      "metallicFactor": 0.0, "roughnessFactor": 1.0}},
 ]
@@ -217,5 +218,23 @@ write_png(os.path.join(examples, "textures", "trainer_n.png"), 256, 256, panel_n
 out = os.path.join(examples, "trainer.gltf")
 with open(out, "w") as f:
     json.dump(doc, f, indent=1)
+    f.write("\n")
+print("wrote", os.path.normpath(out))
+
+# The same trainer with faults that `tarnvale check` finds (the README shows its
+# report): an aileron named the modeller's way, part data without its root, and
+# a partial simulator text.
+broken = json.loads(json.dumps(doc))
+for node in broken["nodes"]:
+    if node.get("name") == "l_aileron":
+        node["name"] = "aileron.L"
+    if node.get("name") == "Fuselage":
+        node["extras"]["FS10att"] = '<Visibility name="custom_fuselage"/>'
+for material in broken["materials"]:
+    if material["name"] == "Trim Red":
+        material["extras"]["FS10"] = "EnvLevelScale=0.5;UseGlobalEnv=1;SpecBloomFloor=0.8;DoubleSided=1"
+out = os.path.join(examples, "broken_trainer.gltf")
+with open(out, "w") as f:
+    json.dump(broken, f, indent=1)
     f.write("\n")
 print("wrote", os.path.normpath(out))

@@ -8,19 +8,12 @@
 namespace tarnvale::test {
 namespace {
 
-// The head of a PNG file: enough for its size to be read.
-std::string pngHeader(uint32_t width, uint32_t height) {
-    std::string s("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
-    for (uint32_t v : {width, height})
-        for (int shift = 24; shift >= 0; shift -= 8) s += static_cast<char>((v >> shift) & 0xFF);
-    return s + std::string("\x08\x02\0\0\0\0\0\0\0", 9);
-}
-
-// The head of a DDS file of that size.
-std::string ddsHeader(uint32_t width, uint32_t height) {
-    std::string s = "DDS ";
-    for (uint32_t v : {124u, 0u, height, width}) s.append(reinterpret_cast<const char*>(&v), 4);
-    return s + std::string(128 - s.size(), '\0');
+// The head of a DDS or PNG file: enough for its size to be read.
+std::string imageHead(bool dds, uint32_t width, uint32_t height) {
+    std::string s = dds ? std::string("DDS |\0\0\0\0\0\0\0", 12) : std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
+    for (uint32_t v : dds ? std::vector<uint32_t>{height, width} : std::vector<uint32_t>{width, height})
+        for (int k = 0; k < 4; ++k) s += static_cast<char>((dds ? v >> (8 * k) : v >> (24 - 8 * k)) & 0xFF);
+    return s + (dds ? std::string(108, '\0') : std::string("\x08\x02\0\0\0\0\0\0\0", 9));
 }
 
 // A clean scene: a triangle on l_aileron, moved over three keys, with the data
@@ -30,7 +23,6 @@ struct Scene {
     GltfBuilder b;
     app::CheckOptions options;
     int mesh = b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2});
-    int part = b.node({{"name", "l_aileron"}, {"mesh", mesh}});
 
     Scene() {
         options.pluginDir = dir.folder("plugin");
@@ -38,7 +30,15 @@ struct Scene {
         options.json = true;
         for (const char* f : {"Tarnvale.X", "modeldef.xml"})
             fs::copy_file(sourcePath("data/") + f, options.pluginDir + "/" + f);
-        keys(part, {0, 1, 2}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
+        b.node({{"name", "l_aileron"}, {"mesh", mesh}});
+        keys(0, {0, 1, 2}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
+    }
+    json& part() { return b.doc["nodes"][0]; }
+    std::string modelDef() const { return options.pluginDir + "/modeldef.xml"; }
+    // plane_LOD_100 and a sibling below plane, with the level exported.
+    void lods(json sibling) {
+        b.node({{"name", "plane"}, {"children", {b.node({{"name", "plane_LOD_100"}}, false), b.node(sibling, false)}}});
+        options.group = "plane_LOD_100";
     }
     void keys(int node, std::vector<float> times, std::vector<float> places) {
         b.animation("move" + std::to_string(node), {{node, "translation", times, places, "LINEAR"}});
@@ -55,15 +55,15 @@ struct Scene {
     }
     void skin(const std::vector<uint8_t>& joints, const std::vector<float>& weights) {
         const int bone = b.node({{"name", "bone"}}, false);
-        b.doc["nodes"][part]["children"] = {bone};
+        part()["children"] = {bone};
         json& prim = b.doc["meshes"][mesh]["primitives"][0];
         for (size_t set = 0; set < joints.size() / 12; ++set) {
             const std::string k = std::to_string(set);
             prim["attributes"]["JOINTS_" + k] = b.bytes({joints.begin() + 12 * set, joints.begin() + 12 * set + 12}, "VEC4", false);
             prim["attributes"]["WEIGHTS_" + k] = b.floats({weights.begin() + 12 * set, weights.begin() + 12 * set + 12}, "VEC4");
         }
-        b.doc["skins"] = json::array({{{"joints", {part, bone}}}});
-        b.doc["nodes"][part]["skin"] = 0;
+        b.doc["skins"] = json::array({{{"joints", {0, bone}}}});
+        part()["skin"] = 0;
     }
     // The report of `check --json`, and its exit code.
     std::pair<int, json> check() {
@@ -85,29 +85,23 @@ struct Broken {
     std::function<void(Scene&)> breakIt;
 };
 
-const char* const kOneAnimation = "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>";
+const char* const kNamed = "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never";
 
 const Broken kBroken[] = {
     {"template-missing", "error", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/Tarnvale.X"); }},
-    {"modeldef-missing", "error", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/modeldef.xml"); }},
-    {"modeldef-xml", "error", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", "<ModelInfo><Animation"); }},
-    {"modeldef-animations", "error", "", [](Scene& s) { writeFile(s.options.pluginDir + "/modeldef.xml", kOneAnimation); }},
+    {"modeldef-missing", "error", "", [](Scene& s) { fs::remove(s.modelDef()); }},
+    {"modeldef-xml", "error", "", [](Scene& s) { writeFile(s.modelDef(), "<ModelInfo><Animation"); }},
+    {"modeldef-animations", "error", "", [](Scene& s) { writeFile(s.modelDef(), "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>"); }},
     {"animation-unmatched", "error", "aileron_left", [](Scene& s) {
-         writeFile(s.options.pluginDir + "/modeldef.xml",
-                   "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
-         s.b.doc["nodes"][s.part]["name"] = "aileron_left";
+         writeFile(s.modelDef(), "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
+         s.part()["name"] = "aileron_left";
      }},
-    {"animation-ambient", "warning", "gizmo", [](Scene& s) { s.b.doc["nodes"][s.part]["name"] = "gizmo"; }},
-    {"animation-no-length", "error", "l_aileron_2", [](Scene& s) {
-         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
-     }},
-    {"animation-still", "warning", "l_aileron_2", [](Scene& s) {
-         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0});
-     }},
+    {"animation-ambient", "warning", "gizmo", [](Scene& s) { s.part()["name"] = "gizmo"; }},
+    {"animation-no-length", "error", "l_aileron_2", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0}); }},
+    {"animation-still", "warning", "l_aileron_2", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0}); }},
     {"reader-skipped", "warning", "", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0}); }},
     {"name-collision", "warning", "Wheel", [](Scene& s) {
-         const int left = s.b.node({{"name", "wheel"}}, false);
-         s.b.node({{"name", "gear"}, {"children", {left}}});
+         s.b.node({{"name", "gear"}, {"children", {s.b.node({{"name", "wheel"}}, false)}}});
          s.b.node({{"name", "Wheel"}});
      }},
     {"name-mapped", "info", "wing.001", [](Scene& s) { s.b.node({{"name", "wing.001"}}); }},
@@ -119,52 +113,31 @@ const Broken kBroken[] = {
              prims[m]["material"] = m;
          }
      }},
-    {"mesh-no-triangles", "error", "l_aileron", [](Scene& s) {
-         s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
+    {"mesh-no-triangles", "error", "l_aileron", [](Scene& s) { s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1}); }},
+    {"mirrored", "info", "l_aileron", [](Scene& s) { // its child mirrors too, and is not told of
+         s.part()["scale"] = {-1, 1, 1};
+         s.part()["children"] = {s.b.node({{"name", "also_mirrored"}}, false)};
      }},
-    {"mirrored", "info", "l_aileron", [](Scene& s) {
-         s.b.doc["nodes"][s.part]["scale"] = {-1, 1, 1};
-         s.b.doc["nodes"][s.part]["children"] = {s.b.node({{"name", "also_mirrored"}}, false)};
-     }},
-    {"material-empty-name", "error", "glass", [](Scene& s) {
-         s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}});
-     }},
-    {"cockpit-no-texture", "error", "panel", [](Scene& s) {
-         s.material({{"name", "panel"}, {"extras", {{"FS10", "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never"}}}});
-     }},
+    {"material-empty-name", "error", "glass", [](Scene& s) { s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}}); }},
+    {"cockpit-no-texture", "error", "panel", [](Scene& s) { s.material({{"name", "panel"}, {"extras", {{"FS10", kNamed}}}}); }},
     {"texture-missing", "error", "skin", [](Scene& s) { s.image({{"uri", "gone.dds"}}); }},
-    {"texture-size", "warning", "skin", [](Scene& s) {
-         s.image({{"bufferView", s.b.bufferView(ddsHeader(300, 256))}, {"mimeType", "image/vnd-ms.dds"}});
-     }},
-    {"texture-not-dds", "warning", "skin", [](Scene& s) {
-         s.image({{"bufferView", s.b.bufferView(pngHeader(256, 256))}, {"mimeType", "image/png"}});
-     }},
-    {"lod-gap", "warning", "plane_LOD_50", [](Scene& s) {
-         const int near = s.b.node({{"name", "plane_LOD_100"}}, false);
-         const int far = s.b.node({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}}, false);
-         s.b.node({{"name", "plane"}, {"children", {near, far}}});
-         s.options.group = "plane_LOD_100";
-     }},
-    {"lod-sibling", "warning", "wheels", [](Scene& s) {
-         const int near = s.b.node({{"name", "plane_LOD_100"}}, false), wheels = s.b.node({{"name", "wheels"}}, false);
-         s.b.node({{"name", "plane"}, {"children", {near, wheels}}});
-         s.options.group = "plane_LOD_100";
-     }},
-    {"partdata-xml", "error", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
-    {"partdata-root", "error", "l_aileron", [](Scene& s) { s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>"; }},
+    {"texture-size", "warning", "skin", [](Scene& s) { s.image({{"bufferView", s.b.bufferView(imageHead(true, 300, 256))}}); }},
+    {"texture-not-dds", "warning", "skin", [](Scene& s) { s.image({{"bufferView", s.b.bufferView(imageHead(false, 256, 256))}}); }},
+    {"lod-gap", "warning", "plane_LOD_50", [](Scene& s) { s.lods({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}}); }},
+    {"lod-sibling", "warning", "wheels", [](Scene& s) { s.lods({{"name", "wheels"}}); }},
+    {"partdata-xml", "error", "l_aileron", [](Scene& s) { s.part()["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
+    {"partdata-root", "error", "l_aileron", [](Scene& s) { s.part()["extras"]["FS10att"] = "<Visibility/>"; }},
     {"skin-weights", "warning", "l_aileron", [](Scene& s) { s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0}); }},
-    {"skin-influences", "warning", "l_aileron", [](Scene& s) {
-         std::vector<uint8_t> joints(24, 1);
+    {"skin-influences", "warning", "l_aileron", [](Scene& s) { // vertex 0: eight bones at 1/8
          std::vector<float> weights(24, 0);
-         for (size_t v = 0; v < 3; ++v) weights[4 * v] = 1;
-         for (size_t k = 0; k < 4; ++k) weights[k] = weights[12 + k] = 0.125f; // vertex 0: eight bones
-         s.skin(joints, weights);
+         for (size_t k = 0; k < 4; ++k) weights[k] = weights[12 + k] = 0.125f;
+         weights[4] = weights[8] = 1;
+         s.skin(std::vector<uint8_t>(24, 1), weights);
      }},
     {"skin-joints-outside", "warning", "", [](Scene& s) {
          s.skin({1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0});
-         const int other = s.b.node({{"name", "rig"}});
-         s.b.doc["nodes"][other]["children"] = {1};
-         s.b.doc["nodes"][s.part].erase("children");
+         s.b.node({{"name", "rig"}, {"children", s.part()["children"]}}); // the joint, moved out of the group
+         s.part().erase("children");
          s.options.group = "l_aileron";
      }},
 };
@@ -207,7 +180,7 @@ TEST(Check, CleanScenesGiveNoFinding) {
 
 TEST(Check, TheCommandReportsByNodeAndExportCheckStopsOnAnError) {
     Scene s;
-    s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<Visibility/>";
+    s.part()["extras"]["FS10att"] = "<Visibility/>";
     s.b.node({{"name", "wing.001"}});
     const std::string scene = s.b.saveGltf(s.dir.file("s.gltf")), plugin = " --plugin-dir " + s.options.pluginDir;
     RunResult r = tarnvale("check " + scene + plugin, s.dir);
@@ -229,7 +202,7 @@ TEST(Check, TheCommandReportsByNodeAndExportCheckStopsOnAnError) {
     EXPECT_NE(r.out.find("{\"finding\":{\"frame\":\"frm-l_aileron\",\"kind\":\"partdata-root\""), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("{\"result\":{\"code\":1,\"files\":[]}}"), std::string::npos) << r.out;
     // Warnings and notes do not stop it.
-    s.b.doc["nodes"][s.part]["extras"]["FS10att"] = "<FSMakeMdlData/>";
+    s.part()["extras"]["FS10att"] = "<FSMakeMdlData/>";
     s.b.saveGltf(scene);
     EXPECT_EQ(tarnvale("export " + scene + args, s.dir).code, 0);
     EXPECT_TRUE(fs::exists(x));
