@@ -301,21 +301,27 @@ bool windowsPossible(const char* what) {
 
 namespace {
 
+// What the export and the check read, and where from: the same options for both.
+template <typename Options>
+void addReadOptions(CLI::App* command, Options& o) {
+    command->add_option("--animation", o.animation, "Take the keyframes of this glTF animation only");
+    command->add_option("--sample-rate", o.sampleRate, "Samples per second of cubic-spline animation (default 30)")
+        ->check(CLI::Range(0.001, 1000.0));
+    command->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
+    command->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    command->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
+}
+
 CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     CLI::App* exp = app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
     exp->add_option("SCENE", o.scene, "The scene: a .gltf or .glb file")->required();
     exp->add_option("-o,--output", o.output, "The X file to write")->required();
     exp->add_option("--group", o.group, "Export the node of this name (default: the whole scene)");
     exp->add_option("--name", o.name, "The model's friendly name (default: as kept in the sidecar)");
-    exp->add_option("--animation", o.animation, "Take the keyframes of this glTF animation only");
-    exp->add_option("--sample-rate", o.sampleRate, "Samples per second of cubic-spline animation (default 30)")
-        ->check(CLI::Range(0.001, 1000.0));
+    addReadOptions(exp, o);
     exp->add_flag("-y,--yes", o.yes, "Do not ask: answer the export dialog with OK");
     exp->add_flag("-q,--quiet", o.quiet, "Show no progress and no reader warnings");
     exp->add_flag("--gui", o.gui, "Show the export dialog and the message boxes as windows");
-    exp->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
-    exp->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
-    exp->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
     exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
     exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
     exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
@@ -386,12 +392,7 @@ int run(int argc, char** argv) {
                                                 "a model other than meant, before anything is written");
     chk->add_option("SCENE", c.scene, "The scene: a .gltf or .glb file")->required();
     chk->add_option("--group", c.group, "Check the export of the node of this name (default: the whole scene)");
-    chk->add_option("--animation", c.animation, "Take the keyframes of this glTF animation only");
-    chk->add_option("--sample-rate", c.sampleRate, "Samples per second of cubic-spline animation (default 30)")
-        ->check(CLI::Range(0.001, 1000.0));
-    chk->add_option("--plugin-dir", c.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
-    chk->add_option("--settings", c.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
-    chk->add_option("--registry", c.registry, "Registry stand-in in the .reg syntax (default: none)");
+    addReadOptions(chk, c);
     chk->add_flag("--textures", c.textures, "The export will convert the images (export --textures)");
     chk->add_flag("--json", c.json, "The report as one JSON object on standard output");
     std::string sidecarOf, blender = "blender";

@@ -88,11 +88,7 @@ void addFrames(Context& c, MemoryObject& root) {
         Frame f;
         f.node = node;
         f.x = xfile::pCleanName(node->GetName());
-        const Matrix16 w = node->GetRelativeMatrix(nullptr, 0);
-        const double det = double(w[0]) * (double(w[5]) * w[10] - double(w[6]) * w[9]) -
-                           double(w[1]) * (double(w[4]) * w[10] - double(w[6]) * w[8]) +
-                           double(w[2]) * (double(w[4]) * w[9] - double(w[5]) * w[8]);
-        const bool mirrors = det < 0;
+        const bool mirrors = scene::mirrors(node->GetRelativeMatrix(nullptr, 0));
         f.mirrorStarts = mirrors && !parentMirrors;
         auto addMaterial = [&f](const std::shared_ptr<MemoryMaterial>& m) {
             if (m && std::none_of(f.materials.begin(), f.materials.end(), [&](const auto& u) { return u == m; }))

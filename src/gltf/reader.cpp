@@ -30,6 +30,7 @@ namespace {
 
 using scene::MemoryObject;
 using scene::MemoryShape;
+using scene::mirrors;
 
 // Images are never decoded; their bytes are kept when the textures are wanted.
 bool keepImageUndecoded(tinygltf::Image* image, const int, std::string*, std::string*, int, int,
@@ -173,14 +174,6 @@ Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r, 
 Matrix16 mirrorX(Matrix16 m) {
     for (int i : {1, 2, 3, 4, 8, 12}) m[i] = -m[i];
     return m;
-}
-
-// Whether a transform turns space inside out (its 3x3 part has a negative determinant).
-bool mirrors(const Matrix16& m) {
-    const double det = double(m[0]) * (double(m[5]) * m[10] - double(m[6]) * m[9]) -
-                       double(m[1]) * (double(m[4]) * m[10] - double(m[6]) * m[8]) +
-                       double(m[2]) * (double(m[4]) * m[9] - double(m[5]) * m[8]);
-    return det < 0;
 }
 
 // Brings a skinned shape's positions and normals into its node's frame: each

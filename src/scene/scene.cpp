@@ -216,6 +216,13 @@ Matrix16 multiply(const Matrix16& a, const Matrix16& b) {
     return r;
 }
 
+bool mirrors(const Matrix16& m) {
+    const double det = double(m[0]) * (double(m[5]) * m[10] - double(m[6]) * m[9]) -
+                       double(m[1]) * (double(m[4]) * m[10] - double(m[6]) * m[8]) +
+                       double(m[2]) * (double(m[4]) * m[9] - double(m[5]) * m[8]);
+    return det < 0;
+}
+
 Matrix16 inverse(const Matrix16& m) {
     // Gauss-Jordan with partial pivoting, in double.
     double a[4][8];

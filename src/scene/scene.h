@@ -409,5 +409,7 @@ BonesLeftOut keepBonesWithin(MemoryObject& group);
 Matrix16 multiply(const Matrix16& a, const Matrix16& b);
 // Fails on a singular matrix.
 Matrix16 inverse(const Matrix16& m);
+// Whether a transform turns space inside out (its 3x3 part has a negative determinant).
+bool mirrors(const Matrix16& m);
 
 } // namespace tarnvale::scene

@@ -62,6 +62,7 @@ TEST(Command, ExitCodesAndWhatStandardErrorSays) {
         {"export " + d.file("bad.gltf") + to, 2, "tarnvale: cannot read " + d.file("bad.gltf") + ": "},
         {"export " + d.file("short.glb") + to, 2, "tarnvale: cannot read " + d.file("short.glb") + ": "},
         {"export " + d.file("absent.gltf") + to, 2, "tarnvale: cannot read " + d.file("absent.gltf") + ": "},
+        {"check " + d.file("short.glb"), 2, "tarnvale: cannot read " + d.file("short.glb") + ": "},
         {"export " + example(), 2, ""},
         {"frobnicate", 2, ""},
         {"--version", 0, ""},
