@@ -1,10 +1,13 @@
 # File > Export > Flight Sim X (.MDL): Blender's glTF exporter writes the scene to
 # a temporary .glb, and `tarnvale export --report json` makes the model's files.
+# The dialog's Check runs `tarnvale check --json` on the same .glb and lists what
+# it finds; the export checks first too, and its findings stay listed.
 
 import contextlib
 import json
 import os
 import tempfile
+import textwrap
 
 import bpy
 from bpy.props import BoolProperty, EnumProperty, StringProperty
@@ -56,6 +59,115 @@ def _resolves(obj, data_path):
         return False
 
 
+WHAT = (('SCENE', "Scene", "The whole scene"),
+        ('COLLECTION', "Active collection", "The objects of the active collection"),
+        ('SELECTION', "Selection", "The selected objects"))
+LEVELS = {"error": 'ERROR', "warning": 'WARNING', "info": 'INFO'}
+ICONS = {"error": 'CANCEL', "warning": 'ERROR', "info": 'INFO'}  # Blender's ERROR icon is its warning sign
+SHOWN = 12  # findings listed in the dialog; the rest are counted
+
+
+def write_scene(context, folder, what, action):
+    """The scene (or its collection or selection) as Blender's glTF exporter writes it."""
+    scene = os.path.join(folder, "scene.glb")
+    with chosen_action(context, action):
+        bpy.ops.export_scene.gltf(
+            filepath=scene, export_format='GLB', export_extras=True, export_yup=True, export_apply=True,
+            use_selection=what == 'SELECTION', use_active_collection=what == 'COLLECTION',
+            export_animations=True, export_skins=True, export_nla_strips=not action)
+    return scene
+
+
+class TarnvaleFinding(bpy.types.PropertyGroup):
+    kind: StringProperty()
+    severity: StringProperty()
+    node: StringProperty()
+    frame: StringProperty()
+    material: StringProperty()
+    message: StringProperty()
+
+
+def keep_findings(context, findings):
+    """Keeps the last check's findings on the window manager, where the dialog lists them."""
+    window_manager = context.window_manager
+    window_manager.tarnvale_findings.clear()
+    for finding in findings:
+        kept = window_manager.tarnvale_findings.add()
+        for key in ("kind", "severity", "node", "frame", "material", "message"):
+            setattr(kept, key, finding.get(key) or "")
+    counts = [sum(f["severity"] == s for f in findings) for s in ("error", "warning", "info")]
+    window_manager.tarnvale_checked = "%d errors, %d warnings, %d notes" % tuple(counts)
+
+
+def concerns(node, frame, material):
+    """What a finding is about, as the modeller named it."""
+    if node:
+        return "%s (%s)" % (node, frame) if frame else node
+    return "material " + material if material else "the scene"
+
+
+def draw_findings(layout, context, operator):
+    window_manager = context.window_manager
+    box = layout.box()
+    check = box.operator(TARNVALE_OT_check.bl_idname, text="Check", icon='VIEWZOOM')
+    check.what, check.action, check.textures = operator.what, operator.action, bool(operator.textures)
+    box.label(text=window_manager.tarnvale_checked or "Not checked yet")
+    # Labels do not wrap: cut the messages to the width the panel has.
+    region = getattr(context, "region", None)
+    width = max(24, int(region.width / (6.5 * context.preferences.view.ui_scale)) - 6) if region else 34
+    findings = window_manager.tarnvale_findings
+    for finding in list(findings)[:SHOWN]:
+        column = box.column(align=True)
+        about = concerns(finding.node, "", finding.material)  # the X file's frame name only in the reports
+        column.label(text="%s: %s" % (about, finding.kind), icon=ICONS.get(finding.severity, 'INFO'))
+        for line in textwrap.wrap(finding.message, width):
+            column.label(text=line)
+    if len(findings) > SHOWN:
+        box.label(text="and %d more in the Info editor" % (len(findings) - SHOWN))
+
+
+def report_findings(operator, findings, levels=LEVELS):
+    for finding in findings:
+        about = concerns(finding.get("node"), finding.get("frame"), finding.get("material"))
+        operator.report({levels.get(finding["severity"], 'INFO')},
+                        "%s %s %s: %s" % (finding["severity"], finding["kind"], about, finding["message"]))
+
+
+class TARNVALE_OT_check(bpy.types.Operator):
+    """Check the scene as the export would read it, and list what would make the export or the compile fail"""
+
+    bl_idname = "export_scene.tarnvale_check"
+    bl_label = "Check Flight Sim X"
+
+    what: EnumProperty(name="Export", items=WHAT, default='SCENE')
+    action: StringProperty(name="Animation")
+    textures: BoolProperty(name="Textures converted")
+
+    def execute(self, context):
+        try:
+            with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
+                scene = write_scene(context, folder, self.what, self.action)
+                arguments = ["check", scene, "--json"] + common_options(context) + registry_option(context)
+                code, out, err = run(context, arguments + (["--textures"] if self.textures else []))
+        except TarnvaleError as error:
+            self.report({'ERROR'}, str(error))
+            return {'CANCELLED'}
+        result = json.loads(out) if out.startswith("{") else {"error": err.strip()[-300:]}
+        if code not in (0, 1) or "findings" not in result:
+            self.report({'ERROR'}, "The scene cannot be checked: " + result.get("error", ""))
+            return {'CANCELLED'}
+        keep_findings(context, result["findings"])
+        # A check that finds errors has done its work: no error report, which would fail a script.
+        report_findings(self, result["findings"], dict(LEVELS, error='WARNING'))
+        self.report({'INFO'}, "Check: " + context.window_manager.tarnvale_checked)
+        return {'FINISHED'}
+
+
+def registry_option(context):
+    registry = prefs(context).registry
+    return ["--registry", bpy.path.abspath(registry)] if registry else []
+
+
 class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
     """Export the scene as the source files of a flight-simulator model (X, XANIM and sidecar)"""
 
@@ -64,13 +176,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
     filename_ext = ".x"
 
     filter_glob: StringProperty(default="*.x", options={'HIDDEN'})
-    what: EnumProperty(
-        name="Export",
-        items=(('SCENE', "Scene", "The whole scene"),
-               ('COLLECTION', "Active collection", "The objects of the active collection"),
-               ('SELECTION', "Selection", "The selected objects")),
-        default='SCENE',
-    )
+    what: EnumProperty(name="Export", items=WHAT, default='SCENE')
     friendly_name: StringProperty(name="Name",
                                   description="The model's name; empty: the one kept beside the file")
     action: StringProperty(name="Animation", description="The action to export; empty: the actions as assigned")
@@ -78,6 +184,8 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
                              description="Write every texture the model names as DDS into this folder")
     run_tool: BoolProperty(name="Run the SDK's tool", default=True,
                            description="Compile the files with the SDK's xtomdl.exe when it is found")
+    check_first: BoolProperty(name="Check first", default=True,
+                              description="Check the scene first: an error found stops the export")
     shown_path: StringProperty(options={'HIDDEN', 'SKIP_SAVE'})
 
     def check(self, context):
@@ -97,6 +205,8 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         layout.prop_search(self, "action", bpy.data, "actions")
         layout.prop(self, "textures")
         layout.prop(self, "run_tool")
+        layout.prop(self, "check_first")
+        draw_findings(layout, context, self)
 
     def execute(self, context):
         try:
@@ -107,12 +217,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     def export(self, context):
         with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
-            scene = os.path.join(folder, "scene.glb")
-            with chosen_action(context, self.action):
-                bpy.ops.export_scene.gltf(
-                    filepath=scene, export_format='GLB', export_extras=True, export_yup=True, export_apply=True,
-                    use_selection=self.what == 'SELECTION', use_active_collection=self.what == 'COLLECTION',
-                    export_animations=True, export_skins=True, export_nla_strips=not self.action)
+            scene = write_scene(context, folder, self.what, self.action)
             with tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as errors:
                 report = self.follow(context, start(context, self.arguments(context, scene), errors))
                 errors.seek(0)
@@ -121,20 +226,20 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     def arguments(self, context, scene):
         arguments = ["export", scene, "-o", bpy.path.abspath(self.filepath), "--report", "json"]
-        arguments += common_options(context)
-        if prefs(context).registry:
-            arguments += ["--registry", bpy.path.abspath(prefs(context).registry)]
+        arguments += common_options(context) + registry_option(context)
         if self.friendly_name:
             arguments += ["--name", self.friendly_name]
         if self.textures:
             arguments += ["--textures", bpy.path.abspath(self.textures)]
         if not self.run_tool:
             arguments.append("--no-tool")
+        if self.check_first:
+            arguments.append("--check")
         return arguments
 
     def follow(self, context, process):
         """Reads the command's report line by line, its stages driving the progress bar."""
-        report = {"box": [], "warning": [], "error": [], "result": None}
+        report = {"box": [], "warning": [], "error": [], "finding": [], "result": None}
         window_manager = context.window_manager
         window_manager.progress_begin(0, 100)
         with process:
@@ -142,7 +247,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
                 item = json.loads(line) if line.startswith("{") else {}
                 if "stage" in item:
                     window_manager.progress_update(int(item["share"] * 100))
-                for kind in ("box", "warning", "error"):
+                for kind in ("box", "warning", "error", "finding"):
                     if kind in item:
                         report[kind].append(item[kind])
                 if "result" in item:
@@ -151,6 +256,9 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         return report
 
     def tell(self, context, report):
+        if self.check_first:
+            keep_findings(context, report["finding"])
+            report_findings(self, report["finding"])
         for text in report["warning"]:
             self.report({'WARNING'}, text)
         failed = report["result"] is None or report["result"]["code"] != 0
@@ -177,4 +285,14 @@ def menu_entry(self, context):
     self.layout.operator(TARNVALE_OT_export.bl_idname, text="Flight Sim X (.MDL)")
 
 
-classes = [TARNVALE_OT_export]
+classes = [TarnvaleFinding, TARNVALE_OT_check, TARNVALE_OT_export]
+
+
+def register_properties():
+    bpy.types.WindowManager.tarnvale_findings = bpy.props.CollectionProperty(type=TarnvaleFinding)
+    bpy.types.WindowManager.tarnvale_checked = StringProperty()
+
+
+def unregister_properties():
+    del bpy.types.WindowManager.tarnvale_findings
+    del bpy.types.WindowManager.tarnvale_checked

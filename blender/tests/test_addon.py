@@ -8,6 +8,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
 
 import addon_utils
@@ -21,15 +22,46 @@ def preferences():
     return prefs(bpy.context)
 
 
+PART_DATA = '<FSMakeMdlData version="9.0"><Visibility name="custom_vis"/></FSMakeMdlData>'
+
+
+class Layout:
+    """Stands in for a panel's layout: records the labels and operators drawn."""
+
+    def __init__(self, seen):
+        self.seen = seen
+
+    def label(self, text="", icon='NONE'):
+        self.seen.append((icon, text))
+
+    def operator(self, idname, **_):
+        button = types.SimpleNamespace()
+        self.seen.append((idname, button))
+        return button
+
+    def box(self):
+        return self
+
+    def row(self, **_):
+        return self
+
+    column = row
+
+    def prop(self, *_, **__):
+        pass
+
+    prop_search = prop
+
+
 def build_scene():
     """A wing and its mirrored copy, an aileron hinged on two keys, a mast skinned
     to three bones, a material with a simulator text, part data; names with .001."""
     bpy.ops.wm.read_homefile(use_empty=True)
     bpy.ops.mesh.primitive_cube_add(size=1, location=(2, 0, 0))
     wing = bpy.context.object
-    wing.name, wing["FS10att"] = "Wing", "<part>abc</part>"
+    wing.name, wing["FS10att"] = "Wing", PART_DATA
     paint = bpy.data.materials.new("Paint.001")
-    paint["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;DoubleSided=1"
+    paint["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;AlphaTestFunction=Greater;EmissiveData=Blend;DoubleSided=1"
     wing.data.materials.append(paint)
     copy = wing.copy()
     bpy.context.collection.objects.link(copy)
@@ -177,7 +209,7 @@ class Addon(unittest.TestCase):
             self.assertIn("Frame %s {" % frame, x)
         self.assertIn('"SrcAlpha"; "InvSrcAlpha"; // blend', x)
         self.assertIn("DoubleSidedMaterial {\n 1 ;", x)
-        self.assertIn("PartData {\n 17 ;\n 60 , 112 , 97 , 114 , 116 , 62 , 97 , 98 , 99 ,", x)
+        self.assertIn("PartData {\n %d ;\n %s ," % (len(PART_DATA) + 1, " , ".join(map(str, PART_DATA.encode()[:9]))), x)
         self.assertRegex(xanim, r'<AnimStream id="0" name="Rotation" partName="l_aileron"')
         for bone in ("bone", "bone_001", "bone_002"):
             self.assertTrue(re.search(r'\n +"%s", +[\d.]+;' % bone, x), "no weight of " + bone)
@@ -185,12 +217,49 @@ class Addon(unittest.TestCase):
         self.assertGreater(faces, 24)
         self.assertEqual(wrong, 0)
 
+    def test_the_dialog_lists_the_checks_findings_and_an_error_stops_the_export(self):
+        from tarnvale.export import TARNVALE_OT_export
+        build_scene()
+        bpy.data.objects["Wing"]["FS10att"] = "<part>abc</part>"
+        bpy.data.materials["Paint.001"]["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha"
+        dialog = types.SimpleNamespace(what='SELECTION', action='', textures='//dds')
+
+        def drawn():
+            seen = []
+            TARNVALE_OT_export.draw(types.SimpleNamespace(layout=Layout(seen), **vars(dialog)), bpy.context)
+            return seen
+
+        button = dict(drawn())["export_scene.tarnvale_check"]
+        self.assertEqual((button.what, button.textures), ('SELECTION', True))
+        bpy.ops.export_scene.tarnvale_check()
+        listed = [line for line in drawn() if line[0] in ('NONE', 'CANCEL', 'ERROR', 'INFO')]
+        self.assertEqual(listed[:1] + [line for line in listed[1:] if line[0] != 'NONE'], [
+            ('NONE', "2 errors, 0 warnings, 4 notes"),
+            ('CANCEL', "Wing: partdata-root"),
+            ('INFO', "Wing.001: name-mapped"),
+            ('INFO', "Wing.001: mirrored"),
+            ('INFO', "bone.001: name-mapped"),
+            ('INFO', "bone.002: name-mapped"),
+            ('CANCEL', "material Paint.001: material-empty-name")])
+        lines = [text for icon, text in listed[1:] if icon == 'NONE']
+        self.assertLessEqual(max(map(len, lines)), 34)  # cut to the panel: labels do not wrap
+        wrapped = " ".join(lines)
+        self.assertIn("the compiler reads only FSMakeMdlData: put the text inside", wrapped)
+        # Checked first, the export stops on those errors and keeps them listed.
+        bpy.context.window_manager.tarnvale_findings.clear()
+        path = os.path.join(WORK, "stopped.x")
+        with self.assertRaises(RuntimeError) as stopped:
+            bpy.ops.export_scene.tarnvale_x(filepath=path)
+        self.assertIn("the check found 2 errors", str(stopped.exception))
+        self.assertFalse(os.path.exists(path))
+        self.assertEqual(len(bpy.context.window_manager.tarnvale_findings), 6)
+
     def test_a_failure_is_an_error_report_with_its_text(self):
         build_scene()
         empty = tempfile.mkdtemp(dir=WORK)
         preferences().plugin_dir = empty  # no template in it
         with self.assertRaises(RuntimeError) as failure:
-            bpy.ops.export_scene.tarnvale_x(filepath=os.path.join(WORK, "failed.x"))
+            bpy.ops.export_scene.tarnvale_x(filepath=os.path.join(WORK, "failed.x"), check_first=False)
         self.assertIn("FS10 Export: Creating X file", str(failure.exception))
 
     def test_the_same_scene_exported_twice_is_the_same_file(self):
