@@ -1,10 +1,12 @@
 # Pictures of the add-on in the real Blender (run by scripts/screenshots-blender.sh):
-# the material panel on a material with a simulator text, and the export options.
+# the material panel on a material with a simulator text, and the export options
+# with the findings of a check (part data under the wrong root).
 import os
 
 import bpy
 
-OUT = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, "docs", "images")
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir)
+OUT = os.path.join(ROOT, "docs", "images")
 
 
 def build():
@@ -14,6 +16,11 @@ def build():
     paint = bpy.data.materials.new("Paint")
     paint["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;AlphaTestFunction=Greater;EmissiveData=Blend;DoubleSided=1"
     aileron.data.materials.append(paint)
+    aileron["FS10att"] = '<Visibility name="custom_vis"/>'
+    from tarnvale.preferences import prefs as tarnvale_prefs
+    prefs = tarnvale_prefs(bpy.context)
+    prefs.command = os.path.join(ROOT, "build", "bin", "tarnvale")
+    prefs.plugin_dir, prefs.settings = os.path.join(ROOT, "data"), os.devnull
 
 
 def properties():
@@ -38,6 +45,7 @@ def take_material_panel_and_open_export():
     with bpy.context.temp_override(window=window, screen=window.screen, area=area, region=region):
         bpy.ops.screen.screenshot_area(filepath=os.path.join(OUT, "blender-material-panel.png"))
     with bpy.context.temp_override(window=window, screen=window.screen, area=window.screen.areas[0]):
+        bpy.ops.export_scene.tarnvale_check()
         bpy.ops.export_scene.tarnvale_x('INVOKE_DEFAULT')
 
 

@@ -95,8 +95,9 @@ def keep_findings(context, findings):
         kept = window_manager.tarnvale_findings.add()
         for key in ("kind", "severity", "node", "frame", "material", "message"):
             setattr(kept, key, finding.get(key) or "")
-    counts = [sum(f["severity"] == s for f in findings) for s in ("error", "warning", "info")]
-    window_manager.tarnvale_checked = "%d errors, %d warnings, %d notes" % tuple(counts)
+    counts = [(sum(f["severity"] == s for f in findings), word) for s, word in
+              (("error", "error"), ("warning", "warning"), ("info", "note"))]
+    window_manager.tarnvale_checked = ", ".join("%d %s%s" % (n, word, "" if n == 1 else "s") for n, word in counts)
 
 
 def concerns(node, frame, material):
@@ -120,7 +121,7 @@ def draw_findings(layout, context, operator):
         column = box.column(align=True)
         about = concerns(finding.node, "", finding.material)  # the X file's frame name only in the reports
         column.label(text="%s: %s" % (about, finding.kind), icon=ICONS.get(finding.severity, 'INFO'))
-        for line in textwrap.wrap(finding.message, width):
+        for line in textwrap.wrap(finding.message, width, break_on_hyphens=False):
             column.label(text=line)
     if len(findings) > SHOWN:
         box.label(text="and %d more in the Info editor" % (len(findings) - SHOWN))
