@@ -15,7 +15,9 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <unistd.h>
 
@@ -281,13 +283,21 @@ int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& 
 
 namespace {
 
+// Whether a window can be shown: an X or Wayland display, or a Qt platform set
+// (offscreen, say) in QT_QPA_PLATFORM.
+[[maybe_unused]] bool displayAvailable() {
+    for (const char* v : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (const char* s = std::getenv(v); s && *s) return true;
+    return false;
+}
+
 // Whether windows can be shown here; says why not, and what works without them.
 bool windowsPossible(const char* what) {
 #if defined(_WIN32)
     (void)what;
     return true;
-#elif defined(TARNVALE_WITH_QT)
-    if (gui::displayAvailable()) return true;
+#elif defined(TARNVALE_WITH_QT) || defined(TARNVALE_QT_HELPER)
+    if (displayAvailable()) return true;
     std::fprintf(stderr, "tarnvale: %s needs a display, and there is none (no DISPLAY or WAYLAND_DISPLAY); "
                          "material show and material apply work without one\n", what);
 #else
@@ -296,6 +306,29 @@ bool windowsPossible(const char* what) {
 #endif
     return false;
 }
+
+#ifdef TARNVALE_QT_HELPER
+// Runs the same command line in tarnvale-qt, the build with windows: beside this
+// command in the build folder, in libexec installed. The plug-in folder this
+// command found goes with it, as the helper's own place says nothing of it.
+// Gives an exit code only when it cannot be started.
+int runWithWindows(int argc, char** argv, bool pluginDirGiven, const std::string& pluginDir) {
+    std::vector<char*> args(argv, argv + argc);
+    std::string option = "--plugin-dir", folder = pluginDir;
+    if (!pluginDirGiven) args.insert(args.end(), {option.data(), folder.data()});
+    args.push_back(nullptr);
+    std::error_code ec;
+    const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
+    for (const fs::path& helper : {exe.parent_path() / "tarnvale-qt", exe.parent_path() / TARNVALE_LIBEXEC_REL / "tarnvale-qt"}) {
+        if (!fs::exists(helper, ec)) continue;
+        ::execv(helper.c_str(), args.data());
+        std::fprintf(stderr, "tarnvale: %s cannot be started: %s\n", helper.c_str(), std::strerror(errno));
+        return kUnreadable;
+    }
+    std::fprintf(stderr, "tarnvale: tarnvale-qt, which shows the windows, is not installed beside %s\n", exe.c_str());
+    return kUnreadable;
+}
+#endif
 
 } // namespace
 
@@ -415,7 +448,8 @@ int run(int argc, char** argv) {
         std::fprintf(stderr, "tarnvale: the plug-in folder %s does not exist\n", pluginDir.c_str());
         return kUnreadable;
     }
-    if (pluginDir.empty()) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
+    const bool pluginDirGiven = !pluginDir.empty();
+    if (!pluginDirGiven) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
     while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
     if (install->parsed()) return runBlenderInstall(pluginDir, blender);
     if (chk->parsed()) return runCheck(c, stdout);
@@ -431,6 +465,8 @@ int run(int argc, char** argv) {
         gui::QtFormWindow window;
         gui::QtDialogBoxes boxes;
         return runMaterialEdit(m, window, boxes);
+#elif defined(TARNVALE_QT_HELPER)
+        return runWithWindows(argc, argv, pluginDirGiven, pluginDir);
 #elif defined(_WIN32)
         if (exp->parsed()) return runExport(o);
         gui::Win32FormWindow window;

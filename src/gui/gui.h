@@ -12,10 +12,6 @@ class QWidget;
 
 namespace tarnvale::gui {
 
-// Whether a window can be shown: an X or Wayland display, or a Qt platform set
-// (offscreen, say) in QT_QPA_PLATFORM.
-bool displayAvailable();
-
 // The application object a run needs before any window; one per process.
 class QtSession {
 public:

@@ -104,12 +104,6 @@ private:
 
 } // namespace
 
-bool displayAvailable() {
-    for (const char* v : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        if (const char* s = std::getenv(v); s && *s) return true;
-    return false;
-}
-
 QtSession::QtSession(int& argc, char** argv) : app_(std::make_unique<QApplication>(argc, argv)) {}
 QtSession::~QtSession() = default;
 

@@ -79,6 +79,18 @@ TEST(Command, ExitCodesAndWhatStandardErrorSays) {
             EXPECT_FALSE(fs::exists(d.file("a.x")));
         }
     }
+#ifdef TARNVALE_WITH_QT_HELPER
+    // The windows run in tarnvale-qt, which reads the scene; a command copied
+    // away from it says so.
+    const std::string edit = " material edit " + d.file("absent.gltf") + " --material Paint";
+    RunResult helped = tarnvale(edit, d, "QT_QPA_PLATFORM=offscreen ");
+    EXPECT_EQ(helped.code, 2);
+    EXPECT_NE(helped.err.find("tarnvale: cannot read " + d.file("absent.gltf")), std::string::npos) << helped.err;
+    fs::copy_file(TARNVALE_BIN, d.folder("alone") + "/tarnvale");
+    RunResult alone = run("QT_QPA_PLATFORM=offscreen " + d.file("alone/tarnvale") + edit, d);
+    EXPECT_EQ(alone.code, 2);
+    EXPECT_NE(alone.err.find("tarnvale-qt, which shows the windows, is not installed"), std::string::npos) << alone.err;
+#endif
     // A group takes its node's LOD siblings, in order.
     ASSERT_EQ(tarnvale("export " + example() + to + " --group trainer_LOD_0", d).code, 0);
     const std::string x = readFile(d.file("a.x"));
@@ -181,6 +193,14 @@ TEST(Command, InstalledCommandFindsItsDataFolder) {
     int status = std::system(run.c_str());
     EXPECT_EQ(WEXITSTATUS(status), 0) << readFile(d.file("err.txt"));
     EXPECT_TRUE(fs::exists(d.file("a.xanim")));
+#ifdef TARNVALE_WITH_QT_HELPER
+    // Its windows come from the helper installed beside it, which reads the scene.
+    RunResult edit = test::run("QT_QPA_PLATFORM=offscreen \"" + d.file("prefix/bin/tarnvale") + "\" material edit " +
+                             d.file("absent.gltf") + " --material Paint",
+                         d);
+    EXPECT_EQ(edit.code, 2);
+    EXPECT_NE(edit.err.find("tarnvale: cannot read " + d.file("absent.gltf")), std::string::npos) << edit.err;
+#endif
 }
 
 // A .glb with two materials, one carrying a text of its own, and a binary chunk.
