@@ -108,11 +108,22 @@ public:
     bool isOpen() const { return file_ != nullptr || string_ != nullptr; }
 
 private:
+    // Bytes left as the system gives them, not zeroed: a small file touches only
+    // the pages it fills. A new size drops the contents (asked only when empty).
+    struct Buffer {
+        std::unique_ptr<char[]> bytes;
+        size_t length = 0;
+        char* data() const { return bytes.get(); }
+        size_t size() const { return length; }
+        void resize(size_t n) {
+            if (n != length) bytes = std::make_unique_for_overwrite<char[]>(n), length = n;
+        }
+    };
     void flush();
     std::FILE* file_ = nullptr;
     std::string* string_ = nullptr;
     std::string path_;
-    std::vector<char> buffer_;
+    Buffer buffer_;
     size_t used_ = 0;
     size_t flushed_ = 0;   // bytes written to the file before the buffer's start
     size_t lineStart_ = 0; // offset in the file of the line that was open at the last flush

@@ -43,7 +43,7 @@ uint64_t CompactTree::store(std::string_view value) {
     const size_t need = value.size() + 4;
     if (blocks_.empty() || blockUsed_ + need > blockSize_) {
         blockSize_ = std::max(kBlock, need);
-        blocks_.push_back(std::make_unique<char[]>(blockSize_));
+        blocks_.push_back(std::make_unique_for_overwrite<char[]>(blockSize_));
         blockUsed_ = 0;
     }
     if (value.size() > UINT32_MAX) throw Failure(7, "Out of memory");
