@@ -30,7 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     gltf::LoadedScene loaded;
     try {
-        loaded = gltf::readScene(scenePath);
+        gltf::ReadOptions options;
+        options.keepImages = true; // embedded images are taken from their buffer views
+        loaded = gltf::readScene(scenePath, options);
     } catch (const gltf::SceneError&) {
         return 0;
     }

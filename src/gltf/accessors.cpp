@@ -11,7 +11,7 @@ size_t componentBytes(int type) { return static_cast<size_t>(tinygltf::GetCompon
 
 } // namespace
 
-AccessorView::AccessorView(const tinygltf::Model& model, int accessorIndex, const std::string& what) : what_(what) {
+AccessorView::AccessorView(const Document& model, int accessorIndex, const std::string& what) : what_(what) {
     auto fail = [&](const std::string& why) { throw SceneError(what + ": " + why); };
     if (accessorIndex < 0 || static_cast<size_t>(accessorIndex) >= model.accessors.size())
         fail("accessor " + std::to_string(accessorIndex) + " does not exist");
@@ -31,27 +31,31 @@ AccessorView::AccessorView(const tinygltf::Model& model, int accessorIndex, cons
     gatherSparse(model, a, elementSize);
 }
 
-const unsigned char* AccessorView::viewBytes(const tinygltf::Model& model, int viewIndex, size_t byteOffset,
-                                             size_t count, size_t elementSize, size_t& stride) const {
-    auto fail = [&](const std::string& why) { throw SceneError(what_ + ": " + why); };
-    if (viewIndex < 0 || static_cast<size_t>(viewIndex) >= model.bufferViews.size())
-        fail("buffer view " + std::to_string(viewIndex) + " does not exist");
+std::string_view bufferViewBytes(const Document& model, int viewIndex, const std::string& what) {
+    auto fail = [&](const std::string& why) { throw SceneError(what + ": buffer view " + std::to_string(viewIndex) + why); };
+    if (viewIndex < 0 || static_cast<size_t>(viewIndex) >= model.bufferViews.size()) fail(" does not exist");
     const tinygltf::BufferView& v = model.bufferViews[viewIndex];
-    if (v.buffer < 0 || static_cast<size_t>(v.buffer) >= model.buffers.size())
-        fail("buffer view " + std::to_string(viewIndex) + " has no valid buffer");
-    const tinygltf::Buffer& b = model.buffers[v.buffer];
-    if (stride == 0) stride = v.byteStride ? v.byteStride : elementSize;
-    if (stride < elementSize) fail("buffer view " + std::to_string(viewIndex) + " has a stride below its element size");
-    if (v.byteOffset > b.data.size() || v.byteLength > b.data.size() - v.byteOffset)
-        fail("buffer view " + std::to_string(viewIndex) + " lies outside its buffer");
-    // The last element must end inside the view; sizes are checked without overflow.
-    if (byteOffset > v.byteLength || count - 1 > (v.byteLength - byteOffset) / stride ||
-        byteOffset + (count - 1) * stride + elementSize > v.byteLength)
-        fail("an accessor reads past the end of buffer view " + std::to_string(viewIndex));
-    return b.data.data() + v.byteOffset + byteOffset;
+    if (v.buffer < 0 || static_cast<size_t>(v.buffer) >= model.buffers.size()) fail(" has no valid buffer");
+    const std::string_view b = model.bufferBytes(static_cast<size_t>(v.buffer));
+    if (v.byteOffset > b.size() || v.byteLength > b.size() - v.byteOffset) fail(" lies outside its buffer");
+    return b.substr(v.byteOffset, v.byteLength);
 }
 
-void AccessorView::gatherSparse(const tinygltf::Model& model, const tinygltf::Accessor& a, size_t elementSize) {
+const unsigned char* AccessorView::viewBytes(const Document& model, int viewIndex, size_t byteOffset,
+                                             size_t count, size_t elementSize, size_t& stride) const {
+    const std::string_view bytes = bufferViewBytes(model, viewIndex, what_);
+    const tinygltf::BufferView& v = model.bufferViews[viewIndex];
+    if (stride == 0) stride = v.byteStride ? v.byteStride : elementSize;
+    if (stride < elementSize)
+        throw SceneError(what_ + ": buffer view " + std::to_string(viewIndex) + " has a stride below its element size");
+    // The last element must end inside the view; sizes are checked without overflow.
+    if (byteOffset > bytes.size() || count - 1 > (bytes.size() - byteOffset) / stride ||
+        byteOffset + (count - 1) * stride + elementSize > bytes.size())
+        throw SceneError(what_ + ": an accessor reads past the end of buffer view " + std::to_string(viewIndex));
+    return reinterpret_cast<const unsigned char*>(bytes.data()) + byteOffset;
+}
+
+void AccessorView::gatherSparse(const Document& model, const tinygltf::Accessor& a, size_t elementSize) {
     // Base values from the buffer view, zeros without one; then the sparse ones.
     if (count_ > (size_t{1} << 31) / elementSize) throw SceneError(what_ + ": the accessor is too large");
     own_.assign(count_ * elementSize, 0);

@@ -154,7 +154,7 @@ std::string animationName(const tinygltf::Model& model, size_t index) {
 
 // Whether a scale channel moves its node away from its rest scale, or a weights
 // channel keys morph targets at all.
-bool changesWhatIsNotExported(const tinygltf::Model& model, const tinygltf::AnimationChannel& ch,
+bool changesWhatIsNotExported(const Document& model, const tinygltf::AnimationChannel& ch,
                               const tinygltf::Animation& anim, const std::string& what) {
     if (ch.target_path != "scale") return true;
     if (ch.sampler < 0 || static_cast<size_t>(ch.sampler) >= anim.samplers.size()) return true;
@@ -212,7 +212,7 @@ struct LeftOut {
 
 } // namespace
 
-std::map<int, NodeKeys> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
+std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptions& options,
                                           std::vector<std::string>& warnings) {
     std::map<int, NodeKeys> keys;
     std::map<std::pair<int, bool>, size_t> owner; // (node, rotation) -> the animation that keys it

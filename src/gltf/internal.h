@@ -13,12 +13,44 @@
 
 namespace tarnvale::gltf {
 
+// The file's model, and where a .glb's buffer 0 lies in the file when the glTF
+// library was shown a stand-in for it.
+struct Document : tinygltf::Model {
+    std::optional<std::string_view> glbBuffer;
+    // The bytes of buffer b (which exists).
+    std::string_view bufferBytes(size_t b) const {
+        if (b == 0 && glbBuffer) return *glbBuffer;
+        return {reinterpret_cast<const char*>(buffers[b].data.data()), buffers[b].data.size()};
+    }
+};
+
+// The chunks of a .glb; hasBinary only for a well-formed binary chunk.
+struct GlbChunks {
+    std::string_view json, binary;
+    bool hasBinary = false;
+};
+GlbChunks glbChunks(std::string_view bytes);
+// Where buffer 0's byteLength stands in JSON text (a plain number), and its value;
+// nothing when it has a uri or the text leaves any doubt.
+struct BufferZero {
+    size_t at = 0, digits = 0;
+    uint64_t byteLength = 0;
+};
+std::optional<BufferZero> glbBufferZero(std::string_view json);
+// A .glb to show the glTF library in place of `bytes`, whose buffer 0 holds four
+// bytes, and in buffer0 the real one within `bytes`; nothing when the file does
+// not allow it, and the library then reads the file itself.
+std::optional<std::string> glbStandIn(std::string_view bytes, std::string_view& buffer0);
+
+// The bytes of a buffer view, checked against its buffer; `what` leads the message.
+std::string_view bufferViewBytes(const Document& model, int viewIndex, const std::string& what);
+
 // The elements of an accessor, checked against its buffer view and buffer. A
 // sparse accessor, or one without a buffer view (zeros), is gathered into
 // storage of its own; every index is checked.
 class AccessorView {
 public:
-    AccessorView(const tinygltf::Model& model, int accessorIndex, const std::string& what);
+    AccessorView(const Document& model, int accessorIndex, const std::string& what);
     size_t count() const { return count_; }
     int components() const { return components_; }
     // Component c of element i as a float (normalised integers scaled to 0..1 or -1..1).
@@ -35,9 +67,9 @@ public:
 private:
     // The bytes of `count` elements behind a buffer view, checked; a stride of 0
     // takes the view's own.
-    const unsigned char* viewBytes(const tinygltf::Model& model, int viewIndex, size_t byteOffset, size_t count,
+    const unsigned char* viewBytes(const Document& model, int viewIndex, size_t byteOffset, size_t count,
                                    size_t elementSize, size_t& stride) const;
-    void gatherSparse(const tinygltf::Model& model, const tinygltf::Accessor& a, size_t elementSize);
+    void gatherSparse(const Document& model, const tinygltf::Accessor& a, size_t elementSize);
 
     std::string what_;
     const unsigned char* data_ = nullptr;
@@ -78,13 +110,13 @@ struct NodeKeys {
 // the file that keys a node's translation (or rotation) gives those keys; splines
 // are sampled, steps held, and a channel of two keys gets its midpoint. Warnings
 // name what is left out.
-std::map<int, NodeKeys> readAnimationKeys(const tinygltf::Model& model, const ReadOptions& options,
+std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptions& options,
                                           std::vector<std::string>& warnings);
 
 // glTF materials as scene materials, one per glTF material, made on first use.
 class MaterialMap {
 public:
-    MaterialMap(const tinygltf::Model& model, scene::MemoryScene& scene, const ReadOptions& options,
+    MaterialMap(const Document& model, scene::MemoryScene& scene, const ReadOptions& options,
                 std::string folder)
         : model_(model), scene_(scene), options_(options), folder_(std::move(folder)) {}
     // The material of that index; the shared `default` one for -1.
@@ -99,7 +131,7 @@ private:
     void readFields(const tinygltf::Value& extras, scene::MemoryMaterial& m);
     void addIntent(const tinygltf::Material& g, const std::shared_ptr<scene::MemoryMaterial>& m);
 
-    const tinygltf::Model& model_;
+    const Document& model_;
     scene::MemoryScene& scene_;
     const ReadOptions& options_;
     std::map<int, std::shared_ptr<scene::MemoryMaterial>> materials_;

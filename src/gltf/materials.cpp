@@ -85,8 +85,12 @@ void MaterialMap::noteImage(int image, const std::string& name, bool normalMap) 
     // Every use of an image shares its bytes.
     for (const SourceImage& other : images_)
         if (other.image == image) s.bytes = other.bytes;
-    if (!s.bytes && !img.image.empty()) s.bytes = std::make_shared<const std::vector<uint8_t>>(img.image);
     const std::string index = std::to_string(image);
+    if (!s.bytes && img.bufferView >= 0) {
+        const std::string_view b = bufferViewBytes(model_, img.bufferView, "image " + index);
+        s.bytes = std::make_shared<const std::vector<uint8_t>>(b.begin(), b.end());
+    }
+    if (!s.bytes && !img.image.empty()) s.bytes = std::make_shared<const std::vector<uint8_t>>(img.image);
     if (img.uri.rfind("data:", 0) == 0)
         s.origin = "the data: URI of image " + index;
     else if (!img.uri.empty())

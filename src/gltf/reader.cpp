@@ -32,10 +32,13 @@ using scene::MemoryObject;
 using scene::MemoryShape;
 using scene::mirrors;
 
-// Images are never decoded; their bytes are kept when the textures are wanted.
+// Images are never decoded; the bytes of a data: URI are kept when the textures
+// are wanted. Those in a buffer view are taken later, checked against the buffer
+// (the library hands them over unchecked).
 bool keepImageUndecoded(tinygltf::Image* image, const int, std::string*, std::string*, int, int,
                         const unsigned char* bytes, int size, void* keep) {
-    if (*static_cast<const bool*>(keep) && bytes && size > 0) image->image.assign(bytes, bytes + size);
+    if (*static_cast<const bool*>(keep) && image->bufferView < 0 && bytes && size > 0)
+        image->image.assign(bytes, bytes + size);
     return true;
 }
 
@@ -58,15 +61,6 @@ size_t jsonDepth(std::string_view text) {
         }
     }
     return deepest;
-}
-
-// The JSON chunk of a .glb, or nothing when the header does not hold one.
-std::string_view glbJson(std::string_view bytes) {
-    if (bytes.size() < 20) return {};
-    uint32_t length = 0;
-    std::memcpy(&length, bytes.data() + 12, 4);
-    if (length > bytes.size() - 20) return {};
-    return bytes.substr(20, length);
 }
 
 // A file's bytes: mapped where the system allows, which spares a copy and the
@@ -108,17 +102,24 @@ private:
     size_t size_ = 0;
 };
 
-// A .gltf or .glb held in memory; external files are looked for in `folder`.
-tinygltf::Model loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
-                          bool keepImages) {
+// A .gltf or .glb held in memory; external files are looked for in `folder`. A
+// .glb's buffer 0 may stay in `bytes`, which must then outlive the document.
+Document loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
+                   bool keepImages) {
     if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
     const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
-    if (jsonDepth(binary ? glbJson(bytes) : bytes) > kMaxJsonDepth)
+    if (jsonDepth(binary ? glbChunks(bytes).json : bytes) > kMaxJsonDepth)
         throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
 
     tinygltf::TinyGLTF loader;
     loader.SetImageLoader(keepImageUndecoded, &keepImages);
-    tinygltf::Model model;
+    Document model;
+    std::string_view buffer0;
+    const std::optional<std::string> standIn = binary ? glbStandIn(bytes, buffer0) : std::nullopt;
+    if (standIn) {
+        bytes = *standIn;
+        model.glbBuffer = buffer0;
+    }
     std::string err, warn;
     bool ok = false;
     try {
@@ -221,7 +222,7 @@ void placeSkinnedVertices(MemoryShape& shape, const std::vector<VertexWeight>& w
 
 class Builder {
 public:
-    Builder(const tinygltf::Model& model, LoadedScene& out, const ReadOptions& options)
+    Builder(const Document& model, LoadedScene& out, const ReadOptions& options)
         : model_(model), out_(out), options_(options) {}
 
     // The scene's name when it has none, and the folder its external files are in.
@@ -236,7 +237,7 @@ private:
         size_t depth;
     };
 
-    const tinygltf::Model& model_;
+    const Document& model_;
     LoadedScene& out_;
     const ReadOptions& options_;
     std::optional<MaterialMap> materials_;
@@ -631,14 +632,15 @@ float powerFromRoughness(float roughness) {
 LoadedScene readScene(const std::string& path, const ReadOptions& options) {
     LoadedScene out;
     const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
-    tinygltf::Model model = loadModel(FileBytes(path).view(), folder, out.warnings, options.keepImages);
+    const FileBytes bytes(path);
+    const Document model = loadModel(bytes.view(), folder, out.warnings, options.keepImages);
     Builder(model, out, options).build(platform::utf8Path(platform::systemPath(path).stem()), folder);
     return out;
 }
 
 LoadedScene readSceneText(const std::string& text, const std::string& name, const ReadOptions& options) {
     LoadedScene out;
-    tinygltf::Model model = loadModel(text, ".", out.warnings, options.keepImages);
+    const Document model = loadModel(text, ".", out.warnings, options.keepImages);
     Builder(model, out, options).build(name, ".");
     return out;
 }

@@ -1,5 +1,6 @@
 #include "gltf/gltf.h"
 #include "gltf/gltf_builder.h"
+#include "gltf/internal.h"
 #include "xfile/x_reader.h"
 
 #include <cmath>
@@ -436,6 +437,34 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
     }
 }
 
+// A .glb's buffer 0 is read where it lies when its length can be told for sure;
+// anything else leaves the file to the library (nothing found).
+TEST(GltfReader, GlbBufferZeroIsFoundOnlyWhereItIsBeyondDoubt) {
+    const std::pair<std::string, uint64_t> rows[] = {
+        {R"({"buffers":[{"byteLength":120}]})", 120},
+        {R"({ "asset" : {"buffers":[{"byteLength":7}]}, "buffers" : [ { "extras":{"byteLength":5}, "byteLength" : 120 } ,{"byteLength":9}] })", 120},
+        {R"({"x":"]}\"{[","buffers":[{"name":"a\\\\","byteLength":3}],"y":[1,{"z":null}]})", 3},
+        {R"({"buffers":[{"byteLength":3,"uri":"a.bin"}]})", 0},
+        {R"({"buffers":[{"byteLength":3,"byteLength":8}]})", 0},
+        {R"({"buffers":[{"byteLength":3}],"buffers":[]})", 0},
+        {R"({"buf\u0066ers":[{"byteLength":3}]})", 0},
+        {R"({"buffers":[{"byte\u004cength":3}]})", 0},
+        {R"({"buffers":[{"byteLength":012}]})", 0},
+        {R"({"buffers":[{"byteLength":0}]})", 0},
+        {R"({"buffers":[{"byteLength":1.5}]})", 0},
+        {R"({"buffers":[{"byteLength":99999999999999999999}]})", 0},
+        {R"({"buffers":[{"byteLength":3})", 0},
+        {R"({"buffers":[]})", 0},
+    };
+    for (const auto& [json, length] : rows) {
+        const std::optional<gltf::BufferZero> b = gltf::glbBufferZero(json);
+        EXPECT_EQ(b ? b->byteLength : 0, length) << json;
+        if (b) {
+            EXPECT_EQ(json.substr(b->at, b->digits), std::to_string(length)) << json;
+        }
+    }
+}
+
 TEST(GltfReader, BadFilesGiveAReason) {
     TempDir d;
     GltfBuilder good;
@@ -452,6 +481,19 @@ TEST(GltfReader, BadFilesGiveAReason) {
     };
     std::vector<Row> rows = {
         {"truncated.glb", glb.substr(0, glb.size() - 10), ""},
+        {"long.glb", [&] { // buffer 0 longer than the binary chunk
+             std::string g = glb;
+             for (size_t at = g.find("\"buffers\":[{\"byteLength\":") + 25; std::isdigit(g[at]); ++at) g[at] = '9';
+             return g;
+         }(), "Must be equal or less than binary size"},
+        {"image.glb", [&] {
+             GltfBuilder b = good;
+             b.doc["textures"] = {{{"source", b.image("PNG", "")}}};
+             b.doc["bufferViews"].back()["byteOffset"] = 1u << 20;
+             b.doc["materials"] = {{{"pbrMetallicRoughness", {{"baseColorTexture", {{"index", 0}}}}}}};
+             b.doc["meshes"][0]["primitives"][0]["material"] = 0;
+             return readFile(b.saveGlb(d.file("variant.glb")));
+         }(), "image 0: buffer view 2 lies outside its buffer"},
         {"header.glb", glb.substr(0, 14), ""},
         {"bad.gltf", "{\"asset\": {\"version\": \"2.0\"}, \"nodes\": [", ""},
         {"empty.gltf", "", ""},
@@ -496,6 +538,7 @@ TEST(GltfReader, BadFilesGiveAReason) {
             writeFile(d.file(r.name), r.content);
             gltf::ReadOptions options;
             options.outline = outline;
+            options.keepImages = true;
             try {
                 readScene(d.file(r.name), options);
                 ADD_FAILURE() << r.name << " was read" << (outline ? " in outline" : "");
