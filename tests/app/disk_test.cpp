@@ -1,6 +1,7 @@
 // Faults on disk while the command exports: each ends in the failure box with the
 // stage and the system's own text, exit 1, and what was on disk before is as it
 // was, but for the X file, which the export replaces.
+#include "gltf/gltf_builder.h"
 #include "support.h"
 
 #include <sys/mount.h>
@@ -91,6 +92,37 @@ TEST(DiskFaults, EachEndsInTheFailureBoxAndKeepsWhatWasThere) {
         for (const auto& e : fs::directory_iterator(folder, ec))
             EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u) << e.path();
         fs::remove(folder + "/m.x", ec);
+    }
+}
+
+// The material edit writes the scene beside itself and renames it over: a disk
+// too full for the new file, or read-only, leaves the old one byte for byte.
+TEST(DiskFaults, TheMaterialEditLeavesTheSceneAsItWas) {
+    TempDir d;
+    GltfBuilder b;
+    b.doc["materials"] = json::array({{{"name", "Paint"}}});
+    b.node({{"name", "n"}, {"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}, {{"material", 0}})}});
+    b.bin.append(20000, '\x5A');
+    const std::string scene = readFile(b.saveGlb(d.file("scene.glb")));
+    const size_t pages = (scene.size() + 4095) / 4096;
+    for (const auto& [folder, readOnly, text] : {std::tuple{"full", false, "No space left on device"},
+                                                 std::tuple{"ro", true, "Read-only file system"}}) {
+        SCOPED_TRACE(folder);
+        SmallDisk disk(d.file(folder), pages + 1);
+        if (!disk.mounted) {
+            std::printf("skipped \"%s\": no small file system can be mounted here\n", folder);
+            continue;
+        }
+        const std::string path = disk.folder + "/scene.glb";
+        writeFile(path, scene);
+        if (readOnly) {
+            ASSERT_TRUE(disk.readOnly());
+        }
+        const RunResult run = tarnvale("material apply " + path + " --material Paint --preset Gloss", d);
+        EXPECT_EQ(run.code, 1);
+        EXPECT_NE(run.err.find(path + " is unchanged: cannot write it: " + text), std::string::npos) << run.err;
+        EXPECT_EQ(readFile(path), scene);
+        EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder), fs::directory_iterator()), 1);
     }
 }
 
