@@ -20,12 +20,7 @@ public:
                      const std::vector<std::pair<ObjectBones*, int32_t>>& sources)
         : records_(records) {
         bool weighted = false;
-        for (const auto& [source, offset] : sources)
-            for (const PointBones& entry : *source)
-                if (entry.Count() > 0) {
-                    weighted = true;
-                    break;
-                }
+        for (const auto& [source, offset] : sources) weighted = weighted || source->hasWeights();
         if (!weighted) return;
         auto record = std::make_shared<ObjectBones>();
         record->Add(shape);

@@ -37,16 +37,35 @@ void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
 void ObjectBones::Add(const SGShapePtr& o) {
     if (!o) throw Failure(err::kObjectNotSet, "Object variable not set: no shape");
     Object = o;
-    items_.resize(items_.size() + static_cast<size_t>(std::max(o->GetVertexCount(), 0)));
+    unmade_ += static_cast<size_t>(std::max(o->GetVertexCount(), 0));
 }
 
-PointBones& ObjectBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
+void ObjectBones::make() {
+    items_.resize(items_.size() + unmade_);
+    unmade_ = 0;
+}
+
+PointBones& ObjectBones::Item(int32_t vntIndexKey) {
+    make();
+    return itemAt(items_, vntIndexKey);
+}
 
 void ObjectBones::appendCopyOf(int32_t vntIndexKey) {
+    make();
     PointBones copy = itemAt(items_, vntIndexKey);
     items_.push_back(std::move(copy));
 }
-void ObjectBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
+
+void ObjectBones::Remove(int32_t vntIndexKey) {
+    make();
+    removeAt(items_, vntIndexKey);
+}
+
+bool ObjectBones::hasWeights() const {
+    for (const PointBones& point : items_)
+        if (point.Count() > 0) return true;
+    return false;
+}
 
 void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     i.writeRaw("MeshSkinWeights {       // Mesh skin weights for ");
@@ -75,12 +94,16 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     char weightText[kMaxNumberText];
     size_t weightLength = 0;
     auto blanks = [](char* p, size_t n) { return static_cast<char*>(std::memset(p, ' ', n)) + n; };
-    for (const PointBones& point : items_) {
+    auto count = [&](int32_t n) {
         char* p = i.claim(64);
         p = blanks(p, 14);
-        p = platform::paddedNumberTo(point.Count(), p);
+        p = platform::paddedNumberTo(n, p);
         p = std::copy_n(";\r\n", 3, p);
         i.commit(p);
+    };
+    for (const PointBones& point : items_) {
+        count(point.Count());
+        char* p = nullptr;
         for (const MeshWeight& w : point) {
             if (!w.Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
             const std::string& name = nameOf(w.Bone.get());
@@ -100,6 +123,7 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
             i.commit(p);
         }
     }
+    for (size_t k = 0; k < unmade_; ++k) count(0);
     i.writeRaw("} // End mesh skin weights ");
     i.write(sname);
     i.endLine();

@@ -112,10 +112,10 @@ public:
     void Add(const SGShapePtr& o);
     // Position from 1; valid until the next Add or Remove.
     PointBones& Item(int32_t vntIndexKey);
-    int32_t Count() const { return static_cast<int32_t>(items_.size()); }
+    int32_t Count() const { return static_cast<int32_t>(items_.size() + unmade_); }
     void Remove(int32_t vntIndexKey);
-    auto begin() const { return items_.begin(); }
-    auto end() const { return items_.end(); }
+    // Whether any entry holds a weight.
+    bool hasWeights() const;
     // Writes the MeshSkinWeights block of the mesh named sname (cleaned).
     void Export(TextSink& i, const std::string& sname) const;
     // Appends a copy of the entry at that position (from 1): a further vertex
@@ -123,8 +123,13 @@ public:
     void appendCopyOf(int32_t vntIndexKey);
 
 private:
-    // By value: a record holds one per vertex of a mesh, nearly always empty.
+    // Makes the empty entries that are only counted.
+    void make();
+    // By value: a record holds one per vertex of a mesh, nearly always empty. A
+    // mesh without a skin keeps them only counted, in unmade_, until one is asked
+    // for: most meshes never are, and a record of millions of vertices is not made.
     std::vector<PointBones> items_;
+    size_t unmade_ = 0;
 };
 
 using ObjectBonesCollection = std::vector<std::shared_ptr<ObjectBones>>;

@@ -281,6 +281,13 @@ TEST(SkinWeights, EmptyRecordAndBadEntries) {
     EXPECT_EQ(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { record.Export(s, "e"); }),
               "MeshSkinWeights {       // Mesh skin weights for e\r\n 0 ;\r\n} // End mesh skin weights e\r\n");
     EXPECT_THROW(record.Item(1), Failure);
+    // A record of vertices none of which is asked for writes a line for each.
+    xfile::ObjectBones two;
+    two.Add(shapeOf({{0, 0, 0}, {1, 0, 0}}));
+    EXPECT_EQ(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { two.Export(s, "t"); }),
+              "MeshSkinWeights {       // Mesh skin weights for t\r\n 2 ;\r\n               0 ;\r\n               0 ;\r\n"
+              "} // End mesh skin weights t\r\n");
+    EXPECT_THROW(two.Item(3), Failure);
     xfile::PointBones p;
     p.Add(f.scene->root(), 0.5f);
     p.Add(f.scene->root(), 0.5f); // nothing is merged
