@@ -148,10 +148,36 @@ void TextSink::openString(std::string& target, size_t bufferBytes) {
     used_ = flushed_ = lineStart_ = 0;
 }
 
+namespace {
+
+// Opens a file for writing from its start, emptied. An old file of its own (a
+// regular file, one link, writable) is unlinked and made anew with its mode,
+// rather than truncated: the system then neither frees its pages while the file
+// is opened nor, on the common file systems, starts writing the new one to disk
+// when it is closed, as it does for a file emptied and written again (some 35 ms
+// on an X file of 76 MB). Links, read-only files and the like are truncated.
+std::FILE* openEmptied(const std::string& path) {
+#ifndef _WIN32
+    struct stat st {};
+    const std::string native = nativePath(path);
+    if (::lstat(native.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1 &&
+        ::access(native.c_str(), W_OK) == 0 && ::unlink(native.c_str()) == 0) {
+        std::FILE* f = openFile(path, "wb");
+        // The old file's mode, and its owner where the system lets us give it.
+        if (f && (::fchmod(::fileno(f), st.st_mode & 07777) != 0 || ::fchown(::fileno(f), st.st_uid, st.st_gid) != 0))
+            errno = 0;
+        return f;
+    }
+#endif
+    return openFile(path, "wb");
+}
+
+} // namespace
+
 void TextSink::open(const std::string& path) {
     if (isOpen()) close();
     path_ = path;
-    file_ = openFile(path, "wb");
+    file_ = openEmptied(path);
     if (!file_) throw fileFailure(path, errno, true);
     buffer_.resize(kSinkBuffer);
     used_ = flushed_ = lineStart_ = 0;

@@ -5,6 +5,7 @@ namespace tarnvale::platform {
 namespace {
 
 using test::TempDir;
+namespace fs = std::filesystem;
 
 TEST(Text, CodePageCharactersAndCase) {
     EXPECT_EQ(toWindows1252("abc\xC3\xA9\xE2\x82\xAC"), "abc\xE9\x80"); // é and the euro sign
@@ -68,6 +69,29 @@ TEST(TextSink, ColumnsPrintZonesCodePageAndBufferEdges) {
               "}" + std::string(27, ' ') + "\r\n" + std::string(14, ' ') + "\xE9" + std::string(3000000, 'x'));
     EXPECT_NE(test::failureOf([&] { s.open("/nonexistent-folder/x.x"); }, err::kPathNotFound).find("No such file"),
               std::string::npos);
+}
+
+// A file written again keeps its mode; through a link the file linked to is
+// written, and the link stays.
+TEST(TextSink, AFileWrittenAgainKeepsItsModeAndItsLinks) {
+    TempDir d;
+    const std::string file = d.file("plain.x"), target = d.file("target.x"), hard = d.file("hard.x"),
+                      soft = d.file("soft.x");
+    for (const std::string& f : {file, target}) test::writeFile(f, "old");
+    const fs::perms mode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    fs::permissions(file, mode);
+    fs::create_hard_link(target, hard);
+    fs::create_symlink(target, soft);
+    for (const std::string& f : {file, hard, soft}) {
+        TextSink s;
+        s.open(f);
+        s.writeRaw("new " + f);
+        s.close();
+    }
+    EXPECT_EQ(fs::status(file).permissions(), mode);
+    EXPECT_TRUE(fs::is_symlink(soft));
+    EXPECT_EQ(test::readFile(target), "new " + soft);
+    EXPECT_EQ(fs::hard_link_count(target), 2u);
 }
 
 TEST(TextSource, LineEndsOfEveryKindAndFilesThatCannotBeRead) {
