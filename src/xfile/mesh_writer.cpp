@@ -1,6 +1,8 @@
 // pWriteMesh: one Mesh block, strictly in the order the file reads.
 #include "xfile/xfile.h"
 
+#include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -9,6 +11,32 @@
 namespace tarnvale::xfile {
 
 namespace {
+
+// The text of every index a mesh's triangle lists name, made once per mesh: a
+// vertex stands in some six triangles, and both lists name it. Each text is held
+// in one word, its digits from the lowest byte, zeros above them.
+class IndexTexts {
+public:
+    // Up to this many indices; those above are formatted where they stand.
+    static constexpr int32_t kMaxIndices = 1 << 21;
+    explicit IndexTexts(int32_t count) : texts_(static_cast<size_t>(std::clamp(count, 0, kMaxIndices))) {
+        char digits[24];
+        for (size_t i = 0; i < texts_.size(); ++i) {
+            const char* end = platform::plainNumberTo(static_cast<int64_t>(i), digits);
+            std::memcpy(&texts_[i], digits, static_cast<size_t>(end - digits));
+        }
+    }
+    // Writes up to 8 bytes for a known index.
+    char* write(int32_t v, char* out) const {
+        if (static_cast<uint32_t>(v) >= texts_.size()) return platform::plainNumberTo(v, out);
+        const uint64_t text = texts_[static_cast<uint32_t>(v)];
+        std::memcpy(out, &text, 8);
+        return out + (71 - std::countl_zero(text)) / 8;
+    }
+
+private:
+    std::vector<uint64_t> texts_;
+};
 
 // Writes one line of numbers at a time straight into the sink's buffer.
 class LineBuffer {
@@ -21,7 +49,7 @@ public:
         p_ += s.size();
     }
     void real(float v) { p_ = formatNumberTo(v, p_); }
-    void plain(int32_t v) { p_ = platform::plainNumberTo(v, p_); }
+    void index(int32_t v, const IndexTexts& texts) { p_ = texts.write(v, p_); }
     void end() { file_.commit(p_); }
 
 private:
@@ -57,7 +85,7 @@ const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
 // The fans of all polygons, " 3;a,b,c;" each, with the vertex (offset 0) or the
 // normal (offset 1) indices of the corners.
 void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polygonCount,
-                       const std::vector<int32_t>& stream, int offset) {
+                       const std::vector<int32_t>& stream, int offset, const IndexTexts& texts) {
     // Where each chunk's polygons start in the stream, and whether a triangle (and
     // so a separator) comes before them.
     const size_t polygons = static_cast<size_t>(std::max(polygonCount, 0));
@@ -82,11 +110,11 @@ void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polyg
                 if (!first) line.raw(",\r\n");
                 first = false;
                 line.raw(" 3;");
-                line.plain(entry(stream, p + 1 + offset));
+                line.index(entry(stream, p + 1 + offset), texts);
                 line.raw(",");
-                line.plain(entry(stream, p + 1 + 2 * (j + 1) + offset));
+                line.index(entry(stream, p + 1 + 2 * (j + 1) + offset), texts);
                 line.raw(",");
-                line.plain(entry(stream, p + 1 + 2 * (j + 2) + offset));
+                line.index(entry(stream, p + 1 + 2 * (j + 2) + offset), texts);
                 line.raw(";");
                 line.end();
             }
@@ -170,7 +198,8 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     const int32_t triangleCount = pCountTriangles(polygonCount, a.polygons);
     file.writeRaw(plainNumber(triangleCount) + ";  // ***** " + name + " has " + paddedNumber(triangleCount) +
                   "faces\r\n");
-    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 0);
+    const IndexTexts indexTexts(std::max(a.vertexCount, a.normalCount));
+    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 0, indexTexts);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.4);
 
@@ -182,7 +211,7 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     writeTriples(file, f_.workers, a.normals, a.normalCount);
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
-    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 1);
+    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 1, indexTexts);
     file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
     meshProgress(polygonCount, 0.8);
 
