@@ -131,7 +131,12 @@ constexpr size_t kSinkBuffer = 1 << 20;
 
 TextSink::~TextSink() {
     // Closed without close(): a failure ended the writer. What was written so far
-    // stays on disk; a failure to flush it is the lesser news.
+    // stays on disk, the texts still being made with it (up to one that fails); a
+    // failure to flush it is the lesser news.
+    try {
+        drain(true);
+    } catch (...) {
+    }
     if (string_) flush();
     if (!file_) return;
     try {
@@ -200,8 +205,41 @@ void TextSink::flush() {
 
 void TextSink::writeRaw(std::string_view bytes) {
     if (!isOpen()) throw Failure(err::kFileAccess, "Output file is not open");
-    const char* p = bytes.data();
-    size_t n = bytes.size();
+    if (!later_.empty()) {
+        later_.back().after.append(bytes);
+        return;
+    }
+    append(bytes.data(), bytes.size());
+}
+
+namespace {
+// Texts that may wait at once: beyond, the writer waits for the first.
+constexpr size_t kMostWaiting = 64;
+}
+
+void TextSink::writeLater(std::shared_ptr<Task> task, std::shared_ptr<const std::string> text) {
+    if (!isOpen()) throw Failure(err::kFileAccess, "Output file is not open");
+    drain(false);
+    if (later_.size() >= kMostWaiting) drain(true, kMostWaiting / 2);
+    later_.push_back({std::move(task), std::move(text), {}});
+}
+
+void TextSink::drain(bool all, size_t above) {
+    while (!later_.empty() && (later_.front().task->done() || (all && later_.size() > above))) {
+        Later first = std::move(later_.front());
+        later_.pop_front();
+        try {
+            first.task->wait(); // done, or run here, or waited for
+        } catch (...) {
+            later_.clear(); // the file ends where the writer failed, as on one thread
+            throw;
+        }
+        append(first.text->data(), first.text->size());
+        append(first.after.data(), first.after.size());
+    }
+}
+
+void TextSink::append(const char* p, size_t n) {
     if (n <= buffer_.size() - used_) {
         std::memcpy(buffer_.data() + used_, p, n);
         used_ += n;
@@ -226,8 +264,15 @@ void TextSink::write(std::string_view text) {
     writeRaw(text);
 }
 
-size_t TextSink::column() const {
-    // Only the print zone asks, rarely: the line start is found when asked.
+size_t TextSink::column() {
+    // Only the print zone asks, rarely: the line start is found when asked. Behind
+    // a text still being made, only a line begun after it can be told at once.
+    if (!later_.empty()) {
+        const std::string& tail = later_.back().after;
+        if (const char* nl = lastLineFeed(tail.data(), tail.size()))
+            return tail.size() - static_cast<size_t>(nl - tail.data()) - 1;
+        drain(true);
+    }
     if (const char* nl = lastLineFeed(buffer_.data(), used_))
         return used_ - static_cast<size_t>(nl - buffer_.data()) - 1;
     return flushed_ + used_ - lineStart_;
@@ -241,6 +286,7 @@ void TextSink::nextPrintZone() {
 }
 
 void TextSink::close() {
+    drain(true);
     if (string_) {
         flush();
         string_ = nullptr;

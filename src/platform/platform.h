@@ -6,14 +6,19 @@
 
 #include "host/host.h"
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -67,6 +72,28 @@ std::string upperCase(std::string_view utf8);
 bool startsWithNoCase(std::string_view text, std::string_view prefix);
 bool containsNoCase(std::string_view text, std::string_view part);
 
+// ---- Tasks -------------------------------------------------------------------------
+
+// A job handed to other threads (Workers::post): it runs on a helper thread when
+// one is free, or on the thread that waits for it, whichever comes first.
+class Task {
+public:
+    explicit Task(std::function<void()> job) : job_(std::move(job)) {}
+    // Runs the job here unless it has been taken; gives whether it ran here.
+    bool run();
+    bool done() const { return state_.load(std::memory_order_acquire) == kDone; }
+    // Returns once the job has run, here if nobody has taken it; rethrows its failure.
+    void wait();
+
+private:
+    static constexpr int kQueued = 0, kRunning = 1, kDone = 2;
+    std::function<void()> job_;
+    std::atomic<int> state_{kQueued};
+    std::exception_ptr failure_;
+    std::mutex mutex_;
+    std::condition_variable finished_;
+};
+
 // ---- Output and input text files ----------------------------------------------------
 
 // The open output file: a large buffer, one fwrite per fill. Never seeks.
@@ -90,19 +117,31 @@ public:
     // CR LF.
     void endLine() { writeRaw("\r\n"); }
     // Column of the next byte on the current line, from 0.
-    size_t column() const;
+    size_t column();
     // Room for up to `bytes` bytes written in place; commit() says where they end.
     // Nothing else may be written in between.
     char* claim(size_t bytes) {
+        if (!later_.empty()) {
+            std::string& tail = later_.back().after;
+            tail.resize(tail.size() + bytes);
+            return tail.data() + tail.size() - bytes;
+        }
         if (buffer_.size() - used_ < bytes) {
             flush();
             if (buffer_.size() < bytes) buffer_.resize(bytes);
         }
         return buffer_.data() + used_;
     }
-    void commit(const char* end) { used_ = static_cast<size_t>(end - buffer_.data()); }
+    void commit(const char* end) {
+        if (!later_.empty()) later_.back().after.resize(static_cast<size_t>(end - later_.back().after.data()));
+        else used_ = static_cast<size_t>(end - buffer_.data());
+    }
     // Advances to the next print zone (tab stops every 14 columns).
     void nextPrintZone();
+    // Text that a task makes, written in this place once the task is done: what
+    // is written after it waits in memory until then. A failure of the task is
+    // thrown by the write that finds it done, or by close().
+    void writeLater(std::shared_ptr<Task> task, std::shared_ptr<const std::string> text);
     // Flushes and closes; fails when the data cannot be written.
     void close();
     bool isOpen() const { return file_ != nullptr || string_ != nullptr; }
@@ -120,6 +159,18 @@ private:
         }
     };
     void flush();
+    // Bytes into the buffer and the file, behind every text waiting.
+    void append(const char* p, size_t n);
+    // Writes the waiting texts whose tasks are done, in order; with `all`, waits
+    // for (or runs) the others too; with `above`, until at most that many wait.
+    void drain(bool all, size_t above = 0);
+    // A text still being made, and what was written after it.
+    struct Later {
+        std::shared_ptr<Task> task;
+        std::shared_ptr<const std::string> text;
+        std::string after;
+    };
+    std::deque<Later> later_;
     std::FILE* file_ = nullptr;
     std::string* string_ = nullptr;
     std::string path_;
@@ -307,6 +358,9 @@ public:
     // Runs job(i) for every i below `jobs` on all threads and returns when all are
     // done; rethrows the first failure of a job, after which others may be skipped.
     void forEach(size_t jobs, const std::function<void(size_t)>& job);
+    // Hands a job to the helper threads, first come first served; with none, it
+    // runs when it is waited for.
+    std::shared_ptr<Task> post(std::function<void()> job);
 
 private:
     struct Shared;

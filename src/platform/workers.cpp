@@ -10,9 +10,35 @@
 
 namespace tarnvale::platform {
 
+bool Task::run() {
+    int queued = kQueued;
+    if (!state_.compare_exchange_strong(queued, kRunning, std::memory_order_acq_rel)) return false;
+    try {
+        job_();
+    } catch (...) {
+        failure_ = std::current_exception();
+    }
+    job_ = nullptr; // what it holds goes as soon as it has run
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        state_.store(kDone, std::memory_order_release);
+    }
+    finished_.notify_all();
+    return true;
+}
+
+void Task::wait() {
+    if (!run() && !done()) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        finished_.wait(lock, [&] { return done(); });
+    }
+    if (failure_) std::rethrow_exception(failure_);
+}
+
 struct Workers::Shared {
     std::mutex mutex;
     std::condition_variable wake, done;
+    std::deque<std::shared_ptr<Task>> posted;
     const std::function<void(size_t)>* job = nullptr;
     size_t jobs = 0;
     std::atomic<size_t> next{0};
@@ -42,8 +68,15 @@ Workers::Workers(unsigned threads, size_t grain) : shared_(std::make_unique<Shar
             uint64_t seen = 0;
             for (;;) {
                 std::unique_lock<std::mutex> lock(s->mutex);
-                s->wake.wait(lock, [&] { return s->stop || s->loop != seen; });
+                s->wake.wait(lock, [&] { return s->stop || s->loop != seen || !s->posted.empty(); });
                 if (s->stop) return;
+                if (s->loop == seen) {
+                    std::shared_ptr<Task> task = std::move(s->posted.front());
+                    s->posted.pop_front();
+                    lock.unlock();
+                    task->run(); // nothing when the waiting thread has run it already
+                    continue;
+                }
                 seen = s->loop;
                 lock.unlock();
                 s->work();
@@ -60,6 +93,17 @@ Workers::~Workers() {
     }
     shared_->wake.notify_all();
     for (std::thread& t : helpers_) t.join();
+}
+
+std::shared_ptr<Task> Workers::post(std::function<void()> job) {
+    auto task = std::make_shared<Task>(std::move(job));
+    if (helpers_.empty()) return task;
+    {
+        std::lock_guard<std::mutex> lock(shared_->mutex);
+        shared_->posted.push_back(task);
+    }
+    shared_->wake.notify_one();
+    return task;
 }
 
 void Workers::forEach(size_t jobs, const std::function<void(size_t)>& job) {

@@ -73,11 +73,12 @@ void XFileExporter::pWriteMaterialList(const SGShapePtr& shape, TextSink& file, 
     file.writeRaw("MeshMaterialList {\r\n" + plainNumber(materialCount) + ";        // " +
                   paddedNumber(materialCount) + "Materials\r\n" + plainNumber(triangleCount) + ";  // " +
                   paddedNumber(triangleCount) + "faces with materials\r\n");
-    writeInChunks(file, f_.workers, faceMaterials.size(), [&](size_t first, size_t end, TextSink& out) {
+    const size_t faces = faceMaterials.size();
+    writeInChunks(file, f_.workers, faces, [indices = std::move(faceMaterials)](size_t first, size_t end, TextSink& out) {
         for (size_t i = first; i < end; ++i) {
             char* p = out.claim(16);
             if (i > 0) p = std::copy_n(",\r\n", 3, p);
-            out.commit(std::to_chars(p, p + 13, faceMaterials[i]).ptr);
+            out.commit(std::to_chars(p, p + 13, indices[i]).ptr);
         }
     });
     file.writeRaw(";\r\n");

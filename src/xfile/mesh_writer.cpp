@@ -59,13 +59,14 @@ private:
 
 // A list of (x, y, z) records: "x; y; z;" each, joined by "," and a line end.
 template <typename Record>
-void writeTriples(TextSink& file, platform::Workers* workers, const std::vector<Record>& records, int32_t count) {
-    writeInChunks(file, workers, static_cast<size_t>(count), [&](size_t first, size_t end, TextSink& out) {
+void writeTriples(TextSink& file, platform::Workers* workers, std::shared_ptr<const std::vector<Record>> records,
+                  int32_t count) {
+    writeInChunks(file, workers, static_cast<size_t>(count), [records](size_t first, size_t end, TextSink& out) {
         LineBuffer line(out);
         for (size_t i = first; i < end; ++i) {
             line.begin();
             if (i > 0) line.raw(",\r\n");
-            const Record& r = records[i];
+            const Record& r = (*records)[i];
             line.real(r.x);
             line.raw("; ");
             line.real(r.y);
@@ -85,7 +86,9 @@ const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
 // The fans of all polygons, " 3;a,b,c;" each, with the vertex (offset 0) or the
 // normal (offset 1) indices of the corners.
 void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polygonCount,
-                       const std::vector<int32_t>& stream, int offset, const IndexTexts& texts) {
+                       std::shared_ptr<const std::vector<int32_t>> polygonStream, int offset,
+                       std::shared_ptr<const IndexTexts> indexTexts) {
+    const std::vector<int32_t>& stream = *polygonStream;
     // Where each chunk's polygons start in the stream, and whether a triangle (and
     // so a separator) comes before them.
     const size_t polygons = static_cast<size_t>(std::max(polygonCount, 0));
@@ -99,22 +102,25 @@ void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polyg
         p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
     }
     for (size_t c = 1; c < written.size(); ++c) written[c] = written[c] || written[c - 1];
-    writeInChunks(file, workers, polygons, [&](size_t firstPolygon, size_t end, TextSink& out) {
+    writeInChunks(file, workers, polygons, [polygonStream, offset, indexTexts, grain, start = std::move(start),
+                                             written = std::move(written)](size_t firstPolygon, size_t end, TextSink& out) {
+        const std::vector<int32_t>& corners = *polygonStream;
+        const IndexTexts& texts = *indexTexts;
         LineBuffer line(out);
         size_t p = start[firstPolygon / grain];
         bool first = !written[firstPolygon / grain];
         for (size_t poly = firstPolygon; poly < end; ++poly) {
-            const int32_t n = entry(stream, p);
+            const int32_t n = entry(corners, p);
             for (int32_t j = 0; j <= n - 3; ++j) {
                 line.begin();
                 if (!first) line.raw(",\r\n");
                 first = false;
                 line.raw(" 3;");
-                line.index(entry(stream, p + 1 + offset), texts);
+                line.index(entry(corners, p + 1 + offset), texts);
                 line.raw(",");
-                line.index(entry(stream, p + 1 + 2 * (j + 1) + offset), texts);
+                line.index(entry(corners, p + 1 + 2 * (j + 1) + offset), texts);
                 line.raw(",");
-                line.index(entry(stream, p + 1 + 2 * (j + 2) + offset), texts);
+                line.index(entry(corners, p + 1 + 2 * (j + 2) + offset), texts);
                 line.raw(";");
                 line.end();
             }
@@ -181,7 +187,10 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.endLine();
     shape->Prepare();
     pFlipTextureV(shape);
-    MeshArrays a;
+    // Shared with the chunks of its numbers, which may be formatted after this
+    // returns; nothing changes the arrays once they are gathered.
+    const auto arrays = std::make_shared<MeshArrays>();
+    MeshArrays& a = *arrays;
     shape->GetMeshArrays(a);
     if (a.vertexCount < 0 || static_cast<size_t>(a.vertexCount) > a.vertices.size() || a.normalCount < 0 ||
         static_cast<size_t>(a.normalCount) > a.normals.size())
@@ -191,15 +200,16 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
     const int32_t polygonCount = shape->GetPolygonCount();
-    writeTriples(file, f_.workers, a.vertices, a.vertexCount);
+    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshVertex>>(arrays, &a.vertices), a.vertexCount);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.2);
 
     const int32_t triangleCount = pCountTriangles(polygonCount, a.polygons);
     file.writeRaw(plainNumber(triangleCount) + ";  // ***** " + name + " has " + paddedNumber(triangleCount) +
                   "faces\r\n");
-    const IndexTexts indexTexts(std::max(a.vertexCount, a.normalCount));
-    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 0, indexTexts);
+    const auto indexTexts = std::make_shared<const IndexTexts>(std::max(a.vertexCount, a.normalCount));
+    const std::shared_ptr<const std::vector<int32_t>> polygons(arrays, &a.polygons);
+    writeTriangleList(file, f_.workers, polygonCount, polygons, 0, indexTexts);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.4);
 
@@ -208,10 +218,10 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
 
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
-    writeTriples(file, f_.workers, a.normals, a.normalCount);
+    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshNormal>>(arrays, &a.normals), a.normalCount);
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
-    writeTriangleList(file, f_.workers, polygonCount, a.polygons, 1, indexTexts);
+    writeTriangleList(file, f_.workers, polygonCount, polygons, 1, indexTexts);
     file.writeRaw(";\r\n} // end mesh normals " + name + "\r\n");
     meshProgress(polygonCount, 0.8);
 
@@ -235,14 +245,16 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     const float shiftU = -std::floor(minU), shiftV = -std::floor(minV);
     file.writeRaw("MeshTextureCoords {\r\n" + plainNumber(a.vertexCount) + ";      // " +
                   paddedNumber(a.vertexCount) + " uv pairs\r\n");
-    writeInChunks(file, f_.workers, static_cast<size_t>(a.vertexCount), [&](size_t first, size_t end, TextSink& out) {
+    writeInChunks(file, f_.workers, static_cast<size_t>(a.vertexCount), [arrays, shiftU, shiftV](size_t first, size_t end,
+                                                                                               TextSink& out) {
+        const std::vector<MeshVertex>& vertices = arrays->vertices;
         LineBuffer pairs(out);
         for (size_t i = first; i < end; ++i) {
             pairs.begin();
             if (i > 0) pairs.raw(",\r\n");
-            pairs.real(a.vertices[i].u + shiftU);
+            pairs.real(vertices[i].u + shiftU);
             pairs.raw("; ");
-            pairs.real(a.vertices[i].v + shiftV);
+            pairs.real(vertices[i].v + shiftV);
             pairs.raw(";");
             pairs.end();
         }

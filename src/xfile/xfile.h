@@ -154,12 +154,16 @@ struct XFileContext {
 // Items a chunk of writeInChunks holds.
 inline size_t chunkItems(const platform::Workers* workers) { return workers ? workers->grain() : 4096; }
 
-// Writes the items [0, count) as format(first, end, sink) writes them. With
-// workers, chunks of chunkItems (the last maybe shorter) are formatted on all
-// threads into buffers of their own and appended in order, so the file reads as
-// one thread writes it.
-void writeInChunks(TextSink& file, platform::Workers* workers, size_t count,
-                   const std::function<void(size_t, size_t, TextSink&)>& format);
+// Writes items [first, end) of a long run into the sink.
+using ChunkFormat = std::function<void(size_t first, size_t end, TextSink& out)>;
+
+// Writes the items [0, count) as format writes them. With workers, chunks of
+// chunkItems (the last maybe shorter) are formatted on the helper threads into
+// texts of their own, which the file takes in order as they are done, so that it
+// reads as one thread writes it; the writer goes on meanwhile. `format` may then
+// run after the call has returned: what it reads it must own (by value, or
+// shared), and nobody may change that until the file is closed.
+void writeInChunks(TextSink& file, platform::Workers* workers, size_t count, ChunkFormat format);
 
 class XFileExporter {
 public:

@@ -71,6 +71,51 @@ TEST(TextSink, ColumnsPrintZonesCodePageAndBufferEdges) {
               std::string::npos);
 }
 
+// Texts made on another thread take their places in the file, whatever is written
+// meanwhile; a task's failure is thrown, and what came before it stays on disk.
+TEST(TextSink, TextsMadeElsewhereTakeTheirPlaces) {
+    TempDir d;
+    Workers workers(2);
+    std::atomic<bool> go{false};
+    auto later = [&](std::string text, bool fails = false) {
+        auto made = std::make_shared<std::string>();
+        return std::pair{workers.post([&go, made, text, fails] {
+                             while (!go) std::this_thread::yield();
+                             if (fails) throw Failure(err::kOverflow, "Overflow");
+                             *made = text;
+                         }),
+                         made};
+    };
+    {
+        TextSink s;
+        s.open(d.file("a.txt"));
+        s.writeRaw("1 ");
+        auto [task, text] = later("made");
+        s.writeLater(task, text);
+        s.writeRaw(" 2");
+        s.endLine();
+        s.writeChar('}');
+        go = true;
+        s.nextPrintZone(); // the column behind a text not yet written
+        s.writeRaw("3");
+        s.close();
+    }
+    EXPECT_EQ(test::readFile(d.file("a.txt")), "1 made 2\r\n}" + std::string(13, ' ') + "3");
+    go = false;
+    {
+        TextSink s;
+        s.open(d.file("b.txt"));
+        for (const auto& [text, fails] : {std::pair{"one", false}, {"", true}, {"three", false}}) {
+            auto [task, made] = later(text, fails);
+            s.writeLater(task, made);
+            s.writeRaw(";");
+        }
+        go = true;
+        EXPECT_EQ(test::failureOf([&] { s.close(); }, err::kOverflow), "Overflow");
+    }
+    EXPECT_EQ(test::readFile(d.file("b.txt")), "one;");
+}
+
 // A file written again keeps its mode; through a link the file linked to is
 // written, and the link stays.
 TEST(TextSink, AFileWrittenAgainKeepsItsModeAndItsLinks) {
