@@ -148,12 +148,22 @@ uint32_t AccessorView::index(size_t i) const {
 bool AccessorView::finite(int n) const {
     if (componentType_ != TINYGLTF_COMPONENT_TYPE_FLOAT) return true; // integers always are
     bool bad = false;
+    // An exponent of all ones is an infinity or not a number.
+    auto infinite = [](uint32_t bits) { return (bits & 0x7F800000u) == 0x7F800000u; };
+    if (stride_ == static_cast<size_t>(n) * 4) {
+        // Packed: one run of floats, which the compiler checks many at a time.
+        for (size_t k = 0; k < count_ * static_cast<size_t>(n); ++k) {
+            uint32_t bits;
+            std::memcpy(&bits, data_ + k * 4, 4);
+            bad |= infinite(bits);
+        }
+        return !bad;
+    }
     for (size_t i = 0; i < count_; ++i)
         for (int c = 0; c < n; ++c) {
             uint32_t bits;
             std::memcpy(&bits, data_ + i * stride_ + static_cast<size_t>(c) * 4, 4);
-            // An exponent of all ones is an infinity or not a number.
-            bad |= (bits & 0x7F800000u) == 0x7F800000u;
+            bad |= infinite(bits);
         }
     return !bad;
 }
@@ -161,9 +171,11 @@ bool AccessorView::finite(int n) const {
 uint32_t AccessorView::largestIndex(size_t count) const {
     uint32_t largest = 0;
     auto scan = [&](auto type) {
+        // Packed indices as one run, which the compiler scans many at a time.
+        const size_t stride = stride_ == sizeof type ? sizeof type : stride_;
         for (size_t i = 0; i < count; ++i) {
             decltype(type) u;
-            std::memcpy(&u, data_ + i * stride_, sizeof u);
+            std::memcpy(&u, data_ + i * stride, sizeof u);
             largest = std::max<uint32_t>(largest, u);
         }
     };

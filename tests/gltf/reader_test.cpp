@@ -509,6 +509,12 @@ TEST(GltfReader, BadFilesGiveAReason) {
              float nan = std::nanf("");
              std::memcpy(b.bin.data() + 4, &nan, 4);
          }), "not a number"},
+        {"stride.gltf", variant([](GltfBuilder& b) { // interleaved: every 16 bytes, the second one not a number
+             b.doc["bufferViews"][0]["byteStride"] = 16;
+             b.doc["accessors"][0]["count"] = 2;
+             float nan = std::nanf("");
+             std::memcpy(b.bin.data() + 20, &nan, 4);
+         }), "not a number"},
         {"matrix.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["matrix"] = std::vector<double>(16, 1e39); }),
          "node 0 has a transform that is not finite"},
         {"keys.gltf", variant([](GltfBuilder& b) {
