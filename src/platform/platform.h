@@ -122,9 +122,8 @@ public:
     // Nothing else may be written in between.
     char* claim(size_t bytes) {
         if (!later_.empty()) {
-            std::string& tail = later_.back().after;
-            tail.resize(tail.size() + bytes);
-            return tail.data() + tail.size() - bytes;
+            if (scratch_.size() < bytes) scratch_.resize(bytes);
+            return scratch_.data();
         }
         if (buffer_.size() - used_ < bytes) {
             flush();
@@ -133,7 +132,7 @@ public:
         return buffer_.data() + used_;
     }
     void commit(const char* end) {
-        if (!later_.empty()) later_.back().after.resize(static_cast<size_t>(end - later_.back().after.data()));
+        if (!later_.empty()) later_.back().after.append(scratch_.data(), static_cast<size_t>(end - scratch_.data()));
         else used_ = static_cast<size_t>(end - buffer_.data());
     }
     // Advances to the next print zone (tab stops every 14 columns).
@@ -175,6 +174,7 @@ private:
     std::string* string_ = nullptr;
     std::string path_;
     Buffer buffer_;
+    Buffer scratch_; // where a claim is written while texts wait
     size_t used_ = 0;
     size_t flushed_ = 0;   // bytes written to the file before the buffer's start
     size_t lineStart_ = 0; // offset in the file of the line that was open at the last flush
