@@ -159,7 +159,7 @@ namespace {
 // regular file, one link, writable) is unlinked and made anew with its mode,
 // rather than truncated: the system then neither frees its pages while the file
 // is opened nor, on the common file systems, starts writing the new one to disk
-// when it is closed, as it does for a file emptied and written again (some 35 ms
+// when it is closed, as it does for a file emptied and written again (some 30 ms
 // on an X file of 76 MB). Links, read-only files and the like are truncated.
 std::FILE* openEmptied(const std::string& path) {
 #ifndef _WIN32

@@ -104,7 +104,8 @@ public:
     TextSink(const TextSink&) = delete;
     TextSink& operator=(const TextSink&) = delete;
 
-    // Creates or empties the file; fails with the system's error text.
+    // Creates the file, or replaces the one there, emptied (a plain file of its own
+    // is made anew, a link written through); fails with the system's error text.
     void open(const std::string& path);
     // Writes into `target` instead of a file (shown text, a part of a file made on
     // another thread), through a buffer of that many bytes.
