@@ -171,13 +171,17 @@ bool AccessorView::finite(int n) const {
 uint32_t AccessorView::largestIndex(size_t count) const {
     uint32_t largest = 0;
     auto scan = [&](auto type) {
-        // Packed indices as one run, which the compiler scans many at a time.
-        const size_t stride = stride_ == sizeof type ? sizeof type : stride_;
-        for (size_t i = 0; i < count; ++i) {
-            decltype(type) u;
-            std::memcpy(&u, data_ + i * stride, sizeof u);
-            largest = std::max<uint32_t>(largest, u);
-        }
+        auto over = [&](size_t stride) {
+            for (size_t i = 0; i < count; ++i) {
+                decltype(type) u;
+                std::memcpy(&u, data_ + i * stride, sizeof u);
+                largest = std::max<uint32_t>(largest, u);
+            }
+        };
+        // Packed indices with their stride a constant, which the compiler scans
+        // many at a time.
+        if (stride_ == sizeof type) over(sizeof type);
+        else over(stride_);
     };
     switch (componentType_) {
     case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: scan(uint8_t{}); break;

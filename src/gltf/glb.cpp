@@ -100,29 +100,23 @@ private:
         ++i_;
         return take(':');
     }
-    // Any value: strings and nested arrays and objects as a whole.
+    // Any value: strings and nested arrays and objects as a whole. It ends, at its
+    // own depth, before a comma, a closing bracket or a blank.
     bool skipValue() {
         blanks();
-        size_t depth = 0;
-        while (i_ < t_.size()) {
+        for (size_t depth = 0; i_ < t_.size();) {
             const char c = t_[i_];
+            if (depth == 0 && (c == ',' || c == ']' || c == '}' || isBlank(c))) return true;
             if (c == '"') {
                 for (++i_; i_ < t_.size() && t_[i_] != '"'; ++i_)
                     if (t_[i_] == '\\') ++i_;
                 if (i_ >= t_.size()) return false;
-                ++i_;
             } else if (c == '[' || c == '{') {
-                ++depth, ++i_;
+                ++depth;
             } else if (c == ']' || c == '}') {
-                if (depth == 0) return true;
-                --depth, ++i_;
-            } else if (c == ',' && depth == 0) {
-                return true;
-            } else {
-                ++i_;
+                --depth;
             }
-            if (depth == 0 && (i_ >= t_.size() || t_[i_] == ',' || t_[i_] == ']' || t_[i_] == '}' || isBlank(t_[i_])))
-                return true;
+            ++i_;
         }
         return false;
     }

@@ -2,8 +2,6 @@
 // integer arithmetic, general forms, whole numbers. No locale anywhere.
 #include "platform/number_text.h"
 
-#include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -33,20 +31,6 @@ constexpr uint64_t kPow10i[] = {1ull,
 constexpr char kPairs[201] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
                              "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
                              "8081828384858687888990919293949596979899";
-
-static_assert(std::endian::native == std::endian::little, "digits are gathered in a word, first digit lowest");
-constexpr uint64_t kZeros = 0x3030303030303030ull;
-
-// The eight decimal digits of v (below 10^8, with leading zeros) as ASCII in one
-// word, the first digit in the lowest byte: the halves, the pairs and the digits
-// of each lane split at once by multiplying with reciprocals.
-inline uint64_t asciiDigits8(uint32_t v) {
-    uint64_t x = (v / 10000) | (uint64_t(v % 10000) << 32);
-    const uint64_t hundreds = ((x * 10486) >> 20) & 0x0000007F0000007Full;
-    x = hundreds | ((x - hundreds * 100) << 16);
-    const uint64_t tens = ((x * 103) >> 10) & 0x000F000F000F000Full;
-    return (tens | ((x - tens * 10) << 8)) | kZeros;
-}
 
 int digitCount(uint64_t v) {
     // Most numbers here are small: comparisons, not divisions.
@@ -106,20 +90,19 @@ char* writeScaled(char* out, uint64_t m, int e, int minDec) {
     constexpr uint64_t kOne = kPow10i[MaxDec];
     out = writeDigits(out, units / kOne);
     *out++ = '.';
-    if constexpr (MaxDec == 0) {
-        for (int i = 0; i < minDec; ++i) *out++ = '0';
-        return out;
-    } else {
-        // All MaxDec decimals go in place in one word; the zeros past minDec are
-        // then given back, counted from the word's high end without a branch (how
-        // many there are changes from one number to the next).
-        constexpr int kUnused = 8 * (8 - MaxDec);
-        const uint64_t d = asciiDigits8(static_cast<uint32_t>(units % kOne)) >> kUnused;
-        std::memcpy(out, &d, 8);
-        const uint64_t values = d - (kZeros >> kUnused);
-        const int trailingZeros = values ? std::countl_zero(values) / 8 - (8 - MaxDec) : MaxDec;
-        return out + std::max(minDec, MaxDec - trailingZeros);
+    uint64_t frac = units % kOne;
+    // All MaxDec decimals go in place; the zeros past minDec are then given back.
+    int i = MaxDec;
+    for (; i >= 2; i -= 2) {
+        const auto pair = static_cast<size_t>(frac % 100) * 2;
+        frac /= 100;
+        out[i - 1] = kPairs[pair + 1];
+        out[i - 2] = kPairs[pair];
     }
+    if (i == 1) out[0] = static_cast<char>('0' + frac);
+    int keep = MaxDec;
+    while (keep > minDec && out[keep - 1] == '0') --keep;
+    return out + keep;
 }
 
 char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {

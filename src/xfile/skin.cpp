@@ -103,7 +103,6 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
     };
     for (const PointBones& point : items_) {
         count(point.Count());
-        char* p = nullptr;
         for (const MeshWeight& w : point) {
             if (!w.Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
             const std::string& name = nameOf(w.Bone.get());
@@ -112,7 +111,7 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
                 lastWeight = w.Weight;
             }
             const size_t column = 28 + name.size() + 3;
-            p = i.claim(column + 14 + weightLength + 3);
+            char* p = i.claim(column + 14 + weightLength + 3);
             p = blanks(p, 28);
             *p++ = '"';
             p = std::copy(name.begin(), name.end(), p);
