@@ -28,7 +28,8 @@ void BM_AnimWalk(benchmark::State& state) {
     }
     platform::XmlDocument modelDef;
     std::string defs = "<ModelInfo>";
-    for (int d = 0; d < 50; ++d) defs += "<Animation name=\"part_" + std::to_string(d) + "_\" length=\"100\"/>";
+    for (int d = 0; d < 50; ++d)
+        defs += "<Animation name=\"part_" + std::to_string(d) + "_\" length=\"100\"/>";
     defs += "<Animation name=\"NonRandomAmbient\"/></ModelInfo>";
     modelDef.loadText(defs);
     const std::string out = (std::filesystem::temp_directory_path() / "tarnvale-bench.x").string();

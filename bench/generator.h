@@ -23,7 +23,8 @@ struct GridOptions {
 };
 
 // One node "grid" under the root, holding one polygon-mesh shape.
-inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o, int32_t* materialField = nullptr) {
+inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o,
+                                                         int32_t* materialField = nullptr) {
     auto s = scene::MemoryScene::create("bench");
     const int32_t field = s->fields().addMaterial("FS10");
     if (materialField) *materialField = field;
@@ -56,9 +57,10 @@ inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o, i
         const int32_t w = static_cast<int32_t>(side + 1);
         const int32_t a = y * w + x, b = a + 1, c = a + w + 1, d = a + w;
         for (int t = 0; t < 2; ++t, ++made) {
-            size_t mi = o.alternate || o.cockpitEveryOther ? made % mats.size() : made * mats.size() / o.triangles;
+            size_t mi =
+                o.alternate || o.cockpitEveryOther ? made % mats.size() : made * mats.size() / o.triangles;
             const scene::MemoryShape::Corner tri[2][3] = {{{a, 0, a}, {b, 0, b}, {c, 0, c}},
-                                                           {{a, 0, a}, {c, 0, c}, {d, 0, d}}};
+                                                          {{a, 0, a}, {c, 0, c}, {d, 0, d}}};
             if (o.ownVertices) {
                 scene::MemoryShape::Corner own[3];
                 for (int k = 0; k < 3; ++k) {
@@ -77,12 +79,14 @@ inline std::shared_ptr<scene::MemoryScene> makeGridScene(const GridOptions& o, i
     node->AddShape(shape);
     if (o.influences > 0) {
         std::vector<SGObjectPtr> bones;
-        for (int b = 0; b < 8; ++b) bones.push_back(s->root()->addChild("bone_" + std::to_string(b)));
+        for (int b = 0; b < 8; ++b)
+            bones.push_back(s->root()->addChild("bone_" + std::to_string(b)));
         std::vector<VertexWeight> weights;
         weights.reserve(pos.size() * static_cast<size_t>(o.influences));
         for (size_t v = 0; v < pos.size(); ++v)
             for (int k = 0; k < o.influences; ++k)
-                weights.push_back({static_cast<int32_t>(v), bones[(v + static_cast<size_t>(k)) % bones.size()],
+                weights.push_back({static_cast<int32_t>(v),
+                                   bones[(v + static_cast<size_t>(k)) % bones.size()],
                                    1.0f / static_cast<float>(o.influences)});
         shape->setWeights(weights);
     }

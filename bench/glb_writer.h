@@ -16,18 +16,21 @@ namespace tarnvale::bench {
 // A grid over `materials` materials and `nodes` nodes, each node a mesh of its
 // own (one primitive per material it has, a band of the grid each); with
 // `animated`, one animation turns every node on three keys. Gives the file's size.
-inline size_t writeGridGlb(const std::string& path, size_t triangles, int materials, int nodes = 1, bool animated = false) {
+inline size_t writeGridGlb(const std::string& path, size_t triangles, int materials, int nodes = 1,
+                           bool animated = false) {
     using nlohmann::json;
     std::string bin;
     json doc = {{"asset", {{"version", "2.0"}}}, {"scene", 0}, {"scenes", {{{"nodes", json::array()}}}}};
     auto addView = [&](const void* data, size_t bytes) {
-        while (bin.size() % 4) bin += '\0';
+        while (bin.size() % 4)
+            bin += '\0';
         doc["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", bin.size()}, {"byteLength", bytes}});
         bin.append(static_cast<const char*>(data), bytes);
         return doc["bufferViews"].size() - 1;
     };
     auto acc = [&](size_t view, int comp, size_t count, const char* type) {
-        doc["accessors"].push_back({{"bufferView", view}, {"componentType", comp}, {"count", count}, {"type", type}});
+        doc["accessors"].push_back(
+            {{"bufferView", view}, {"componentType", comp}, {"count", count}, {"type", type}});
         return doc["accessors"].size() - 1;
     };
     std::vector<json> prims(static_cast<size_t>(nodes), json::array());
@@ -59,17 +62,22 @@ inline size_t writeGridGlb(const std::string& path, size_t triangles, int materi
         size_t t = acc(addView(uv.data(), uv.size() * 4), 5126, n, "VEC2");
         size_t i = acc(addView(idx.data(), idx.size() * 4), 5125, idx.size(), "SCALAR");
         prims[static_cast<size_t>(band % nodes)].push_back(
-            {{"attributes", {{"POSITION", p}, {"NORMAL", nm}, {"TEXCOORD_0", t}}}, {"indices", i}, {"material", m}});
+            {{"attributes", {{"POSITION", p}, {"NORMAL", nm}, {"TEXCOORD_0", t}}},
+             {"indices", i},
+             {"material", m}});
     }
     for (int m = 0; m < materials; ++m)
-        doc["materials"].push_back({{"name", "mat" + std::to_string(m)},
-                                    {"pbrMetallicRoughness", {{"baseColorFactor", {0.1 * (m % 10), 0.5, 0.3, 1.0}},
-                                                              {"roughnessFactor", 0.5}}}});
+        doc["materials"].push_back(
+            {{"name", "mat" + std::to_string(m)},
+             {"pbrMetallicRoughness",
+              {{"baseColorFactor", {0.1 * (m % 10), 0.5, 0.3, 1.0}}, {"roughnessFactor", 0.5}}}});
     json channels = json::array(), samplers = json::array();
-    const float times[3] = {0, 1, 2}, turns[12] = {0, 0, 0, 1, 0, 0.5f, 0, 0.8660254f, 0, 0.8660254f, 0, 0.5f};
+    const float times[3] = {0, 1, 2},
+                turns[12] = {0, 0, 0, 1, 0, 0.5f, 0, 0.8660254f, 0, 0.8660254f, 0, 0.5f};
     for (int k = 0; k < nodes; ++k) {
         doc["meshes"].push_back({{"primitives", prims[static_cast<size_t>(k)]}});
-        doc["nodes"].push_back({{"name", nodes == 1 ? std::string("grid") : "part_" + std::to_string(k)}, {"mesh", k}});
+        doc["nodes"].push_back(
+            {{"name", nodes == 1 ? std::string("grid") : "part_" + std::to_string(k)}, {"mesh", k}});
         doc["scenes"][0]["nodes"].push_back(k);
         if (!animated) continue;
         samplers.push_back({{"input", acc(addView(times, sizeof times), 5126, 3, "SCALAR")},
@@ -79,8 +87,10 @@ inline size_t writeGridGlb(const std::string& path, size_t triangles, int materi
     if (animated) doc["animations"] = {{{"name", "spin"}, {"channels", channels}, {"samplers", samplers}}};
     doc["buffers"] = {{{"byteLength", bin.size()}}};
     std::string j = doc.dump();
-    while (j.size() % 4) j += ' ';
-    while (bin.size() % 4) bin += '\0';
+    while (j.size() % 4)
+        j += ' ';
+    while (bin.size() % 4)
+        bin += '\0';
     std::ofstream out(path, std::ios::binary);
     auto u32 = [&](uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
     out.write("glTF", 4);

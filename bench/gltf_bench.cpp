@@ -24,7 +24,12 @@ void BM_LoadGlb(benchmark::State& state) {
     state.counters["peak_RSS_MB"] = usage.ru_maxrss / 1e3;
     std::filesystem::remove(path);
 }
-BENCHMARK(BM_LoadGlb)->Arg(1000000)->Arg(4000000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
+BENCHMARK(BM_LoadGlb)
+    ->Arg(1000000)
+    ->Arg(4000000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(3);
 
 } // namespace
 } // namespace tarnvale::bench

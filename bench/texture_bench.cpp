@@ -50,7 +50,8 @@ const std::vector<gltf::SourceImage>& images() {
 void BM_TexturesFour4096(benchmark::State& state) {
     const auto& sources = images();
     std::vector<std::string> names;
-    for (const auto& s : sources) names.push_back(texture::ddsName(s.name));
+    for (const auto& s : sources)
+        names.push_back(texture::ddsName(s.name));
     const fs::path out = fs::temp_directory_path() / "tarnvale-texture-bench-out";
     fs::create_directories(out);
     for (auto _ : state) {
@@ -59,7 +60,8 @@ void BM_TexturesFour4096(benchmark::State& state) {
         for (const auto& o : outcomes)
             if (o.kind != texture::Outcome::Written) state.SkipWithError(o.reason.c_str());
     }
-    state.counters["threads"] = static_cast<double>(state.range(0) ? state.range(0) : std::thread::hardware_concurrency());
+    state.counters["threads"] =
+        static_cast<double>(state.range(0) ? state.range(0) : std::thread::hardware_concurrency());
 }
 
 } // namespace

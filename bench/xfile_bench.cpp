@@ -25,10 +25,13 @@ struct SceneExport {
     SceneExport(const SceneExport&) = delete;
     SceneExport(const std::shared_ptr<scene::MemoryScene>& s, int32_t field)
         : graph(s), group(s->root()), materialField(field), attach(s->fields().addObject("FS10att")),
-          ctx{templateFile, group, graph, name, guid, bones, materialField, attach,
-              [this](const std::string& t) { status += t; }, clock} {
+          ctx{templateFile,  group,  graph,
+              name,          guid,   bones,
+              materialField, attach, [this](const std::string& t) { status += t; },
+              clock} {
         // ctx refers to the members above: the object stays where it is made.
-        if (!std::filesystem::exists(templateFile)) std::ofstream(templateFile) << "xof 0303txt 0032\r\n#scene#\r\n";
+        if (!std::filesystem::exists(templateFile))
+            std::ofstream(templateFile) << "xof 0303txt 0032\r\n#scene#\r\n";
     }
     // Writes the X file to `path` and gives the bytes written.
     size_t write(const std::string& path) {
@@ -42,7 +45,8 @@ void measure(benchmark::State& state, const std::shared_ptr<scene::MemoryScene>&
     SceneExport e(s, field);
     const std::string path = (std::filesystem::temp_directory_path() / "tarnvale-bench.x").string();
     size_t bytes = 0;
-    for (auto _ : state) bytes = e.write(path);
+    for (auto _ : state)
+        bytes = e.write(path);
     state.SetBytesProcessed(static_cast<int64_t>(bytes) * state.iterations());
     state.counters["triangles"] = static_cast<double>(state.range(0));
     std::filesystem::remove(path);
@@ -55,12 +59,20 @@ void run(benchmark::State& state, GridOptions o) {
     measure(state, s, field);
 }
 
-void BM_WriteTwentyMaterials(benchmark::State& state) { run(state, {0, 20, false, false, false}); }
-void BM_WriteOneMaterial(benchmark::State& state) { run(state, {0, 1, false, false, false}); }
-void BM_WriteThousandAlternating(benchmark::State& state) { run(state, {0, 1000, true, false, false}); }
+void BM_WriteTwentyMaterials(benchmark::State& state) {
+    run(state, {0, 20, false, false, false});
+}
+void BM_WriteOneMaterial(benchmark::State& state) {
+    run(state, {0, 1, false, false, false});
+}
+void BM_WriteThousandAlternating(benchmark::State& state) {
+    run(state, {0, 1000, true, false, false});
+}
 // Shared vertices: a cockpit corner's mirrored pair needs a vertex record of its own
 // at most positions, so this file is about a third larger than the one-material one.
-void BM_WriteCockpitEveryOther(benchmark::State& state) { run(state, {0, 2, false, true, false}); }
+void BM_WriteCockpitEveryOther(benchmark::State& state) {
+    run(state, {0, 2, false, true, false});
+}
 // The same file without the flip: the cockpit polygons already stand at the end
 // with v mirrored, and no material is marked any more. What the case above takes
 // beyond this one is the flip.
@@ -75,12 +87,20 @@ void BM_WriteCockpitPreflipped(benchmark::State& state) {
     measure(state, s, field);
 }
 // Each triangle with its own vertices: the same output size as the one-material case.
-void BM_WriteOneMaterialOwnVertices(benchmark::State& state) { run(state, {0, 1, false, false, true}); }
-void BM_WriteCockpitEveryOtherOwnVertices(benchmark::State& state) { run(state, {0, 2, false, true, true}); }
+void BM_WriteOneMaterialOwnVertices(benchmark::State& state) {
+    run(state, {0, 1, false, false, true});
+}
+void BM_WriteCockpitEveryOtherOwnVertices(benchmark::State& state) {
+    run(state, {0, 2, false, true, true});
+}
 
 // A skinned grid, four bones on every vertex, against the same grid unskinned.
-void BM_WriteSkinned(benchmark::State& state) { run(state, {0, 1, false, false, false, 4}); }
-void BM_WriteUnskinned(benchmark::State& state) { run(state, {0, 1, false, false, false, 0}); }
+void BM_WriteSkinned(benchmark::State& state) {
+    run(state, {0, 1, false, false, false, 4});
+}
+void BM_WriteUnskinned(benchmark::State& state) {
+    run(state, {0, 1, false, false, false, 0});
+}
 
 BENCHMARK(BM_WriteSkinned)->Arg(500000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_WriteUnskinned)->Arg(500000)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -94,7 +114,8 @@ BENCHMARK(BM_WriteCockpitEveryOtherOwnVertices)->Arg(1000000)->Unit(benchmark::k
 
 void BM_FormatNumber(benchmark::State& state) {
     std::vector<float> values(1 << 16);
-    for (size_t i = 0; i < values.size(); ++i) values[i] = std::sin(float(i)) * 1000.0f;
+    for (size_t i = 0; i < values.size(); ++i)
+        values[i] = std::sin(float(i)) * 1000.0f;
     char buf[64];
     size_t bytes = 0;
     for (auto _ : state)

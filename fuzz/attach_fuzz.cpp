@@ -8,7 +8,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace tarnvale;
     static platform::RegFileRegistry registry = [] {
         platform::RegFileRegistry r;
-        r.parse("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Sim]\r\n\"Defs\"=\"C:\\\\Sim\\\\\"\r\n\"Count\"=dword:0000002a\r\n");
+        r.parse("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Sim]\r\n\"Defs\"=\"C:\\\\Sim\\\\\"\r\n\"Count\"=dword:"
+                "0000002a\r\n");
         return r;
     }();
     static const std::string plugin = fuzz::folder() + "/attach/plugins";

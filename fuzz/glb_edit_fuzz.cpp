@@ -33,7 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (binary && (after.size() < 20 || after.compare(0, 8, before, 0, 8) != 0 ||
                    after.substr(20 + word(after, 12)) != before.substr(20 + word(before, 12))))
         std::abort();
-    const auto doc = nlohmann::json::parse(binary ? after.substr(20, word(after, 12)) : after, nullptr, false);
+    const auto doc =
+        nlohmann::json::parse(binary ? after.substr(20, word(after, 12)) : after, nullptr, false);
     if (doc.is_discarded() || doc["materials"][0]["extras"]["FS10"] != "Power=5") std::abort();
     return 0;
 }

@@ -12,7 +12,8 @@
 namespace {
 
 std::string tempPath(const char* name) {
-    return (std::filesystem::temp_directory_path() / (std::string("tarnvale-fuzz-") + std::to_string(::getpid()) + name))
+    return (std::filesystem::temp_directory_path() /
+            (std::string("tarnvale-fuzz-") + std::to_string(::getpid()) + name))
         .string();
 }
 
@@ -43,8 +44,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int32_t attachField = loaded.scene->fields().addObject("FS10att");
     std::string status, name = "fuzz", guid = "G";
     platform::FixedClock clock;
-    xfile::XFileContext ctx{templatePath, group, graph, name, guid, bones, materialField, attachField,
-                            [&](const std::string& t) { status += t; }, clock};
+    xfile::XFileContext ctx{templatePath,  group,       graph,
+                            name,          guid,        bones,
+                            materialField, attachField, [&](const std::string& t) { status += t; },
+                            clock};
     std::string out = outPath;
     try {
         xfile::XFileExporter(ctx).pExportFSX(out, group);

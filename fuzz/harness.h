@@ -79,10 +79,10 @@ struct Export {
         boxes.shown.clear();
         guids.next = {{0x0123ABCD, 0x0A0B, 0x4C0D, {1, 2, 3, 4, 5, 6, 7, 8}}};
         gltf::LoadedScene loaded = gltf::readSceneText(kScene, "Root");
-        shell::PlatformServices services{settings, registry, boxes, guids,  clock, processes,
+        shell::PlatformServices services{settings, registry, boxes,   guids, clock,  processes,
                                          dialogs,  plugin,   nullptr, false, nullptr};
-        shell::createTarnvale(services)->PluginImportExport_Export(output, loaded.scene->root(), loaded.scene, 0, {},
-                                                                    {}, "");
+        shell::createTarnvale(services)->PluginImportExport_Export(output, loaded.scene->root(), loaded.scene,
+                                                                   0, {}, {}, "");
     }
 };
 

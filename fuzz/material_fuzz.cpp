@@ -11,7 +11,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using tarnvale::material::FS10Material;
     static const std::string path =
-        (std::filesystem::temp_directory_path() / ("tarnvale-fuzz-" + std::to_string(::getpid()) + ".x")).string();
+        (std::filesystem::temp_directory_path() / ("tarnvale-fuzz-" + std::to_string(::getpid()) + ".x"))
+            .string();
     const std::string text(reinterpret_cast<const char*>(data), size);
     {
         std::FILE* f = std::fopen((path + ".FSXMat").c_str(), "wb");
@@ -35,9 +36,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         again.Power = 100;
         again.loadString(once);
         bool semicolonInText = false;
-        for (const std::string* s : {&m.SrcBlend, &m.DstBlend, &m.EmissiveData, &m.AlphaTestFunction,
-                                     &m.EmissiveTextureFileName, &m.ReflectionTextureFileName,
-                                     &m.FresnelTextureFileName})
+        for (const std::string* s :
+             {&m.SrcBlend, &m.DstBlend, &m.EmissiveData, &m.AlphaTestFunction, &m.EmissiveTextureFileName,
+              &m.ReflectionTextureFileName, &m.FresnelTextureFileName})
             semicolonInText = semicolonInText || s->find(';') != std::string::npos;
         if (!semicolonInText && again.toString() != once) std::abort();
     }

@@ -11,7 +11,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string config = tarnvale::fuzz::folder() + "/model.config";
     tarnvale::fuzz::writeFile(config, data, size);
     rig.run();
-    const bool completed = !rig.boxes.shown.empty() && rig.boxes.shown.back().icon == tarnvale::platform::BoxIcon::Information;
+    const bool completed =
+        !rig.boxes.shown.empty() && rig.boxes.shown.back().icon == tarnvale::platform::BoxIcon::Information;
     if (completed) {
         tarnvale::platform::XmlDocument saved;
         if (!saved.load(config) || !saved.documentElement().child("FriendlyName") ||

@@ -20,15 +20,18 @@ namespace tarnvale::test {
 
 namespace fs = std::filesystem;
 
-inline std::string sourcePath(const std::string& relative) { return std::string(TARNVALE_SOURCE_DIR) + "/" + relative; }
+inline std::string sourcePath(const std::string& relative) {
+    return std::string(TARNVALE_SOURCE_DIR) + "/" + relative;
+}
 
 // A fresh folder under the user's temp folder, its name starting with `prefix`,
 // removed with its contents at the end of the test. Paths are UTF-8.
 class TempDir {
-public:
+  public:
     explicit TempDir(const std::string& prefix = "tarnvale-test-") {
         std::random_device random;
-        do path_ = platform::utf8Path(fs::temp_directory_path() / "") + prefix + std::to_string(random());
+        do
+            path_ = platform::utf8Path(fs::temp_directory_path() / "") + prefix + std::to_string(random());
         while (!fs::create_directory(platform::systemPath(path_)));
     }
     ~TempDir() {
@@ -45,14 +48,15 @@ public:
         return file(name);
     }
 
-private:
+  private:
     // Copies every X file that a test left here (known by its first line) to the
     // folder $TARNVALE_XFILES names, where CI has a DirectX reader read them all.
     void keepXFiles() const {
         const char* to = std::getenv("TARNVALE_XFILES");
         if (!to || !*to) return;
         const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-        const std::string owner = test ? std::string(test->test_suite_name()) + "." + test->name() : "outside-a-test";
+        const std::string owner =
+            test ? std::string(test->test_suite_name()) + "." + test->name() : "outside-a-test";
         std::error_code ec;
         for (const auto& entry : fs::recursive_directory_iterator(platform::systemPath(path_), ec)) {
             if (!entry.is_regular_file(ec) || entry.path().extension() != ".x") continue;
@@ -60,8 +64,9 @@ private:
             std::ifstream(entry.path(), std::ios::binary).read(head, 16);
             if (std::string(head) != "xof 0303txt 0032") continue;
             // The folder's own random name keeps the copies of parallel tests apart.
-            std::string name = owner + "-" + platform::utf8Path(platform::systemPath(path_).filename()) + "-" +
-                               platform::utf8Path(entry.path().lexically_relative(platform::systemPath(path_)));
+            std::string name =
+                owner + "-" + platform::utf8Path(platform::systemPath(path_).filename()) + "-" +
+                platform::utf8Path(entry.path().lexically_relative(platform::systemPath(path_)));
             for (char& c : name)
                 if (!std::isalnum(static_cast<unsigned char>(c)) && c != '.' && c != '-') c = '_';
             fs::copy_file(entry.path(), platform::systemPath(to) / name, ec);
@@ -94,7 +99,8 @@ struct RunResult {
 inline RunResult run(const std::string& line, const TempDir& dir, const std::string& input = "/dev/null") {
     const std::string out = dir.file("stdout.txt"), err = dir.file("stderr.txt");
     const std::string cmd = line + " < '" + input + "' > '" + out + "' 2> '" + err + "'";
-    const int status = std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
+    const int status =
+        std::system(("bash -c '" + std::regex_replace(cmd, std::regex("'"), "'\\''") + "'").c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
 }
 
@@ -111,7 +117,8 @@ inline RunResult tarnvale(const std::string& args, const TempDir& dir, const std
 // Joins lines with CR LF, each line ended.
 inline std::string crlf(std::initializer_list<std::string> lines) {
     std::string s;
-    for (const auto& l : lines) s += l + "\r\n";
+    for (const auto& l : lines)
+        s += l + "\r\n";
     return s;
 }
 
@@ -124,8 +131,7 @@ inline void expectFields(const std::string& textForm, const std::string& fields,
 }
 
 // Runs `act`, which must fail with error `number`; gives the failure's text.
-template <typename Act>
-std::string failureOf(Act act, int32_t number) {
+template <typename Act> std::string failureOf(Act act, int32_t number) {
     try {
         act();
     } catch (const Failure& e) {
@@ -144,29 +150,31 @@ inline std::string describePolygons(const SGShapePtr& shape) {
         SGFace f = shape->GetPolygon(p);
         out << (p ? " |" : "|") << (f.GetMaterial() ? f.GetMaterial()->GetName() : "-");
         for (int32_t c = 0; c < f.GetCornerCount(); ++c)
-            out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c) << ":" << f.GetCornerUV(c).u << ","
-                << f.GetCornerUV(c).v;
+            out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c) << ":" << f.GetCornerUV(c).u
+                << "," << f.GetCornerUV(c).v;
     }
     return out.str();
 }
 
 // The export dialog, answered as the test says; remembers what it was shown.
 class ScriptedDialogs : public shell::ExportDialogs {
-public:
+  public:
     bool cancel = false;
     std::optional<std::string> answerName;
     std::vector<std::pair<std::string, std::string>> shown; // (txtName, Label2) at show time
 
     std::unique_ptr<shell::frmExport> create() override { return std::make_unique<Dialog>(*this); }
 
-private:
+  private:
     struct Dialog : shell::frmExport {
         explicit Dialog(ScriptedDialogs& o) : owner(o) {}
         void Show() override {
             owner.shown.emplace_back(txtName, Label2);
             if (owner.answerName) txtName = *owner.answerName;
-            if (owner.cancel) CancelButton_Click();
-            else OKButton_Click();
+            if (owner.cancel)
+                CancelButton_Click();
+            else
+                OKButton_Click();
         }
         ScriptedDialogs& owner;
     };
@@ -174,7 +182,7 @@ private:
 
 // A process double: records command lines; each process runs for `polls` polls.
 class RecordingProcesses : public platform::Processes {
-public:
+  public:
     std::vector<std::string> started;
     int polls = 0;
     int sleeps = 0;
@@ -193,7 +201,7 @@ public:
     void sleep(int32_t) override { ++sleeps; }
     void close(intptr_t) override {}
 
-private:
+  private:
     int left_ = 0;
 };
 
@@ -221,7 +229,8 @@ struct Rig {
         guids.next.push_back({0x0123ABCD, 0x0A0B, 0x4C0D, {0x8E, 0x0F, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06}});
     }
     shell::PlatformServices services() {
-        return {settings, registry, boxes, guids, clock, processes, dialogs, pluginFolder, nullptr, true, &workers};
+        return {settings, registry,     boxes,   guids, clock,   processes,
+                dialogs,  pluginFolder, nullptr, true,  &workers};
     }
     std::unique_ptr<shell::Tarnvale> plugin() { return shell::createTarnvale(services()); }
     // Exports `group` (the root by default) to `file` in the rig's folder.
@@ -246,9 +255,12 @@ inline std::string outcome(const Rig& rig, const std::string& out) {
     for (const auto& b : rig.boxes.shown)
         text += std::string(" ") + platform::iconName(b.icon) + " " + b.title + ": " + b.text + ";";
     text += " |";
-    for (const auto& line : rig.processes.started) text += " " + line;
-    for (const auto& [from, to] : {std::pair{rig.pluginFolder, std::string("P")}, {rig.dir.path(), std::string("D")}})
-        for (size_t at; (at = text.find(from)) != std::string::npos;) text.replace(at, from.size(), to);
+    for (const auto& line : rig.processes.started)
+        text += " " + line;
+    for (const auto& [from, to] :
+         {std::pair{rig.pluginFolder, std::string("P")}, {rig.dir.path(), std::string("D")}})
+        for (size_t at; (at = text.find(from)) != std::string::npos;)
+            text.replace(at, from.size(), to);
     return text;
 }
 

@@ -16,8 +16,8 @@
 //   its bone names pass the string limit, and is read in parts.
 // Everything else goes to the reader as the file has it.
 #define INITGUID
-#include <windows.h>
 #include <dxfile.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -55,7 +55,7 @@ template FrameTransformMatrix { <F6F23F41-7686-11cf-8F52-0040333594A3> Matrix4x4
 template Frame { <3D82AB46-62DA-11cf-AB39-0020AF71E433> [...] }
 )";
 constexpr char kHeader[] = "xof 0303txt 0032\r\n";
-constexpr size_t kPiecesPerRead = 400;    // below the 500 top-level objects
+constexpr size_t kPiecesPerRead = 400;        // below the 500 top-level objects
 constexpr size_t kStringBytesPerPiece = 9000; // below the 10000 bytes of strings
 
 struct Token {
@@ -67,13 +67,13 @@ struct Token {
 struct Piece {
     std::string type, name;
     size_t begin = 0, end = 0, line = 0;
-    std::vector<std::pair<size_t, size_t>> cuts;          // nested objects
-    std::vector<std::pair<size_t, std::string>> changes;  // token index -> text
-    std::vector<size_t> values;                           // its own word and string tokens
+    std::vector<std::pair<size_t, size_t>> cuts;         // nested objects
+    std::vector<std::pair<size_t, std::string>> changes; // token index -> text
+    std::vector<size_t> values;                          // its own word and string tokens
 };
 
 class Copy {
-public:
+  public:
     explicit Copy(std::string text) : text_(std::move(text)) {}
 
     // Splits the file into template declarations and pieces; false with `error`.
@@ -88,9 +88,11 @@ public:
     std::vector<Read> reads() const;
     const Piece& piece(size_t i) const { return pieces_[i]; }
 
-private:
+  private:
     bool lex(std::string& error);
-    std::string tokenText(size_t t) const { return text_.substr(tokens_[t].begin, tokens_[t].end - tokens_[t].begin); }
+    std::string tokenText(size_t t) const {
+        return text_.substr(tokens_[t].begin, tokens_[t].end - tokens_[t].begin);
+    }
     bool isOperator(size_t t, char c) const {
         return t < tokens_.size() && tokens_[t].kind == Token::Operator && text_[tokens_[t].begin] == c;
     }
@@ -141,15 +143,19 @@ bool Copy::split(std::string& error) {
         const bool word = tokens_[t].kind == Token::Word;
         if (open.empty() && word && tokenText(t) == "template") {
             size_t close = t;
-            while (close < tokens_.size() && !isOperator(close, '}')) ++close;
+            while (close < tokens_.size() && !isOperator(close, '}'))
+                ++close;
             if (close == tokens_.size()) return error = "a template is not closed", false;
             size_t at = tokens_[t].begin;
             for (size_t k = t; k <= close; ++k)
-                if (tokenText(k) == "BYTE") declarations_.append(text_, at, tokens_[k].begin - at).append("DWORD"), at = tokens_[k].end;
+                if (tokenText(k) == "BYTE")
+                    declarations_.append(text_, at, tokens_[k].begin - at).append("DWORD"),
+                        at = tokens_[k].end;
             declarations_.append(text_, at, tokens_[close].end - at).append("\r\n");
             t = close + 1;
-        } else if (word && (isOperator(t + 1, '{') || (t + 1 < tokens_.size() && tokens_[t + 1].kind == Token::Word &&
-                                                         isOperator(t + 2, '{')))) {
+        } else if (word &&
+                   (isOperator(t + 1, '{') || (t + 1 < tokens_.size() && tokens_[t + 1].kind == Token::Word &&
+                                               isOperator(t + 2, '{')))) {
             Piece p;
             p.type = tokenText(t);
             p.name = isOperator(t + 1, '{') ? "" : tokenText(t + 1);
@@ -169,14 +175,17 @@ bool Copy::split(std::string& error) {
             if (tokens_[t].kind != Token::Operator) pieces_[open.back()].values.push_back(t);
             ++t;
         } else {
-            return error = "line " + std::to_string(std::count(text_.begin(), text_.begin() + tokens_[t].begin, '\n') + 1) +
-                           ": \"" + tokenText(t) + "\" stands outside any object",
+            return error =
+                       "line " +
+                       std::to_string(std::count(text_.begin(), text_.begin() + tokens_[t].begin, '\n') + 1) +
+                       ": \"" + tokenText(t) + "\" stands outside any object",
                    false;
         }
     }
-    if (!open.empty()) return error = pieces_[open.back()].type + " at line " + std::to_string(pieces_[open.back()].line) +
-                                      " is not closed",
-                              false;
+    if (!open.empty())
+        return error = pieces_[open.back()].type + " at line " + std::to_string(pieces_[open.back()].line) +
+                       " is not closed",
+               false;
     return true;
 }
 
@@ -216,8 +225,11 @@ std::vector<std::string> Copy::splitSkin(const Piece& p) const {
     // The vertex count, then per vertex its weight count and (bone, weight) pairs.
     // Anything else, a count that disagrees included, goes to the reader whole,
     // to be refused there.
-    auto number = [&](size_t v) { return tokenText(p.values[v]).find_first_not_of("0123456789 ") == std::string::npos
-                                              ? std::stoul(tokenText(p.values[v])) : ~0ul; };
+    auto number = [&](size_t v) {
+        return tokenText(p.values[v]).find_first_not_of("0123456789 ") == std::string::npos
+                   ? std::stoul(tokenText(p.values[v]))
+                   : ~0ul;
+    };
     std::vector<std::string> parts;
     std::string groups;
     size_t count = 0, total = 0, partBytes = 0, v = 1;
@@ -229,9 +241,12 @@ std::vector<std::string> Copy::splitSkin(const Piece& p) const {
         const size_t weights = number(v), last = v + 2 * weights;
         if (weights == ~0ul || last >= p.values.size()) return {textOf(p)};
         size_t groupBytes = 0;
-        for (size_t w = v + 1; w <= last; w += 2) groupBytes += tokens_[p.values[w]].end - tokens_[p.values[w]].begin - 1;
+        for (size_t w = v + 1; w <= last; w += 2)
+            groupBytes += tokens_[p.values[w]].end - tokens_[p.values[w]].begin - 1;
         if (count > 0 && partBytes + groupBytes > kStringBytesPerPiece) flush();
-        groups += text_.substr(tokens_[p.values[v]].begin, tokens_[p.values[last]].end - tokens_[p.values[v]].begin) + ";\r\n";
+        groups += text_.substr(tokens_[p.values[v]].begin,
+                               tokens_[p.values[last]].end - tokens_[p.values[v]].begin) +
+                  ";\r\n";
         ++count, ++total, partBytes += groupBytes;
         v = last + 1;
     }
@@ -255,10 +270,14 @@ std::string hresultText(HRESULT hr) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%08lX", static_cast<unsigned long>(hr));
     switch (hr) {
-    case DXFILEERR_PARSEERROR: return std::string("parse error (") + text + ")";
-    case DXFILEERR_BADOBJECT: return std::string("bad object (") + text + ")";
-    case DXFILEERR_BADVALUE: return std::string("bad value (") + text + ")";
-    default: return text;
+    case DXFILEERR_PARSEERROR:
+        return std::string("parse error (") + text + ")";
+    case DXFILEERR_BADOBJECT:
+        return std::string("bad object (") + text + ")";
+    case DXFILEERR_BADVALUE:
+        return std::string("bad value (") + text + ")";
+    default:
+        return text;
     }
 }
 
@@ -283,10 +302,12 @@ bool walk(IDirectXFileData* data, std::string& error) {
         if (SUCCEEDED(child->QueryInterface(IID_IDirectXFileData, reinterpret_cast<void**>(&childData)))) {
             ok = walk(childData, error);
             childData->Release();
-        } else if (SUCCEEDED(child->QueryInterface(IID_IDirectXFileDataReference, reinterpret_cast<void**>(&reference)))) {
+        } else if (SUCCEEDED(child->QueryInterface(IID_IDirectXFileDataReference,
+                                                   reinterpret_cast<void**>(&reference)))) {
             IDirectXFileData* target = nullptr;
             hr = reference->Resolve(&target);
-            ok = SUCCEEDED(hr) || (error = "a reference in " + std::string(name) + ": " + hresultText(hr), false);
+            ok = SUCCEEDED(hr) ||
+                 (error = "a reference in " + std::string(name) + ": " + hresultText(hr), false);
             if (target) target->Release();
             reference->Release();
         }
@@ -322,8 +343,10 @@ bool readFile(const std::filesystem::path& path, std::string& error) {
         if (objects) objects->Release();
         if (hr != DXFILEERR_NOMOREOBJECTS && error.empty()) error = hresultText(hr);
         if (!error.empty()) {
-            const Piece& p = copy.piece(read.pieces[std::min(object > 0 ? object - 1 : 0, read.pieces.size() - 1)]);
-            error = p.type + (p.name.empty() ? "" : " " + p.name) + " at line " + std::to_string(p.line) + ": " + error;
+            const Piece& p =
+                copy.piece(read.pieces[std::min(object > 0 ? object - 1 : 0, read.pieces.size() - 1)]);
+            error = p.type + (p.name.empty() ? "" : " " + p.name) + " at line " + std::to_string(p.line) +
+                    ": " + error;
             break;
         }
     }
@@ -341,7 +364,8 @@ int main(int argc, char** argv) {
     std::vector<std::filesystem::path> files;
     for (int i = 1; i < argc; ++i) {
         const std::filesystem::path path(argv[i]);
-        if (!std::filesystem::is_directory(path)) files.push_back(path);
+        if (!std::filesystem::is_directory(path))
+            files.push_back(path);
         else
             for (const auto& entry : std::filesystem::directory_iterator(path))
                 if (entry.path().extension() == ".x") files.push_back(entry.path());

@@ -39,7 +39,7 @@ float leadingNumber(const std::string& text);
 std::string xanimPath(const std::string& exportFileName);
 
 class XAnimExporter {
-public:
+  public:
     explicit XAnimExporter(XAnimContext& fields) : f_(fields) {}
 
     // Builds the XANIM document of the group and saves it beside the export file
@@ -59,7 +59,7 @@ public:
     // Appends the stream to anim, with its length, unless all its data are equal.
     void pAttachStream(XmlElement anim, XmlElement stream, float length);
 
-private:
+  private:
     void exportOwnAnimation(XmlElement root, const SGObjectPtr& object, const std::vector<KeyRecord>& keys);
 
     XAnimContext& f_;

@@ -13,11 +13,15 @@ namespace {
 // Objects with this many keys or fewer have no animation of their own.
 constexpr size_t kMinKeys = 2;
 
-std::string number(float v) { return platform::formatMask(v, 2, 6); }
+std::string number(float v) {
+    return platform::formatMask(v, 2, 6);
+}
 
 // A length as a 32-bit float is written: seven significant digits at most, no
 // trailing zeros (100, 2.5, 4.166667).
-std::string single(float v) { return platform::generalSingle(v, true); }
+std::string single(float v) {
+    return platform::generalSingle(v, true);
+}
 
 float checked(double v) {
     if (!std::isfinite(v) || std::fabs(v) > 3.4028234663852886e38) throw Failure(err::kOverflow, "Overflow");
@@ -38,21 +42,25 @@ Quat pQuatMultiply(const Quat& a, const Quat& b) {
 
 float leadingNumber(const std::string& text) {
     size_t i = 0;
-    while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
+        ++i;
     size_t start = i;
     if (i < text.size() && (text[i] == '+' || text[i] == '-')) ++i;
     size_t digits = 0;
-    while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) ++i, ++digits;
+    while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])))
+        ++i, ++digits;
     if (i < text.size() && text[i] == '.') {
         ++i;
-        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i]))) ++i, ++digits;
+        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])))
+            ++i, ++digits;
     }
     if (digits == 0) return 0;
     if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
         size_t e = i + 1;
         if (e < text.size() && (text[e] == '+' || text[e] == '-')) ++e;
         if (e < text.size() && std::isdigit(static_cast<unsigned char>(text[e]))) {
-            while (e < text.size() && std::isdigit(static_cast<unsigned char>(text[e]))) ++e;
+            while (e < text.size() && std::isdigit(static_cast<unsigned char>(text[e])))
+                ++e;
             i = e;
         }
     }
@@ -94,7 +102,8 @@ void XAnimExporter::pExportAnimObject(XmlElement root, const SGObjectPtr& object
         [](const SGObjectPtr&) {});
 }
 
-void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& object, const std::vector<KeyRecord>& keys) {
+void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& object,
+                                       const std::vector<KeyRecord>& keys) {
     const std::string partName = xfile::pCleanName(object->GetName());
     XmlElement definition = pFindAnimationDef(partName);
     XmlElement anim = pGetAnim(definition, root);

@@ -3,7 +3,9 @@
 
 namespace tarnvale::anim {
 
-std::string xanimPath(const std::string& exportFileName) { return exportFileName + "anim"; }
+std::string xanimPath(const std::string& exportFileName) {
+    return exportFileName + "anim";
+}
 
 void XAnimExporter::pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExportGroup) {
     if (!cgExportGroup) throw Failure(err::kObjectNotSet, "Object variable not set: no export group");

@@ -25,12 +25,15 @@ check::Subject subjectOf(const std::string& pluginDir, platform::SettingsStore& 
     return s;
 }
 
-nlohmann::json orNull(const std::string& s) { return s.empty() ? nlohmann::json() : nlohmann::json(s); }
+nlohmann::json orNull(const std::string& s) {
+    return s.empty() ? nlohmann::json() : nlohmann::json(s);
+}
 
 } // namespace
 
 std::vector<check::Finding> checkForExport(const ExportOptions& o, platform::SettingsStore& settings,
-                                           gltf::LoadedScene& loaded, const std::shared_ptr<scene::MemoryObject>& group,
+                                           gltf::LoadedScene& loaded,
+                                           const std::shared_ptr<scene::MemoryObject>& group,
                                            const scene::BonesLeftOut& left) {
     return check::run(subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left));
 }
@@ -47,8 +50,10 @@ nlohmann::json checkJson(const CheckOptions& o, const std::vector<check::Finding
                         {"material", orNull(f.material)},
                         {"message", f.message}});
     }
-    return {{"scene", o.scene}, {"group", o.group ? nlohmann::json(*o.group) : nlohmann::json()},
-            {"counts", counts}, {"findings", list}};
+    return {{"scene", o.scene},
+            {"group", o.group ? nlohmann::json(*o.group) : nlohmann::json()},
+            {"counts", counts},
+            {"findings", list}};
 }
 
 std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings) {
@@ -60,7 +65,8 @@ std::string checkText(const std::string& scene, const std::vector<check::Finding
         const std::string heading = !f.node.empty()       ? "node " + f.node + " (" + f.frame + ")"
                                     : !f.material.empty() ? "material " + f.material
                                                           : "the scene";
-        auto it = std::find_if(groups.begin(), groups.end(), [&](const auto& g) { return g.first == heading; });
+        auto it =
+            std::find_if(groups.begin(), groups.end(), [&](const auto& g) { return g.first == heading; });
         if (it == groups.end()) it = groups.insert(groups.end(), {heading, {}});
         it->second.push_back(&f);
     }
@@ -68,7 +74,8 @@ std::string checkText(const std::string& scene, const std::vector<check::Finding
         return std::to_string(n) + " " + (n == 1 ? one : many);
     };
     std::string out = scene + ": " + count(counts[0], "error", "errors") + ", " +
-                      count(counts[1], "warning", "warnings") + ", " + count(counts[2], "note", "notes") + "\n";
+                      count(counts[1], "warning", "warnings") + ", " + count(counts[2], "note", "notes") +
+                      "\n";
     for (const auto& [heading, list] : groups) {
         out += "  " + heading + "\n";
         for (const check::Finding* f : list) {
@@ -89,8 +96,10 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     readOptions.outline = true;
     readOptions.materialField = shell::fieldIdSetting(*settings);
     auto refuse = [&](const std::string& why) {
-        if (o.json) std::fprintf(out, "%s\n", nlohmann::json({{"scene", o.scene}, {"error", why}}).dump().c_str());
-        else std::fprintf(stderr, "tarnvale: %s\n", why.c_str());
+        if (o.json)
+            std::fprintf(out, "%s\n", nlohmann::json({{"scene", o.scene}, {"error", why}}).dump().c_str());
+        else
+            std::fprintf(stderr, "tarnvale: %s\n", why.c_str());
         return kUnreadable;
     };
     gltf::LoadedScene loaded;
@@ -104,10 +113,13 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     if (!group) return refuse(o.scene + " has no node named \"" + *o.group + "\"");
     const std::vector<check::Finding> findings =
         check::run(subjectOf(o.pluginDir, *settings, o.registry, o.textures, loaded, group, left));
-    if (o.json) std::fprintf(out, "%s\n", checkJson(o, findings).dump().c_str());
-    else std::fputs(checkText(o.scene, findings).c_str(), out);
-    const bool errors = std::any_of(findings.begin(), findings.end(),
-                                    [](const check::Finding& f) { return f.severity == check::Severity::Error; });
+    if (o.json)
+        std::fprintf(out, "%s\n", checkJson(o, findings).dump().c_str());
+    else
+        std::fputs(checkText(o.scene, findings).c_str(), out);
+    const bool errors = std::any_of(findings.begin(), findings.end(), [](const check::Finding& f) {
+        return f.severity == check::Severity::Error;
+    });
     return errors ? kFailed : kExported;
 }
 

@@ -14,11 +14,11 @@
 #endif
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 namespace tarnvale::app {
@@ -29,7 +29,7 @@ namespace fs = std::filesystem;
 
 // Boxes on standard error that also note how the export ended.
 class OutcomeBoxes : public platform::MessageBoxes {
-public:
+  public:
     explicit OutcomeBoxes(platform::MessageBoxes& inner) : inner_(inner) {}
     bool closed = false, failed = false;
     void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override {
@@ -40,11 +40,13 @@ public:
     }
     std::function<void()> before;
 
-private:
+  private:
     platform::MessageBoxes& inner_;
 };
 
-bool isTerminal(int fd) { return ::isatty(fd) == 1; }
+bool isTerminal(int fd) {
+    return ::isatty(fd) == 1;
+}
 
 } // namespace
 
@@ -78,7 +80,8 @@ std::string defaultPluginDir(const char* argv0) {
     if (ec) exe = fs::absolute(argv0 ? argv0 : "tarnvale", ec);
 #endif
     fs::path installed = exe.parent_path() / TARNVALE_DATA_REL;
-    if (fs::exists(installed / "Tarnvale.X", ec)) return platform::utf8Path(fs::weakly_canonical(installed, ec));
+    if (fs::exists(installed / "Tarnvale.X", ec))
+        return platform::utf8Path(fs::weakly_canonical(installed, ec));
     return TARNVALE_SOURCE_DATA_DIR;
 }
 
@@ -86,7 +89,8 @@ std::unique_ptr<platform::SettingsStore> settingsStore(const std::string& file) 
 #ifdef _WIN32
     if (file.empty()) return std::make_unique<platform::RegistrySettings>();
 #endif
-    return std::make_unique<platform::IniSettings>(file.empty() ? platform::IniSettings::defaultPath() : file);
+    return std::make_unique<platform::IniSettings>(file.empty() ? platform::IniSettings::defaultPath()
+                                                                : file);
 }
 
 namespace {
@@ -101,7 +105,8 @@ struct Voice {
     }
 };
 
-std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform::SettingsStore& settings, Voice say) {
+std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform::SettingsStore& settings,
+                                               Voice say) {
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
@@ -116,7 +121,8 @@ std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform:
         return std::nullopt;
     }
     if (!o.quiet)
-        for (const auto& w : loaded->warnings) say("warning", o.scene + ": " + w);
+        for (const auto& w : loaded->warnings)
+            say("warning", o.scene + ": " + w);
     return loaded;
 }
 
@@ -130,9 +136,10 @@ std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf:
     }
     if (!left.bones.empty() && !o.quiet) {
         std::string names;
-        for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
-        say("warning", o.scene + ": skins below " + o.group.value_or("") + " use joints outside it (" + names +
-                           "); their weights are left out, and " + std::to_string(left.vertices) +
+        for (const std::string& n : left.bones)
+            names += (names.empty() ? "" : ", ") + n;
+        say("warning", o.scene + ": skins below " + o.group.value_or("") + " use joints outside it (" +
+                           names + "); their weights are left out, and " + std::to_string(left.vertices) +
                            " vertices that keep other joints have those scaled to the sum they had");
     }
     return group;
@@ -177,7 +184,7 @@ int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf:
     boxes.before = [&] { progressLine.clear(); };
 
     platform::Workers workers(o.threads);
-    shell::PlatformServices services{settings, *registry, boxes,    guids,     clock,   processes,
+    shell::PlatformServices services{settings, *registry,   boxes,    guids,     clock,   processes,
                                      *dialogs, o.pluginDir, progress, !o.noTool, &workers};
     auto plugin = shell::createTarnvale(services);
     plugin->PluginImportExport_Export(o.output, group, loaded.scene, 0, {}, {}, "");
@@ -189,8 +196,8 @@ int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf:
 
 } // namespace
 
-std::shared_ptr<scene::MemoryObject> findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& name,
-                                               scene::BonesLeftOut& left) {
+std::shared_ptr<scene::MemoryObject>
+findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& name, scene::BonesLeftOut& left) {
     if (!name) return loaded.scene->root();
     auto group = loaded.scene->root()->findByName(*name);
     if (!group) return nullptr;
@@ -223,7 +230,8 @@ int runExport(const ExportOptions& o) {
         if (auto group = exportedGroup(o, *loaded, left, say)) {
             code = kExported;
             if (o.check) {
-                const std::vector<check::Finding> findings = checkForExport(o, *settings, *loaded, group, left);
+                const std::vector<check::Finding> findings =
+                    checkForExport(o, *settings, *loaded, group, left);
                 size_t errors = 0;
                 for (const check::Finding& f : findings) {
                     errors += f.severity == check::Severity::Error;
@@ -231,8 +239,8 @@ int runExport(const ExportOptions& o) {
                 }
                 if (!report && !findings.empty()) std::fputs(checkText(o.scene, findings).c_str(), stderr);
                 if (errors > 0) {
-                    say("error", "the check found " + std::to_string(errors) + (errors == 1 ? " error" : " errors") +
-                                     ", so nothing was exported");
+                    say("error", "the check found " + std::to_string(errors) +
+                                     (errors == 1 ? " error" : " errors") + ", so nothing was exported");
                     code = kFailed;
                 }
             }
@@ -241,7 +249,8 @@ int runExport(const ExportOptions& o) {
     if (report) {
         std::vector<std::string> files;
         for (const std::string& file : {o.output, o.output + "anim", shell::sidecarPath(o.output)})
-            if (code != kUnreadable && code != kCancelled && platform::fileExists(file)) files.push_back(file);
+            if (code != kUnreadable && code != kCancelled && platform::fileExists(file))
+                files.push_back(file);
         report->result(code, files);
     }
     return code;
@@ -252,7 +261,8 @@ int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& 
     std::string xText;
     if (std::FILE* f = platform::openFile(o.output, "rb")) {
         char buffer[1 << 16];
-        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) xText.append(buffer, n);
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;)
+            xText.append(buffer, n);
         std::fclose(f);
     }
     std::error_code ec;
@@ -269,17 +279,19 @@ int writeTextures(const ExportOptions& o, const std::vector<gltf::SourceImage>& 
     for (const texture::Outcome& t : outcomes) {
         if (t.kind == texture::Outcome::Written) continue;
         const bool fails = t.kind == texture::Outcome::Failed;
-        say(fails ? "error" : "warning", "texture " + t.name + (fails ? " failed: " : " skipped: ") + t.reason);
+        say(fails ? "error" : "warning",
+            "texture " + t.name + (fails ? " failed: " : " skipped: ") + t.reason);
         (fails ? failed : skipped) = true;
     }
     for (const texture::Outcome& t : outcomes) {
         if (o.quiet || t.kind != texture::Outcome::Written) continue;
-        if (report) report->note("texture", t.line);
-        else std::printf("%s\n", t.line.c_str());
+        if (report)
+            report->note("texture", t.line);
+        else
+            std::printf("%s\n", t.line.c_str());
     }
     return failed || (skipped && o.strict) ? kFailed : kExported;
 }
-
 
 namespace {
 
@@ -298,11 +310,15 @@ bool windowsPossible(const char* what) {
     return true;
 #elif defined(TARNVALE_WITH_QT) || defined(TARNVALE_QT_HELPER)
     if (displayAvailable()) return true;
-    std::fprintf(stderr, "tarnvale: %s needs a display, and there is none (no DISPLAY or WAYLAND_DISPLAY); "
-                         "material show and material apply work without one\n", what);
+    std::fprintf(stderr,
+                 "tarnvale: %s needs a display, and there is none (no DISPLAY or WAYLAND_DISPLAY); "
+                 "material show and material apply work without one\n",
+                 what);
 #else
-    std::fprintf(stderr, "tarnvale: this tarnvale was built without windows, so %s cannot run; "
-                         "material show and material apply work without them\n", what);
+    std::fprintf(stderr,
+                 "tarnvale: this tarnvale was built without windows, so %s cannot run; "
+                 "material show and material apply work without them\n",
+                 what);
 #endif
     return false;
 }
@@ -319,13 +335,15 @@ int runWithWindows(int argc, char** argv, bool pluginDirGiven, const std::string
     args.push_back(nullptr);
     std::error_code ec;
     const fs::path exe = fs::read_symlink("/proc/self/exe", ec);
-    for (const fs::path& helper : {exe.parent_path() / "tarnvale-qt", exe.parent_path() / TARNVALE_LIBEXEC_REL / "tarnvale-qt"}) {
+    for (const fs::path& helper :
+         {exe.parent_path() / "tarnvale-qt", exe.parent_path() / TARNVALE_LIBEXEC_REL / "tarnvale-qt"}) {
         if (!fs::exists(helper, ec)) continue;
         ::execv(helper.c_str(), args.data());
         std::fprintf(stderr, "tarnvale: %s cannot be started: %s\n", helper.c_str(), std::strerror(errno));
         return kUnreadable;
     }
-    std::fprintf(stderr, "tarnvale: tarnvale-qt, which shows the windows, is not installed beside %s\n", exe.c_str());
+    std::fprintf(stderr, "tarnvale: tarnvale-qt, which shows the windows, is not installed beside %s\n",
+                 exe.c_str());
     return kUnreadable;
 }
 #endif
@@ -335,18 +353,21 @@ int runWithWindows(int argc, char** argv, bool pluginDirGiven, const std::string
 namespace {
 
 // What the export and the check read, and where from: the same options for both.
-template <typename Options>
-void addReadOptions(CLI::App* command, Options& o) {
+template <typename Options> void addReadOptions(CLI::App* command, Options& o) {
     command->add_option("--animation", o.animation, "Take the keyframes of this glTF animation only");
-    command->add_option("--sample-rate", o.sampleRate, "Samples per second of cubic-spline animation (default 30)")
+    command
+        ->add_option("--sample-rate", o.sampleRate,
+                     "Samples per second of cubic-spline animation (default 30)")
         ->check(CLI::Range(0.001, 1000.0));
     command->add_option("--plugin-dir", o.pluginDir, "Folder of Tarnvale.X, modeldef.xml and the tool");
-    command->add_option("--settings", o.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    command->add_option("--settings", o.settings,
+                        "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     command->add_option("--registry", o.registry, "Registry stand-in in the .reg syntax (default: none)");
 }
 
 CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
-    CLI::App* exp = app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
+    CLI::App* exp =
+        app.add_subcommand("export", "Write OUT.x, OUT.xanim and OUT.config, then run the SDK's tool");
     exp->add_option("SCENE", o.scene, "The scene: a .gltf or .glb file")->required();
     exp->add_option("-o,--output", o.output, "The X file to write")->required();
     exp->add_option("--group", o.group, "Export the node of this name (default: the whole scene)");
@@ -358,12 +379,15 @@ CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     exp->add_option("--textures", o.textures, "Write every DDS texture the X file names into this folder");
     exp->add_flag("--strict", o.strict, "With --textures: a texture that is skipped fails the run");
     exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
-    exp->add_flag("--check", o.check, "Run the checks of `tarnvale check` first; an error found stops the export");
-    exp->add_option("--threads", o.threads, "Threads that write the X file (default: one a core); the file is the "
-                                            "same whatever their number");
-    exp->add_option_function<std::string>("--report", [&o](const std::string&) { o.jsonReport = true; },
-                                          "json: report stages, boxes and the result as JSON lines on standard "
-                                          "output, asking nothing")
+    exp->add_flag("--check", o.check,
+                  "Run the checks of `tarnvale check` first; an error found stops the export");
+    exp->add_option("--threads", o.threads,
+                    "Threads that write the X file (default: one a core); the file is the "
+                    "same whatever their number");
+    exp->add_option_function<std::string>(
+           "--report", [&o](const std::string&) { o.jsonReport = true; },
+           "json: report stages, boxes and the result as JSON lines on standard "
+           "output, asking nothing")
         ->check(CLI::IsMember({"json"}));
     return exp;
 }
@@ -375,35 +399,44 @@ struct MaterialCommands {
 MaterialCommands addMaterialCommands(CLI::App& app, MaterialOptions& m) {
     CLI::App* mat = app.add_subcommand("material", "Show, edit and apply the simulator materials of a scene");
     mat->require_subcommand(1);
-    MaterialCommands c{mat->add_subcommand("show", "Each material's text form and the FS10Material block it writes"),
-                       mat->add_subcommand("edit", "Edit a material in the editor; OK writes it into the scene file"),
-                       mat->add_subcommand("apply", "Apply a saved .FSXMat material or a standard preset to a material"),
-                       mat->add_subcommand("save", "Save a material as a .FSXMat file, as the editor's Save does"),
-                       mat->add_subcommand("library", "List the library's saved materials")};
+    MaterialCommands c{
+        mat->add_subcommand("show", "Each material's text form and the FS10Material block it writes"),
+        mat->add_subcommand("edit", "Edit a material in the editor; OK writes it into the scene file"),
+        mat->add_subcommand("apply", "Apply a saved .FSXMat material or a standard preset to a material"),
+        mat->add_subcommand("save", "Save a material as a .FSXMat file, as the editor's Save does"),
+        mat->add_subcommand("library", "List the library's saved materials")};
     for (CLI::App* one : {c.show, c.edit, c.apply, c.save}) {
         one->add_option("SCENE", m.scene, "The scene: a .gltf or .glb file");
-        one->add_flag("--stdin", m.fromStdin, "The material as a glTF document on standard input, instead of SCENE; "
-                                              "edit and apply print its new text as JSON");
-        one->add_option("--material", m.material, one == c.show ? "This material only (by name)" : "The material, by name");
+        one->add_flag("--stdin", m.fromStdin,
+                      "The material as a glTF document on standard input, instead of SCENE; "
+                      "edit and apply print its new text as JSON");
+        one->add_option("--material", m.material,
+                        one == c.show ? "This material only (by name)" : "The material, by name");
         const bool named = one != c.show; // every command but show works on one material
         one->callback([&m, named] {
-            if (m.scene.empty() == !m.fromStdin) throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
+            if (m.scene.empty() == !m.fromStdin)
+                throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
             if (named && !m.fromStdin && !m.material) throw CLI::ValidationError("--material", "is required");
         });
     }
     c.apply->add_option("--from", m.from, "The .FSXMat file");
-    c.apply->add_option("--preset", m.preset, "A standard preset: General Material, Propeller, Gloss, Chrome, "
-                                              "Tail Number (or 0 to 4)")
+    c.apply
+        ->add_option("--preset", m.preset,
+                     "A standard preset: General Material, Propeller, Gloss, Chrome, "
+                     "Tail Number (or 0 to 4)")
         ->excludes("--from");
     c.apply->callback([&m] {
-        if (m.scene.empty() == !m.fromStdin) throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
+        if (m.scene.empty() == !m.fromStdin)
+            throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
         if (!m.fromStdin && !m.material) throw CLI::ValidationError("--material", "is required");
-        if (m.from.empty() && m.preset.empty()) throw CLI::ValidationError("--from", "or --preset is required");
+        if (m.from.empty() && m.preset.empty())
+            throw CLI::ValidationError("--from", "or --preset is required");
     });
     c.save->add_option("--to", m.to, "The .FSXMat file to write")->required();
     for (CLI::App* one : {c.show, c.edit, c.apply, c.save, c.library}) {
         one->add_option("--plugin-dir", m.pluginDir, "Folder of the data files and the material library");
-        one->add_option("--settings", m.settings, "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+        one->add_option("--settings", m.settings,
+                        "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     }
     return c;
 }
@@ -421,19 +454,23 @@ int run(int argc, char** argv) {
     MaterialOptions m;
     const MaterialCommands mat = addMaterialCommands(app, m);
     CheckOptions c;
-    CLI::App* chk = app.add_subcommand("check", "Find what would make the export or the SDK's compiler fail, or build "
-                                                "a model other than meant, before anything is written");
+    CLI::App* chk =
+        app.add_subcommand("check", "Find what would make the export or the SDK's compiler fail, or build "
+                                    "a model other than meant, before anything is written");
     chk->add_option("SCENE", c.scene, "The scene: a .gltf or .glb file")->required();
-    chk->add_option("--group", c.group, "Check the export of the node of this name (default: the whole scene)");
+    chk->add_option("--group", c.group,
+                    "Check the export of the node of this name (default: the whole scene)");
     addReadOptions(chk, c);
     chk->add_flag("--textures", c.textures, "The export will convert the images (export --textures)");
     chk->add_flag("--json", c.json, "The report as one JSON object on standard output");
     std::string sidecarOf, blender = "blender";
-    CLI::App* sidecar = app.add_subcommand("sidecar", "The friendly name and GUID kept beside an X file, as JSON");
+    CLI::App* sidecar =
+        app.add_subcommand("sidecar", "The friendly name and GUID kept beside an X file, as JSON");
     sidecar->add_option("X_FILE", sidecarOf, "The X file")->required();
     CLI::App* blenderCommand = app.add_subcommand("blender", "Tarnvale in Blender");
     blenderCommand->require_subcommand(1);
-    CLI::App* install = blenderCommand->add_subcommand("install", "Copy the add-on into your Blender and enable it");
+    CLI::App* install =
+        blenderCommand->add_subcommand("install", "Copy the add-on into your Blender and enable it");
     install->add_option("--blender", blender, "The Blender to install into (default: blender on the PATH)");
     try {
         app.parse(argc, argv);
@@ -450,7 +487,8 @@ int run(int argc, char** argv) {
     }
     const bool pluginDirGiven = !pluginDir.empty();
     if (!pluginDirGiven) pluginDir = defaultPluginDir(argc > 0 ? argv[0] : nullptr);
-    while (pluginDir.size() > 1 && pluginDir.back() == '/') pluginDir.pop_back();
+    while (pluginDir.size() > 1 && pluginDir.back() == '/')
+        pluginDir.pop_back();
     if (install->parsed()) return runBlenderInstall(pluginDir, blender);
     if (chk->parsed()) return runCheck(c, stdout);
     if (mat.show->parsed()) return runMaterialShow(m, stdout);

@@ -31,7 +31,7 @@ enum ExitCode : int {
 // F as in the findings of `check --json`; last {"result": {"code": N, "files": [...]}}
 // with the exit code and the files written.
 class JsonReport : public platform::Progress, public platform::MessageBoxes {
-public:
+  public:
     explicit JsonReport(std::FILE* out) : out_(out) {}
     void report(const std::string& stage, double share) override;
     void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override;
@@ -40,7 +40,7 @@ public:
     void finding(const nlohmann::json& finding);
     void result(int code, const std::vector<std::string>& files);
 
-private:
+  private:
     void write(const nlohmann::json& object);
     std::FILE* out_;
     std::string stage_;
@@ -60,8 +60,8 @@ struct ExportOptions {
     std::string pluginDir;
     std::string settings;
     std::string registry;
-    std::string textures; // the folder the DDS files go to; none when empty
-    bool strict = false;  // a texture skipped fails the run
+    std::string textures;    // the folder the DDS files go to; none when empty
+    bool strict = false;     // a texture skipped fails the run
     bool jsonReport = false; // --report json on standard output; asks nothing
     bool noTool = false;     // the SDK's tool is not run
     unsigned threads = 0;    // threads that write the X file; 0: one a core
@@ -101,22 +101,22 @@ std::vector<check::Finding> checkForExport(const ExportOptions& options, platfor
 // The node named `group` (the root when none is given), or none; the skins below
 // it keep only joints within it (a level of detail: within its parent), and
 // `left` tells what they lost.
-std::shared_ptr<scene::MemoryObject> findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& group,
-                                               scene::BonesLeftOut& left);
+std::shared_ptr<scene::MemoryObject>
+findGroup(gltf::LoadedScene& loaded, const std::optional<std::string>& group, scene::BonesLeftOut& left);
 // The registry: the .reg stand-in given, else the system's (none off Windows).
 std::unique_ptr<platform::Registry> registryFor(const std::string& regFile);
 
 // Progress on a terminal line: shown once the export has run for `delay`, at most
 // ten times a second per stage, as "stage: NN%"; clear() removes the line.
 class ProgressLine : public platform::Progress {
-public:
+  public:
     using Clock = std::chrono::steady_clock;
     explicit ProgressLine(std::FILE* out, Clock::duration delay = std::chrono::seconds(1))
         : out_(out), delay_(delay) {}
     void report(const std::string& stage, double share) override;
     void clear();
 
-private:
+  private:
     std::FILE* out_;
     Clock::duration delay_;
     Clock::time_point start_ = Clock::now(), last_{};
@@ -136,7 +136,7 @@ std::unique_ptr<platform::SettingsStore> settingsStore(const std::string& file);
 struct MaterialOptions {
     std::string scene;
     std::optional<std::string> material; // its name; all of them for show
-    std::string from;                     // a .FSXMat file for apply
+    std::string from;                    // a .FSXMat file for apply
     std::string pluginDir;
     std::string settings;
     // With --stdin the material comes as a glTF document on standard input (its

@@ -2,8 +2,8 @@
 #include "app/command.h"
 
 #ifdef _WIN32
-#include <windows.h>
 #include <shellapi.h>
+#include <windows.h>
 
 #include <string>
 #include <vector>
@@ -15,10 +15,12 @@ int main() {
     int argc = 0;
     wchar_t** wide = ::CommandLineToArgvW(::GetCommandLineW(), &argc);
     std::vector<std::string> args;
-    for (int i = 0; i < argc; ++i) args.push_back(tarnvale::platform::narrow(wide[i]));
+    for (int i = 0; i < argc; ++i)
+        args.push_back(tarnvale::platform::narrow(wide[i]));
     ::LocalFree(wide);
     std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
+    for (std::string& a : args)
+        argv.push_back(a.data());
     argv.push_back(nullptr);
     return tarnvale::app::run(argc, argv.data());
 }

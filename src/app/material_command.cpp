@@ -30,7 +30,8 @@ struct SceneMaterials {
         gltf::ReadOptions read;
         read.materialField = fieldName = shell::fieldIdSetting(*settingsStore(o.settings));
         if (o.fromStdin)
-            loaded = gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}), "stdin", read);
+            loaded =
+                gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}), "stdin", read);
         else
             loaded = gltf::readScene(o.scene, read);
         fieldId = loaded.scene->root()->FindMaterialField(fieldName);
@@ -39,7 +40,8 @@ struct SceneMaterials {
     // The materials with their glTF index (-1: the default one).
     std::vector<std::pair<int, std::shared_ptr<scene::MemoryMaterial>>> all() const {
         std::vector<std::pair<int, std::shared_ptr<scene::MemoryMaterial>>> out;
-        for (size_t i = 0; i < loaded.materials.size(); ++i) out.emplace_back(static_cast<int>(i), loaded.materials[i]);
+        for (size_t i = 0; i < loaded.materials.size(); ++i)
+            out.emplace_back(static_cast<int>(i), loaded.materials[i]);
         if (loaded.defaultMaterial) out.emplace_back(-1, loaded.defaultMaterial);
         return out;
     }
@@ -52,13 +54,15 @@ struct SceneMaterials {
 
 std::string materialNames(const SceneMaterials& s) {
     std::string names;
-    for (const auto& [index, m] : s.all()) names += (names.empty() ? "" : ", ") + ("\"" + m->shownName() + "\"");
+    for (const auto& [index, m] : s.all())
+        names += (names.empty() ? "" : ", ") + ("\"" + m->shownName() + "\"");
     return names.empty() ? "none" : names;
 }
 
 // Reads the scene and finds the material by its name in the file (or as the
 // scene holds it); prints why not and gives false.
-bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, int& index, SGMaterialPtr& found) {
+bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, int& index,
+                  SGMaterialPtr& found) {
     try {
         s.emplace(o);
     } catch (const std::exception& e) {
@@ -66,7 +70,8 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
         return false;
     }
     for (const auto& [i, m] : s->all())
-        if ((o.fromStdin && i == 0) || (o.material && (m->shownName() == *o.material || m->GetName() == *o.material))) {
+        if ((o.fromStdin && i == 0) ||
+            (o.material && (m->shownName() == *o.material || m->GetName() == *o.material))) {
             index = i;
             found = m;
             return true;
@@ -78,8 +83,8 @@ bool findMaterial(const MaterialOptions& o, std::optional<SceneMaterials>& s, in
 
 // Writes the record's text form into the material's field in the scene file, and
 // the material's specular colour when the editor changed it.
-int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, const material::FS10Material& record,
-              const std::optional<Rgb>& specular = std::nullopt) {
+int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index,
+              const material::FS10Material& record, const std::optional<Rgb>& specular = std::nullopt) {
     if (o.fromStdin) {
         nlohmann::json out = {{"text", record.toString()}, {"specular", nullptr}};
         if (specular) out["specular"] = {specular->r, specular->g, specular->b};
@@ -87,8 +92,10 @@ int writeBack(const MaterialOptions& o, const SceneMaterials& s, int index, cons
         return kExported;
     }
     if (index < 0) {
-        std::fprintf(stderr, "tarnvale: the material \"default\" stands for primitives without a material and has no "
-                             "place in %s to keep its text; give them a material of their own\n", o.scene.c_str());
+        std::fprintf(stderr,
+                     "tarnvale: the material \"default\" stands for primitives without a material and has no "
+                     "place in %s to keep its text; give them a material of their own\n",
+                     o.scene.c_str());
         return kFailed;
     }
     try {
@@ -114,8 +121,8 @@ int presetIndex(const std::string& name) {
 std::string libraryFolder(const MaterialOptions& o) {
     const std::string folder = editor::libraryFolder(o.pluginDir);
     if (folder != o.pluginDir)
-        std::fprintf(stderr, "tarnvale: %s cannot be written; the material library is in %s\n", o.pluginDir.c_str(),
-                     folder.c_str());
+        std::fprintf(stderr, "tarnvale: %s cannot be written; the material library is in %s\n",
+                     o.pluginDir.c_str(), folder.c_str());
     return folder;
 }
 
@@ -145,10 +152,12 @@ int runMaterialShow(const MaterialOptions& o, std::FILE* out) {
         record.Output(sink);
         sink.close();
         std::string shown = platform::fromWindows1252(block);
-        for (size_t at; (at = shown.find("\r\n")) != std::string::npos;) shown.erase(at, 1);
+        for (size_t at; (at = shown.find("\r\n")) != std::string::npos;)
+            shown.erase(at, 1);
         const std::string field = m->GetMaterialField(s->fieldId);
-        std::fprintf(out, "material \"%s\"\n%s: %s\ntext form: %s\n%s\n", m->shownName().c_str(), s->fieldName.c_str(),
-                     field.empty() ? "(none)" : field.c_str(), text.c_str(), shown.c_str());
+        std::fprintf(out, "material \"%s\"\n%s: %s\ntext form: %s\n%s\n", m->shownName().c_str(),
+                     s->fieldName.c_str(), field.empty() ? "(none)" : field.c_str(), text.c_str(),
+                     shown.c_str());
     }
     return kExported;
 }
@@ -179,9 +188,10 @@ int runMaterialApply(const MaterialOptions& o) {
     if (!findMaterial(o, s, index, m)) return kUnreadable;
     const int preset = presetIndex(o.preset);
     if (o.preset.empty() ? !platform::fileExists(o.from) : preset < 0) {
-        std::fprintf(stderr, o.preset.empty() ? "tarnvale: cannot read %s\n"
-                                              : "tarnvale: there is no standard material %s; the presets are General "
-                                                "Material, Propeller, Gloss, Chrome and Tail Number (or 0 to 4)\n",
+        std::fprintf(stderr,
+                     o.preset.empty() ? "tarnvale: cannot read %s\n"
+                                      : "tarnvale: there is no standard material %s; the presets are General "
+                                        "Material, Propeller, Gloss, Chrome and Tail Number (or 0 to 4)\n",
                      o.preset.empty() ? o.from.c_str() : o.preset.c_str());
         return kUnreadable;
     }
@@ -190,8 +200,10 @@ int runMaterialApply(const MaterialOptions& o) {
     editor::frmOptions form(none, libraryFolder(o));
     form.EditMaterial = record;
     form.Form_Load();
-    if (o.preset.empty()) form.loadLibraryFile(o.from);
-    else form.cmdStd_Click(preset);
+    if (o.preset.empty())
+        form.loadLibraryFile(o.from);
+    else
+        form.cmdStd_Click(preset);
     form.click("cmdOK");
     return writeBack(o, *s, index, *record);
 }
@@ -222,7 +234,8 @@ int runMaterialSave(const MaterialOptions& o) {
 int runMaterialLibrary(const MaterialOptions& o, std::FILE* out) {
     const std::string folder = libraryFolder(o);
     std::fprintf(out, "%s\n", folder.c_str());
-    for (const std::string& name : material::listLibraryFiles(folder)) std::fprintf(out, "%s\n", name.c_str());
+    for (const std::string& name : material::listLibraryFiles(folder))
+        std::fprintf(out, "%s\n", name.c_str());
     return kExported;
 }
 

@@ -35,9 +35,13 @@ void JsonReport::show(const std::string& text, const std::string& title, platfor
     write({{"box", {{"title", title}, {"text", lines(text)}, {"icon", platform::iconName(icon)}}}});
 }
 
-void JsonReport::note(const char* kind, const std::string& text) { write({{kind, text}}); }
+void JsonReport::note(const char* kind, const std::string& text) {
+    write({{kind, text}});
+}
 
-void JsonReport::finding(const nlohmann::json& finding) { write({{"finding", finding}}); }
+void JsonReport::finding(const nlohmann::json& finding) {
+    write({{"finding", finding}});
+}
 
 void JsonReport::result(int code, const std::vector<std::string>& files) {
     write({{"result", {{"code", code}, {"files", files}}}});

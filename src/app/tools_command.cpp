@@ -51,10 +51,14 @@ std::string programOnPath(const std::string& name) {
     return name;
 }
 
-std::string quoted(const std::string& s) { return "\"" + s + "\""; }
+std::string quoted(const std::string& s) {
+    return "\"" + s + "\"";
+}
 
 // A Python string literal: JSON's string form is one.
-std::string pythonText(const std::string& s) { return nlohmann::json(s).dump(); }
+std::string pythonText(const std::string& s) {
+    return nlohmann::json(s).dump();
+}
 
 } // namespace
 
@@ -70,40 +74,46 @@ int runSidecar(const std::string& xFile, std::FILE* out) {
 
 int runBlenderInstall(const std::string& pluginDir, const std::string& blender) {
     std::string addon = pluginDir + "/blender/tarnvale";
-    if (!platform::fileExists(addon + "/__init__.py")) addon = std::string(TARNVALE_SOURCE_DATA_DIR) + "/../blender/tarnvale";
+    if (!platform::fileExists(addon + "/__init__.py"))
+        addon = std::string(TARNVALE_SOURCE_DATA_DIR) + "/../blender/tarnvale";
     if (!platform::fileExists(addon + "/__init__.py")) {
         std::fprintf(stderr, "tarnvale: the Blender add-on is not installed beside this tarnvale\n");
         return kUnreadable;
     }
     // Blender itself knows its add-on folder: a script of ours copies the add-on
     // there, enables it with this command as its tarnvale, and keeps that.
-    const std::string script = platform::utf8Path(fs::temp_directory_path() / ("tarnvale-install-" + std::to_string(std::random_device()()) + ".py"));
+    const std::string script = platform::utf8Path(
+        fs::temp_directory_path() / ("tarnvale-install-" + std::to_string(std::random_device()()) + ".py"));
     std::FILE* f = platform::openFile(script, "wb");
     if (!f) {
         std::fprintf(stderr, "tarnvale: cannot write %s\n", script.c_str());
         return kFailed;
     }
-    std::fprintf(f,
-                 "import bpy, os, shutil\n"
-                 "target = os.path.join(bpy.utils.user_resource('SCRIPTS', path='addons', create=True), 'tarnvale')\n"
-                 "shutil.rmtree(target, ignore_errors=True)\n"
-                 "shutil.copytree(%s, target, ignore=shutil.ignore_patterns('__pycache__'))\n"
-                 "bpy.utils.refresh_script_paths()\n"
-                 "bpy.ops.preferences.addon_refresh()\n"
-                 "bpy.ops.preferences.addon_enable(module='tarnvale')\n"
-                 "bpy.context.preferences.addons['tarnvale'].preferences.command = %s\n"
-                 "bpy.ops.wm.save_userpref()\n"
-                 "print('tarnvale: the Blender add-on is in ' + target + ', enabled')\n",
-                 pythonText(addon).c_str(), pythonText(selfPath()).c_str());
+    std::fprintf(
+        f,
+        "import bpy, os, shutil\n"
+        "target = os.path.join(bpy.utils.user_resource('SCRIPTS', path='addons', create=True), 'tarnvale')\n"
+        "shutil.rmtree(target, ignore_errors=True)\n"
+        "shutil.copytree(%s, target, ignore=shutil.ignore_patterns('__pycache__'))\n"
+        "bpy.utils.refresh_script_paths()\n"
+        "bpy.ops.preferences.addon_refresh()\n"
+        "bpy.ops.preferences.addon_enable(module='tarnvale')\n"
+        "bpy.context.preferences.addons['tarnvale'].preferences.command = %s\n"
+        "bpy.ops.wm.save_userpref()\n"
+        "print('tarnvale: the Blender add-on is in ' + target + ', enabled')\n",
+        pythonText(addon).c_str(), pythonText(selfPath()).c_str());
     std::fclose(f);
     platform::SystemProcesses processes;
     uint32_t code = 1;
     try {
-        const std::string line = quoted(programOnPath(blender)) + " -b --python-exit-code 1 --python " + quoted(script);
+        const std::string line =
+            quoted(programOnPath(blender)) + " -b --python-exit-code 1 --python " + quoted(script);
         const intptr_t process = processes.open(processes.start(line, 0), 0);
-        while (processes.exitCode(process, code) && code == platform::kStillActive) processes.sleep(50);
+        while (processes.exitCode(process, code) && code == platform::kStillActive)
+            processes.sleep(50);
     } catch (const Failure& e) {
-        std::fprintf(stderr, "tarnvale: cannot run Blender (%s): %s\n", blender.c_str(), e.description().c_str());
+        std::fprintf(stderr, "tarnvale: cannot run Blender (%s): %s\n", blender.c_str(),
+                     e.description().c_str());
     }
     std::error_code ec;
     fs::remove(platform::systemPath(script), ec);

@@ -38,8 +38,8 @@ struct Subject {
     std::string modelDefFile;
     std::string materialField = "FS10"; // the FieldId and AttachId settings
     std::string attachField = "FS10att";
-    bool textures = false;              // the export converts the images (--textures)
-    scene::BonesLeftOut bonesLeftOut;   // joints outside the group, as the export leaves them out
+    bool textures = false;            // the export converts the images (--textures)
+    scene::BonesLeftOut bonesLeftOut; // joints outside the group, as the export leaves them out
 };
 
 // One check: its kind, its severity, what it finds (for the documentation of the

@@ -19,9 +19,12 @@ namespace tarnvale::check {
 
 const char* severityName(Severity s) {
     switch (s) {
-    case Severity::Error: return "error";
-    case Severity::Warning: return "warning";
-    case Severity::Info: break;
+    case Severity::Error:
+        return "error";
+    case Severity::Warning:
+        return "warning";
+    case Severity::Info:
+        break;
     }
     return "info";
 }
@@ -34,7 +37,7 @@ using scene::MemoryObject;
 // A frame of the X file and what its merged mesh would hold.
 struct Frame {
     MemoryObject* node = nullptr;
-    std::string x; // the cleaned name, as the frame and the XANIM part carry it
+    std::string x;             // the cleaned name, as the frame and the XANIM part carry it
     bool mirrorStarts = false; // its world mirrors where its parent's does not
     size_t vertices = 0, triangles = 0;
     std::vector<std::shared_ptr<MemoryMaterial>> materials; // distinct, in first use
@@ -42,8 +45,12 @@ struct Frame {
     std::vector<KeyRecord> keys;
 };
 
-bool hasLodWord(const std::string& name) { return platform::upperCase(name).find("LOD_") != std::string::npos; }
-bool shownAsLod(MemoryObject& node) { return std::nearbyint(node.GetNodeValue()) != 0; }
+bool hasLodWord(const std::string& name) {
+    return platform::upperCase(name).find("LOD_") != std::string::npos;
+}
+bool shownAsLod(MemoryObject& node) {
+    return std::nearbyint(node.GetNodeValue()) != 0;
+}
 
 } // namespace
 
@@ -51,7 +58,8 @@ struct Context {
     const Subject& subject;
     std::vector<Finding>& out;
     std::vector<Frame> frames;
-    std::vector<std::pair<std::shared_ptr<MemoryMaterial>, const Frame*>> materials; // used, each once, with its first frame
+    std::vector<std::pair<std::shared_ptr<MemoryMaterial>, const Frame*>>
+        materials; // used, each once, with its first frame
     platform::XmlDocument modelDef;
     bool modelDefRead = false;
     std::vector<platform::XmlElement> animations;
@@ -70,7 +78,8 @@ struct Context {
         if (material) {
             f.material = material->shownName();
             f.place = 1 + frames.size();
-            while (f.place - 1 - frames.size() < materials.size() && materials[f.place - 1 - frames.size()].first.get() != material)
+            while (f.place - 1 - frames.size() < materials.size() &&
+                   materials[f.place - 1 - frames.size()].first.get() != material)
                 ++f.place;
         }
         out.push_back(std::move(f));
@@ -91,13 +100,15 @@ void addFrames(Context& c, MemoryObject& root) {
         const bool mirrors = scene::mirrors(node->GetRelativeMatrix(nullptr, 0));
         f.mirrorStarts = mirrors && !parentMirrors;
         auto addMaterial = [&f](const std::shared_ptr<MemoryMaterial>& m) {
-            if (m && std::none_of(f.materials.begin(), f.materials.end(), [&](const auto& u) { return u == m; }))
+            if (m &&
+                std::none_of(f.materials.begin(), f.materials.end(), [&](const auto& u) { return u == m; }))
                 f.materials.push_back(m);
         };
         if (auto o = c.subject.loaded->outlines.find(node); o != c.subject.loaded->outlines.end()) {
             f.vertices += o->second.vertices;
             f.triangles += o->second.triangles;
-            for (const auto& m : o->second.materials) addMaterial(m);
+            for (const auto& m : o->second.materials)
+                addMaterial(m);
         }
         SGShapeListPtr shapes = node->GetShapes();
         const SGMaterial* last = nullptr;
@@ -117,7 +128,8 @@ void addFrames(Context& c, MemoryObject& root) {
         f.keys = node->GetKeyframes(0.0f, 999999.0f);
         c.frames.push_back(std::move(f));
         const auto& children = node->children();
-        for (auto it = children.rbegin(); it != children.rend(); ++it) stack.push_back({it->get(), mirrors});
+        for (auto it = children.rbegin(); it != children.rend(); ++it)
+            stack.push_back({it->get(), mirrors});
     }
 }
 
@@ -134,7 +146,8 @@ void collect(Context& c) {
     }
     for (const Frame& f : c.frames)
         for (const auto& m : f.materials)
-            if (std::none_of(c.materials.begin(), c.materials.end(), [m](const auto& u) { return u.first == m; }))
+            if (std::none_of(c.materials.begin(), c.materials.end(),
+                             [m](const auto& u) { return u.first == m; }))
                 c.materials.push_back({m, &f});
     auto& fields = c.subject.loaded->scene->fields();
     c.materialField = fields.addMaterial(c.subject.materialField);
@@ -149,39 +162,50 @@ void collect(Context& c) {
 
 void templateMissing(Context& c, const Rule& r) {
     if (!platform::fileExists(c.subject.templateFile))
-        c.add(r, nullptr, nullptr, "the template " + c.subject.templateFile + " does not exist, so no X file can be "
-                                   "written: put Tarnvale.X in the plug-in folder or set Template in the settings");
+        c.add(r, nullptr, nullptr,
+              "the template " + c.subject.templateFile +
+                  " does not exist, so no X file can be "
+                  "written: put Tarnvale.X in the plug-in folder or set Template in the settings");
 }
 
 void modelDefMissing(Context& c, const Rule& r) {
     if (!platform::fileExists(c.subject.modelDefFile))
-        c.add(r, nullptr, nullptr, "the model definition " + c.subject.modelDefFile + " does not exist, so the export "
-                                   "stops after the X file: put the SDK's modeldef.xml in the plug-in folder, or name "
-                                   "it in fs10attach.xml");
+        c.add(r, nullptr, nullptr,
+              "the model definition " + c.subject.modelDefFile +
+                  " does not exist, so the export "
+                  "stops after the X file: put the SDK's modeldef.xml in the plug-in folder, or name "
+                  "it in fs10attach.xml");
 }
 
 void modelDefNotXml(Context& c, const Rule& r) {
     if (platform::fileExists(c.subject.modelDefFile) && !c.modelDefRead)
-        c.add(r, nullptr, nullptr, "the model definition " + c.subject.modelDefFile + " is not well-formed XML, so "
-                                   "the export stops after the X file: take the SDK's modeldef.xml again");
+        c.add(r, nullptr, nullptr,
+              "the model definition " + c.subject.modelDefFile +
+                  " is not well-formed XML, so "
+                  "the export stops after the X file: take the SDK's modeldef.xml again");
 }
 
 void modelDefTooFew(Context& c, const Rule& r) {
     if (c.modelDefRead && c.animations.size() < 2)
-        c.add(r, nullptr, nullptr, "the model definition " + c.subject.modelDefFile + " has " +
-                                       std::to_string(c.animations.size()) + " ModelInfo/Animation nodes and the "
-                                       "export needs at least 2: take the SDK's modeldef.xml again");
+        c.add(r, nullptr, nullptr,
+              "the model definition " + c.subject.modelDefFile + " has " +
+                  std::to_string(c.animations.size()) +
+                  " ModelInfo/Animation nodes and the "
+                  "export needs at least 2: take the SDK's modeldef.xml again");
 }
 
 // ---- Animation ------------------------------------------------------------------------
 
-bool animated(const Frame& f) { return f.keys.size() > 2; }
+bool animated(const Frame& f) {
+    return f.keys.size() > 2;
+}
 
 // How far a definition name is from the part's name: edits from the name to the
 // part's start of the same length, or to the whole part, whichever is less.
 size_t distance(const std::string& a, const std::string& b) {
     std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
     for (size_t i = 1; i <= a.size(); ++i) {
         size_t diagonal = row[0];
         row[0] = i;
@@ -201,11 +225,14 @@ std::string nearestNames(const std::string& part, const std::vector<platform::Xm
         const std::string name = a.attribute("name").value_or("");
         if (name.empty() || !seen.insert(name).second) continue;
         const std::string lower = platform::lowerCase(name);
-        ranked.push_back({std::min(distance(lower, part.substr(0, lower.size())) + 1, distance(lower, part)), name});
+        ranked.push_back(
+            {std::min(distance(lower, part.substr(0, lower.size())) + 1, distance(lower, part)), name});
     }
-    std::stable_sort(ranked.begin(), ranked.end(), [](const auto& l, const auto& r) { return l.first < r.first; });
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto& l, const auto& r) { return l.first < r.first; });
     std::string out;
-    for (size_t i = 0; i < ranked.size() && i < 3; ++i) out += (i ? ", " : "") + ranked[i].second;
+    for (size_t i = 0; i < ranked.size() && i < 3; ++i)
+        out += (i ? ", " : "") + ranked[i].second;
     return out;
 }
 
@@ -227,29 +254,42 @@ void animationMatch(Context& c, const Rule& r, bool fallback) {
             def = definitionOf(c, f.x);
         } catch (const Failure&) {
             if (!fallback)
-                c.add(r, &f, nullptr, "an Animation node of the model definition has no name, so the export fails "
-                                      "at this part: give every Animation node its name");
+                c.add(r, &f, nullptr,
+                      "an Animation node of the model definition has no name, so the export fails "
+                      "at this part: give every Animation node its name");
             continue;
         }
         const bool ambient = def && !platform::startsWithNoCase(f.x, def.attribute("name").value_or(""));
         if (!def && !fallback)
-            c.add(r, &f, nullptr, "it is animated, and its name " + f.x + " starts with no Animation name of the "
-                                  "model definition, so the export fails here: rename it after one (nearest: " +
-                                      nearestNames(f.x, c.animations) + ")");
+            c.add(r, &f, nullptr,
+                  "it is animated, and its name " + f.x +
+                      " starts with no Animation name of the "
+                      "model definition, so the export fails here: rename it after one (nearest: " +
+                      nearestNames(f.x, c.animations) + ")");
         if (ambient && fallback)
-            c.add(r, &f, nullptr, "its name " + f.x + " starts with no Animation name of the model definition, so its "
-                                  "keys play as NonRandomAmbient: rename it after the animation it is meant for "
-                                  "(nearest: " + nearestNames(f.x, c.animations) + ")");
+            c.add(r, &f, nullptr,
+                  "its name " + f.x +
+                      " starts with no Animation name of the model definition, so its "
+                      "keys play as NonRandomAmbient: rename it after the animation it is meant for "
+                      "(nearest: " +
+                      nearestNames(f.x, c.animations) + ")");
     }
 }
-void animationUnmatched(Context& c, const Rule& r) { animationMatch(c, r, false); }
-void animationAmbient(Context& c, const Rule& r) { animationMatch(c, r, true); }
+void animationUnmatched(Context& c, const Rule& r) {
+    animationMatch(c, r, false);
+}
+void animationAmbient(Context& c, const Rule& r) {
+    animationMatch(c, r, true);
+}
 
 void animationNoLength(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
-        if (animated(f) && std::none_of(f.keys.begin(), f.keys.end(), [](const KeyRecord& k) { return k.time > 0; }))
-            c.add(r, &f, nullptr, "all its " + std::to_string(f.keys.size()) + " keys stand at time 0, so the export "
-                                  "cannot scale their times and fails here: spread the keys over the animation");
+        if (animated(f) &&
+            std::none_of(f.keys.begin(), f.keys.end(), [](const KeyRecord& k) { return k.time > 0; }))
+            c.add(r, &f, nullptr,
+                  "all its " + std::to_string(f.keys.size()) +
+                      " keys stand at time 0, so the export "
+                      "cannot scale their times and fails here: spread the keys over the animation");
 }
 
 void animationStill(Context& c, const Rule& r) {
@@ -262,12 +302,16 @@ void animationStill(Context& c, const Rule& r) {
             std::string text = xfile::pFormatNumber(k.kx) + ";" + xfile::pFormatNumber(k.ky) + ";" +
                                xfile::pFormatNumber(k.kz) + ";" + xfile::pFormatNumber(k.kw);
             std::string& first = k.kind == 0 ? position : rotation;
-            if (first.empty()) first = std::move(text);
-            else if (first != text) moves = true;
+            if (first.empty())
+                first = std::move(text);
+            else if (first != text)
+                moves = true;
         }
         if (!moves)
-            c.add(r, &f, nullptr, "its " + std::to_string(f.keys.size()) + " keys are all alike, so nothing of it "
-                                  "reaches the XANIM file: key the movement, or remove the keys");
+            c.add(r, &f, nullptr,
+                  "its " + std::to_string(f.keys.size()) +
+                      " keys are all alike, so nothing of it "
+                      "reaches the XANIM file: key the movement, or remove the keys");
     }
 }
 
@@ -278,16 +322,18 @@ void nameCollision(Context& c, const Rule& r) {
     for (const Frame& f : c.frames) {
         auto [it, fresh] = first.emplace(f.x, &f);
         if (!fresh)
-            c.add(r, &f, nullptr, "its frame has the name of the frame of " + it->second->node->shownName() +
-                                      ", so the XANIM file and the simulator cannot tell the two apart: rename one");
+            c.add(r, &f, nullptr,
+                  "its frame has the name of the frame of " + it->second->node->shownName() +
+                      ", so the XANIM file and the simulator cannot tell the two apart: rename one");
     }
 }
 
 void nameMapped(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
         if (f.node->shownName() != f.node->GetName())
-            c.add(r, &f, nullptr, "the X file cannot hold its name as it is, so it becomes " + f.node->GetName() +
-                                      " (the frame frm-" + f.x + ")");
+            c.add(r, &f, nullptr,
+                  "the X file cannot hold its name as it is, so it becomes " + f.node->GetName() +
+                      " (the frame frm-" + f.x + ")");
 }
 
 // ---- Meshes ---------------------------------------------------------------------------
@@ -295,22 +341,27 @@ void nameMapped(Context& c, const Rule& r) {
 void meshMaterials(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
         if (f.materials.size() > 1001)
-            c.add(r, &f, nullptr, "its meshes use " + std::to_string(f.materials.size()) + " materials, and one "
-                                  "frame's mesh takes at most 1001: split it over several nodes");
+            c.add(r, &f, nullptr,
+                  "its meshes use " + std::to_string(f.materials.size()) +
+                      " materials, and one "
+                      "frame's mesh takes at most 1001: split it over several nodes");
 }
 
 void meshNoTriangles(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
         if (f.vertices > 0 && f.triangles == 0)
-            c.add(r, &f, nullptr, "its mesh has " + std::to_string(f.vertices) + " vertices and no triangle, and the "
-                                  "export fails on such a mesh: give it faces or remove it");
+            c.add(r, &f, nullptr,
+                  "its mesh has " + std::to_string(f.vertices) +
+                      " vertices and no triangle, and the "
+                      "export fails on such a mesh: give it faces or remove it");
 }
 
 void mirrored(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
         if (f.mirrorStarts)
-            c.add(r, &f, nullptr, "its transform mirrors it (a negative scale); the export turns the triangles of "
-                                  "this branch so that their fronts stay in front");
+            c.add(r, &f, nullptr,
+                  "its transform mirrors it (a negative scale); the export turns the triangles of "
+                  "this branch so that their fronts stay in front");
 }
 
 // ---- Materials and textures -----------------------------------------------------------
@@ -325,14 +376,17 @@ void materialEmptyName(Context& c, const Rule& r) {
     for (const auto& [m, frame] : c.materials) {
         const material::FS10Material record = recordOf(c, m);
         std::string empty;
-        for (const auto& [key, value] : {std::pair<const char*, const std::string*>{"SrcBlend", &record.SrcBlend},
-                                         {"DstBlend", &record.DstBlend},
-                                         {"AlphaTestFunction", &record.AlphaTestFunction},
-                                         {"EmissiveData", &record.EmissiveData}})
+        for (const auto& [key, value] :
+             {std::pair<const char*, const std::string*>{"SrcBlend", &record.SrcBlend},
+              {"DstBlend", &record.DstBlend},
+              {"AlphaTestFunction", &record.AlphaTestFunction},
+              {"EmissiveData", &record.EmissiveData}})
             if (value->empty()) empty += (empty.empty() ? "" : ", ") + std::string(key);
         if (!empty.empty())
-            c.add(r, nullptr, m.get(), "its simulator text leaves " + empty + " empty, so the X file holds \"\" where the "
-                                 "compiler expects a name: choose one in the material editor or apply a preset");
+            c.add(r, nullptr, m.get(),
+                  "its simulator text leaves " + empty +
+                      " empty, so the X file holds \"\" where the "
+                      "compiler expects a name: choose one in the material editor or apply a preset");
     }
 }
 
@@ -340,14 +394,14 @@ void cockpitWithoutTexture(Context& c, const Rule& r) {
     for (const auto& [m, frame] : c.materials) {
         const material::FS10Material record = recordOf(c, m);
         if (record.bIsVCTexture == 1 && record.DiffuseTextureFileName.empty())
-            c.add(r, nullptr, m.get(), "it is a virtual cockpit material without a texture, so the simulator has no panel "
-                                 "to draw on it: give it the panel's texture or clear its cockpit flag");
+            c.add(r, nullptr, m.get(),
+                  "it is a virtual cockpit material without a texture, so the simulator has no panel "
+                  "to draw on it: give it the panel's texture or clear its cockpit flag");
     }
 }
 
 // The images a used material takes, by the name it holds.
-template <typename Each>
-void eachImage(Context& c, Each&& each) {
+template <typename Each> void eachImage(Context& c, Each&& each) {
     std::set<std::string> seen;
     for (const auto& [m, frame] : c.materials) {
         if (!m->textures || m->textures->fileName.empty()) continue;
@@ -361,7 +415,8 @@ std::vector<uint8_t> imageBytes(const gltf::SourceImage& image) {
     std::vector<uint8_t> bytes;
     if (std::FILE* f = platform::openFile(image.file, "rb")) {
         uint8_t buffer[1 << 16];
-        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) bytes.insert(bytes.end(), buffer, buffer + n);
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;)
+            bytes.insert(bytes.end(), buffer, buffer + n);
         std::fclose(f);
     }
     return bytes;
@@ -370,8 +425,10 @@ std::vector<uint8_t> imageBytes(const gltf::SourceImage& image) {
 void textureMissing(Context& c, const Rule& r) {
     eachImage(c, [&](const std::shared_ptr<MemoryMaterial>& m, const gltf::SourceImage& image) {
         if (!image.bytes && !platform::fileExists(image.file))
-            c.add(r, nullptr, m.get(), "its image " + image.file + " does not exist, so the model shows no texture there: "
-                                 "put the image there or point the material at another");
+            c.add(r, nullptr, m.get(),
+                  "its image " + image.file +
+                      " does not exist, so the model shows no texture there: "
+                      "put the image there or point the material at another");
     });
 }
 
@@ -382,13 +439,17 @@ void textureSize(Context& c, const Rule& r) {
         if (!size || (power(size->first) && power(size->second))) return;
         const std::string sides = std::to_string(size->first) + "x" + std::to_string(size->second);
         if (c.subject.textures)
-            c.add(r, nullptr, m.get(), "its image " + image.origin + " is " + sides + ", and the export resizes it to " +
-                                           std::to_string(texture::powerOfTwoSide(size->first)) + "x" +
-                                           std::to_string(texture::powerOfTwoSide(size->second)) +
-                                           ", the nearest sides that are powers of two", Severity::Info);
+            c.add(r, nullptr, m.get(),
+                  "its image " + image.origin + " is " + sides + ", and the export resizes it to " +
+                      std::to_string(texture::powerOfTwoSide(size->first)) + "x" +
+                      std::to_string(texture::powerOfTwoSide(size->second)) +
+                      ", the nearest sides that are powers of two",
+                  Severity::Info);
         else
-            c.add(r, nullptr, m.get(), "its image " + image.origin + " is " + sides + ", and the simulator takes "
-                                       "sides that are powers of two: resize it, or export with --textures, which does");
+            c.add(r, nullptr, m.get(),
+                  "its image " + image.origin + " is " + sides +
+                      ", and the simulator takes "
+                      "sides that are powers of two: resize it, or export with --textures, which does");
     });
 }
 
@@ -397,15 +458,16 @@ void textureNotDds(Context& c, const Rule& r) {
     eachImage(c, [&](const std::shared_ptr<MemoryMaterial>& m, const gltf::SourceImage& image) {
         const std::vector<uint8_t> bytes = imageBytes(image);
         if (!bytes.empty() && !texture::describe(bytes))
-            c.add(r, nullptr, m.get(), "its image " + image.origin + " is not a DDS file, and the simulator reads only "
-                                 "DDS: export with --textures FOLDER to convert it");
+            c.add(r, nullptr, m.get(),
+                  "its image " + image.origin +
+                      " is not a DDS file, and the simulator reads only "
+                      "DDS: export with --textures FOLDER to convert it");
     });
 }
 
 // ---- Levels of detail -----------------------------------------------------------------
 
-template <typename Each>
-void eachLodSibling(Context& c, Each&& each) {
+template <typename Each> void eachLodSibling(Context& c, Each&& each) {
     MemoryObject& group = *c.subject.group;
     auto parent = std::dynamic_pointer_cast<MemoryObject>(group.GetParent());
     if (!hasLodWord(group.GetName()) || !parent) return;
@@ -420,23 +482,24 @@ void eachLodSibling(Context& c, Each&& each) {
 void lodGap(Context& c, const Rule& r) {
     eachLodSibling(c, [&](const Frame& f) {
         if (hasLodWord(f.node->GetName()) && !shownAsLod(*f.node))
-            c.add(r, &f, nullptr, "this level of detail is hidden, so the export leaves it out and the levels have "
-                                  "a gap: show it, or remove it");
+            c.add(r, &f, nullptr,
+                  "this level of detail is hidden, so the export leaves it out and the levels have "
+                  "a gap: show it, or remove it");
     });
 }
 
 void lodSibling(Context& c, const Rule& r) {
     eachLodSibling(c, [&](const Frame& f) {
         if (!hasLodWord(f.node->GetName()) && shownAsLod(*f.node))
-            c.add(r, &f, nullptr, "it stands beside the levels of detail without LOD_ in its name, so the export of "
-                                  "the levels leaves it out: move it into each level, or hide it");
+            c.add(r, &f, nullptr,
+                  "it stands beside the levels of detail without LOD_ in its name, so the export of "
+                  "the levels leaves it out: move it into each level, or hide it");
     });
 }
 
 // ---- Part data ------------------------------------------------------------------------
 
-template <typename Each>
-void eachPartData(Context& c, Each&& each) {
+template <typename Each> void eachPartData(Context& c, Each&& each) {
     for (const Frame& f : c.frames) {
         const std::string text = f.node->GetFieldText(c.attachField);
         if (text.empty()) continue;
@@ -448,24 +511,27 @@ void eachPartData(Context& c, Each&& each) {
 void partDataNotXml(Context& c, const Rule& r) {
     eachPartData(c, [&](const Frame& f, bool read, platform::XmlDocument&) {
         if (!read)
-            c.add(r, &f, nullptr, "its part data (" + c.subject.attachField + ") is not well-formed XML, and the "
-                                  "compiler cannot read it: mend the text");
+            c.add(r, &f, nullptr,
+                  "its part data (" + c.subject.attachField +
+                      ") is not well-formed XML, and the "
+                      "compiler cannot read it: mend the text");
     });
 }
 
 void partDataRoot(Context& c, const Rule& r) {
     eachPartData(c, [&](const Frame& f, bool read, platform::XmlDocument& doc) {
         if (read && doc.documentElement().name() != "FSMakeMdlData")
-            c.add(r, &f, nullptr, "its part data's root is " + doc.documentElement().name() + ", and the compiler "
-                                  "reads only FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">");
+            c.add(r, &f, nullptr,
+                  "its part data's root is " + doc.documentElement().name() +
+                      ", and the compiler "
+                      "reads only FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">");
     });
 }
 
 // ---- Skins ----------------------------------------------------------------------------
 
 // Per vertex of the frame's skinned meshes: the sum of its weights and their number.
-template <typename Each>
-void eachSkin(Context& c, Each&& each) {
+template <typename Each> void eachSkin(Context& c, Each&& each) {
     for (const Frame& f : c.frames)
         for (const SGShapePtr& shape : f.skinned) {
             std::vector<std::pair<double, int>> perVertex(static_cast<size_t>(shape->GetVertexCount()));
@@ -483,12 +549,14 @@ void skinWeights(Context& c, const Rule& r) {
         size_t off = 0;
         double low = 1, high = 1;
         for (const auto& [sum, count] : perVertex)
-            if (count > 0 && std::abs(sum - 1) > 1e-3) ++off, low = std::min(low, sum), high = std::max(high, sum);
+            if (count > 0 && std::abs(sum - 1) > 1e-3)
+                ++off, low = std::min(low, sum), high = std::max(high, sum);
         if (off > 0)
-            c.add(r, &f, nullptr, std::to_string(off) + " of its vertices have weights that do not sum to 1 (from " +
-                                      xfile::pFormatNumber(static_cast<float>(low)) + " to " +
-                                      xfile::pFormatNumber(static_cast<float>(high)) +
-                                      "), and the export writes them as they are: normalise the weights");
+            c.add(r, &f, nullptr,
+                  std::to_string(off) + " of its vertices have weights that do not sum to 1 (from " +
+                      xfile::pFormatNumber(static_cast<float>(low)) + " to " +
+                      xfile::pFormatNumber(static_cast<float>(high)) +
+                      "), and the export writes them as they are: normalise the weights");
     });
 }
 
@@ -499,9 +567,10 @@ void skinInfluences(Context& c, const Rule& r) {
         for (const auto& [sum, count] : perVertex)
             if (count > kMaxInfluences) ++over, most = std::max(most, count);
         if (over > 0)
-            c.add(r, &f, nullptr, std::to_string(over) + " of its vertices have up to " + std::to_string(most) +
-                                      " bones, and the simulator blends at most " + std::to_string(kMaxInfluences) +
-                                      ": limit the influences per vertex");
+            c.add(r, &f, nullptr,
+                  std::to_string(over) + " of its vertices have up to " + std::to_string(most) +
+                      " bones, and the simulator blends at most " + std::to_string(kMaxInfluences) +
+                      ": limit the influences per vertex");
     });
 }
 
@@ -509,15 +578,19 @@ void skinJointsOutside(Context& c, const Rule& r) {
     const scene::BonesLeftOut& left = c.subject.bonesLeftOut;
     if (left.bones.empty()) return;
     std::string names;
-    for (const std::string& n : left.bones) names += (names.empty() ? "" : ", ") + n;
-    c.add(r, nullptr, nullptr, "skins in the group use joints outside it (" + names + "), whose weights the export "
-                               "leaves out: export the group that holds the joints");
+    for (const std::string& n : left.bones)
+        names += (names.empty() ? "" : ", ") + n;
+    c.add(r, nullptr, nullptr,
+          "skins in the group use joints outside it (" + names +
+              "), whose weights the export "
+              "leaves out: export the group that holds the joints");
 }
 
 // ---- The reader -----------------------------------------------------------------------
 
 void readerSkipped(Context& c, const Rule& r) {
-    for (const std::string& w : c.subject.loaded->warnings) c.add(r, nullptr, nullptr, w);
+    for (const std::string& w : c.subject.loaded->warnings)
+        c.add(r, nullptr, nullptr, w);
 }
 
 } // namespace
@@ -531,36 +604,48 @@ const std::vector<Rule>& rules() {
          modelDefTooFew},
         {"animation-unmatched", Severity::Error,
          "an animated node's name starts with no Animation name of the model definition, and there is no "
-         "NonRandomAmbient", animationUnmatched},
+         "NonRandomAmbient",
+         animationUnmatched},
         {"animation-ambient", Severity::Warning,
-         "an animated node's name starts with no Animation name, so it falls to NonRandomAmbient", animationAmbient},
-        {"animation-no-length", Severity::Error, "an animated node's keys all stand at time 0", animationNoLength},
+         "an animated node's name starts with no Animation name, so it falls to NonRandomAmbient",
+         animationAmbient},
+        {"animation-no-length", Severity::Error, "an animated node's keys all stand at time 0",
+         animationNoLength},
         {"animation-still", Severity::Warning, "an animated node's keys are all alike, so it is dropped",
          animationStill},
         {"reader-skipped", Severity::Warning,
-         "a part of the file the export leaves out: points and lines, scale keys, fewer than 3 keys, a second "
-         "animation of the same part, key times that run back", readerSkipped},
+         "a part of the file the export leaves out: points and lines, scale keys, fewer than 3 keys, a "
+         "second "
+         "animation of the same part, key times that run back",
+         readerSkipped},
         {"name-collision", Severity::Warning, "two frames get the same name in the X file", nameCollision},
         {"name-mapped", Severity::Info, "a name the X file cannot hold, and what it becomes", nameMapped},
         {"mesh-materials", Severity::Error, "a frame's mesh uses more than 1001 materials", meshMaterials},
-        {"mesh-no-triangles", Severity::Error, "a frame's mesh has vertices and no triangle", meshNoTriangles},
+        {"mesh-no-triangles", Severity::Error, "a frame's mesh has vertices and no triangle",
+         meshNoTriangles},
         {"mirrored", Severity::Info, "a node's world transform mirrors", mirrored},
         {"material-empty-name", Severity::Error,
-         "a material's text leaves SrcBlend, DstBlend, AlphaTestFunction or EmissiveData empty", materialEmptyName},
-        {"cockpit-no-texture", Severity::Error, "a virtual cockpit material has no texture", cockpitWithoutTexture},
+         "a material's text leaves SrcBlend, DstBlend, AlphaTestFunction or EmissiveData empty",
+         materialEmptyName},
+        {"cockpit-no-texture", Severity::Error, "a virtual cockpit material has no texture",
+         cockpitWithoutTexture},
         {"texture-missing", Severity::Error, "a material's image file does not exist", textureMissing},
         {"texture-size", Severity::Warning, "an image's sides are not powers of two", textureSize},
-        {"texture-not-dds", Severity::Warning, "an image is not DDS, and the export does not convert it (no "
-                                                "--textures)", textureNotDds},
+        {"texture-not-dds", Severity::Warning,
+         "an image is not DDS, and the export does not convert it (no "
+         "--textures)",
+         textureNotDds},
         {"lod-gap", Severity::Warning, "a level of detail is hidden, so the export leaves it out", lodGap},
         {"lod-sibling", Severity::Warning, "a shown sibling of the levels of detail has no LOD_ in its name",
          lodSibling},
         {"partdata-xml", Severity::Error, "a node's part data is not well-formed XML", partDataNotXml},
-        {"partdata-root", Severity::Error, "a node's part data has a root other than FSMakeMdlData", partDataRoot},
+        {"partdata-root", Severity::Error, "a node's part data has a root other than FSMakeMdlData",
+         partDataRoot},
         {"skin-weights", Severity::Warning, "a skinned vertex's weights do not sum to 1", skinWeights},
         {"skin-influences", Severity::Warning, "a skinned vertex has more bones than the simulator blends",
          skinInfluences},
-        {"skin-joints-outside", Severity::Warning, "skins in the group use joints outside it", skinJointsOutside},
+        {"skin-joints-outside", Severity::Warning, "skins in the group use joints outside it",
+         skinJointsOutside},
     };
     return table;
 }
@@ -569,8 +654,10 @@ std::vector<Finding> run(const Subject& subject) {
     std::vector<Finding> findings;
     Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, 0, 0};
     collect(context);
-    for (const Rule& rule : rules()) rule.run(context, rule);
-    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) { return a.place < b.place; });
+    for (const Rule& rule : rules())
+        rule.run(context, rule);
+    std::stable_sort(findings.begin(), findings.end(),
+                     [](const Finding& a, const Finding& b) { return a.place < b.place; });
     return findings;
 }
 

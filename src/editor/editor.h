@@ -35,8 +35,8 @@ struct ControlSpec {
     const char* caption;
     const char* toolTip;
     Rect rect;
-    SliderRange slider{};       // sliders
-    bool startsTicked = false;  // check boxes
+    SliderRange slider{};                            // sliders
+    bool startsTicked = false;                       // check boxes
     const std::vector<std::string>* items = nullptr; // drop-down lists: the fixed items
 };
 
@@ -71,7 +71,7 @@ struct CommonDialog {
 // settings, and gives false when the user cancelled or the box failed (the error
 // the dialog reports).
 class DialogBoxes {
-public:
+  public:
     virtual ~DialogBoxes() = default;
     virtual bool showOpen(CommonDialog& cdlg) = 0;
     virtual bool showSave(CommonDialog& cdlg) = 0;
@@ -88,19 +88,19 @@ bool readablePicture(const std::string& path);
 struct ControlState {
     const ControlSpec* layout = nullptr;
     std::string caption, toolTip;
-    std::string tag;     // texture buttons: the full path
-    std::string text;    // drop-down lists: the shown item, "" for none
+    std::string tag;  // texture buttons: the full path
+    std::string text; // drop-down lists: the shown item, "" for none
     bool enabled = true;
-    Rect rect;           // panels move off the form when their page is not selected
-    int32_t value = 0;   // check box 0 or 1, slider value
+    Rect rect;         // panels move off the form when their page is not selected
+    int32_t value = 0; // check box 0 or 1, slider value
     int32_t backColour = 0x8000000F;
-    std::string picture; // previews: the file shown, "" for none
+    std::string picture;            // previews: the file shown, "" for none
     std::vector<std::string> items; // list box
     int32_t selected = -1;          // list box
 };
 
 class frmOptions {
-public:
+  public:
     frmOptions(DialogBoxes& boxes, std::string libraryFolder);
 
     // The record being edited, set before the form loads.
@@ -142,7 +142,7 @@ public:
     // The presets' handler, told the index of the button; another index does nothing.
     void cmdStd_Click(int index);
 
-private:
+  private:
     void setChecked(ControlState& box, int32_t state);
     void setSlider(ControlState& slider, int32_t value);
     void setListText(ControlState& list, const std::string& text, const std::string& otherwise);
@@ -165,21 +165,21 @@ private:
 
 // Shows a form modally, from loading to closing; what a front end offers.
 class FormWindow {
-public:
+  public:
     virtual ~FormWindow() = default;
     virtual void showModal(frmOptions& form) = 0;
 };
 
 // Edit's way to the window: a new form per edit, on the record, shown modally.
 class FormEditor : public material::RecordEditor {
-public:
+  public:
     FormEditor(FormWindow& window, DialogBoxes& boxes, std::string libraryFolder)
         : window_(window), boxes_(boxes), library_(std::move(libraryFolder)) {}
     void edit(material::FS10Material& record) override;
     // Whether the last edit ended with OK (its record was written).
     bool committed() const { return committed_; }
 
-private:
+  private:
     bool committed_ = false;
     FormWindow& window_;
     DialogBoxes& boxes_;

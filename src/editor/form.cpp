@@ -79,12 +79,13 @@ const Binding kBindings[] = {
 
 // ReadMaterial's order; "picSpec" stands for the specular colour.
 const char* const kReadOrder[] = {
-    "sDetailMap", "sBumpMap", "cmdFR", "chkFRDiff", "chkFRRef", "chkFRSpec", "chkPrecip", "chkOffset",
-    "sPrecipOff", "chkSF(0)", "chkSF(1)", "chkSF(2)", "chkSF(3)", "chkSF(4)", "sRefScale", "sSpecPower",
-    "chkBloom(0)", "chkBloom(1)", "chkBloom(2)", "chkBloom(3)", "chkBloom(4)", "slBFloor", "slAmbScale",
-    "cmbSrc", "cmbDest", "cmbEmissive", "cmdET", "chkZAlpha", "sAlphaTest", "cmbATestMode", "chkFinal",
-    "sFinal", "chkEP(0)", "chkEP(1)", "chkEP(2)", "chkEP(3)", "chkEP(4)", "chkEP(5)", "chkEP(6)",
-    "chkEP(7)", "chkEP(8)", "chkEP(9)", "chkEP(10)", "chkEP(11)", "picSpec", "chkAirMat(1)", "chkAirMat(0)",
+    "sDetailMap", "sBumpMap",     "cmdFR",       "chkFRDiff",    "chkFRRef",     "chkFRSpec",   "chkPrecip",
+    "chkOffset",  "sPrecipOff",   "chkSF(0)",    "chkSF(1)",     "chkSF(2)",     "chkSF(3)",    "chkSF(4)",
+    "sRefScale",  "sSpecPower",   "chkBloom(0)", "chkBloom(1)",  "chkBloom(2)",  "chkBloom(3)", "chkBloom(4)",
+    "slBFloor",   "slAmbScale",   "cmbSrc",      "cmbDest",      "cmbEmissive",  "cmdET",       "chkZAlpha",
+    "sAlphaTest", "cmbATestMode", "chkFinal",    "sFinal",       "chkEP(0)",     "chkEP(1)",    "chkEP(2)",
+    "chkEP(3)",   "chkEP(4)",     "chkEP(5)",    "chkEP(6)",     "chkEP(7)",     "chkEP(8)",    "chkEP(9)",
+    "chkEP(10)",  "chkEP(11)",    "picSpec",     "chkAirMat(1)", "chkAirMat(0)",
 };
 
 // Each slider's label: the prefix and the divisor of the number behind it.
@@ -107,7 +108,8 @@ const SliderLabel kSliderLabels[] = {
 };
 
 // Pairs of boxes that exclude each other.
-const std::pair<const char*, const char*> kExclusions[] = {{"chkBloom(1)", "chkBloom(2)"}, {"chkSF(0)", "chkSF(1)"}};
+const std::pair<const char*, const char*> kExclusions[] = {{"chkBloom(1)", "chkBloom(2)"},
+                                                           {"chkSF(0)", "chkSF(1)"}};
 
 // A quotient in its shortest general decimal form: 0.9, 1, 0.05.
 std::string shortNumber(double v) {
@@ -176,8 +178,10 @@ void frmOptions::ShowMaterial(FS10Material& m) {
         } else {
             const auto field = std::get<std::string M::*>(b.field);
             const std::string& text = m.*field;
-            if (c.layout->kind == Kind::Button) SetTextureButton(text, c);
-            else if (std::string(b.control) != "cmbEmissive" || !text.empty()) setListText(c, text, fresh.*field);
+            if (c.layout->kind == Kind::Button)
+                SetTextureButton(text, c);
+            else if (std::string(b.control) != "cmbEmissive" || !text.empty())
+                setListText(c, text, fresh.*field);
         }
     }
 }
@@ -191,10 +195,12 @@ void frmOptions::ReadMaterial(FS10Material& m) {
             continue;
         }
         const Binding& b = bindingOf(name);
-        if (auto flag = std::get_if<int16_t M::*>(&b.field)) m.*(*flag) = c.value != 0 ? 1 : 0;
+        if (auto flag = std::get_if<int16_t M::*>(&b.field))
+            m.*(*flag) = c.value != 0 ? 1 : 0;
         else if (auto single = std::get_if<float M::*>(&b.field))
             m.*(*single) = static_cast<float>(c.value / b.factor);
-        else m.*std::get<std::string M::*>(b.field) = c.layout->kind == Kind::Button ? c.tag : c.text;
+        else
+            m.*std::get<std::string M::*>(b.field) = c.layout->kind == Kind::Button ? c.tag : c.text;
     }
 }
 
@@ -234,18 +240,27 @@ void frmOptions::setListText(ControlState& list, const std::string& text, const 
 void frmOptions::click(const std::string& name) {
     ControlState& c = control(name);
     // Disabled, or on a page that is not shown: out of a person's reach.
-    if (!c.enabled || (c.layout->page >= 0 && !control("picOptions(" + std::to_string(c.layout->page) + ")").enabled)) return;
+    if (!c.enabled ||
+        (c.layout->page >= 0 && !control("picOptions(" + std::to_string(c.layout->page) + ")").enabled))
+        return;
     switch (c.layout->kind) {
-    case Kind::CheckBox: setChecked(c, c.value ? 0 : 1); break;
-    case Kind::Button: onButton(c); break;
+    case Kind::CheckBox:
+        setChecked(c, c.value ? 0 : 1);
+        break;
+    case Kind::Button:
+        onButton(c);
+        break;
     case Kind::Picture:
         if (name == "picSpec") pickSpecular();
         break;
-    default: break;
+    default:
+        break;
     }
 }
 
-void frmOptions::slide(const std::string& name, int32_t value) { setSlider(control(name), value); }
+void frmOptions::slide(const std::string& name, int32_t value) {
+    setSlider(control(name), value);
+}
 
 void frmOptions::pick(const std::string& name, const std::string& item) {
     ControlState& c = control(name);
@@ -356,9 +371,12 @@ void frmOptions::cmdStd_Click(int index) {
         const char* value = cell.values[index];
         if (!value) continue;
         ControlState& c = control(cell.control);
-        if (c.layout->kind == Kind::CheckBox) setChecked(c, std::atoi(value));
-        else if (c.layout->kind == Kind::Slider) setSlider(c, std::atoi(value));
-        else SetTextureButton(value, c);
+        if (c.layout->kind == Kind::CheckBox)
+            setChecked(c, std::atoi(value));
+        else if (c.layout->kind == Kind::Slider)
+            setSlider(c, std::atoi(value));
+        else
+            SetTextureButton(value, c);
     }
     const material::BlendDefault blend = material::presetBlendDefault(index);
     if (blend != material::BlendDefault::None) setBlendDefault(blend == material::BlendDefault::Transparent);

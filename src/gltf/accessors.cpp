@@ -7,7 +7,9 @@ namespace tarnvale::gltf {
 
 namespace {
 
-size_t componentBytes(int type) { return static_cast<size_t>(tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(type))); }
+size_t componentBytes(int type) {
+    return static_cast<size_t>(tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(type)));
+}
 
 } // namespace
 
@@ -19,7 +21,8 @@ AccessorView::AccessorView(const Document& model, int accessorIndex, const std::
     componentType_ = a.componentType;
     componentSize_ = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(a.componentType));
     components_ = tinygltf::GetNumComponentsInType(static_cast<uint32_t>(a.type));
-    if (componentSize_ <= 0 || components_ <= 0) fail("accessor " + std::to_string(accessorIndex) + " has no valid type");
+    if (componentSize_ <= 0 || components_ <= 0)
+        fail("accessor " + std::to_string(accessorIndex) + " has no valid type");
     normalized_ = a.normalized;
     count_ = a.count;
     if (count_ == 0) return;
@@ -32,7 +35,9 @@ AccessorView::AccessorView(const Document& model, int accessorIndex, const std::
 }
 
 std::string_view bufferViewBytes(const Document& model, int viewIndex, const std::string& what) {
-    auto fail = [&](const std::string& why) { throw SceneError(what + ": buffer view " + std::to_string(viewIndex) + why); };
+    auto fail = [&](const std::string& why) {
+        throw SceneError(what + ": buffer view " + std::to_string(viewIndex) + why);
+    };
     if (viewIndex < 0 || static_cast<size_t>(viewIndex) >= model.bufferViews.size()) fail(" does not exist");
     const tinygltf::BufferView& v = model.bufferViews[viewIndex];
     if (v.buffer < 0 || static_cast<size_t>(v.buffer) >= model.buffers.size()) fail(" has no valid buffer");
@@ -47,11 +52,13 @@ const unsigned char* AccessorView::viewBytes(const Document& model, int viewInde
     const tinygltf::BufferView& v = model.bufferViews[viewIndex];
     if (stride == 0) stride = v.byteStride ? v.byteStride : elementSize;
     if (stride < elementSize)
-        throw SceneError(what_ + ": buffer view " + std::to_string(viewIndex) + " has a stride below its element size");
+        throw SceneError(what_ + ": buffer view " + std::to_string(viewIndex) +
+                         " has a stride below its element size");
     // The last element must end inside the view; sizes are checked without overflow.
     if (byteOffset > bytes.size() || count - 1 > (bytes.size() - byteOffset) / stride ||
         byteOffset + (count - 1) * stride + elementSize > bytes.size())
-        throw SceneError(what_ + ": an accessor reads past the end of buffer view " + std::to_string(viewIndex));
+        throw SceneError(what_ + ": an accessor reads past the end of buffer view " +
+                         std::to_string(viewIndex));
     return reinterpret_cast<const unsigned char*>(bytes.data()) + byteOffset;
 }
 
@@ -62,32 +69,38 @@ void AccessorView::gatherSparse(const Document& model, const tinygltf::Accessor&
     if (a.bufferView >= 0) {
         size_t stride = 0;
         const unsigned char* base = viewBytes(model, a.bufferView, a.byteOffset, count_, elementSize, stride);
-        for (size_t i = 0; i < count_; ++i) std::memcpy(own_.data() + i * elementSize, base + i * stride, elementSize);
+        for (size_t i = 0; i < count_; ++i)
+            std::memcpy(own_.data() + i * elementSize, base + i * stride, elementSize);
     }
     if (a.sparse.isSparse && a.sparse.count > 0) {
         const auto n = static_cast<size_t>(a.sparse.count);
         if (n > count_) throw SceneError(what_ + ": more sparse values than elements");
         const int indexType = a.sparse.indices.componentType;
-        if (indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE && indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT &&
+        if (indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE &&
+            indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT &&
             indexType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)
             throw SceneError(what_ + ": sparse indices must be unsigned integers");
         // Sparse index and value views are tightly packed.
         size_t indexStride = componentBytes(indexType), valueStride = elementSize;
-        const unsigned char* indices = viewBytes(model, a.sparse.indices.bufferView, a.sparse.indices.byteOffset, n,
-                                                 componentBytes(indexType), indexStride);
-        const unsigned char* values =
-            viewBytes(model, a.sparse.values.bufferView, a.sparse.values.byteOffset, n, elementSize, valueStride);
+        const unsigned char* indices =
+            viewBytes(model, a.sparse.indices.bufferView, a.sparse.indices.byteOffset, n,
+                      componentBytes(indexType), indexStride);
+        const unsigned char* values = viewBytes(model, a.sparse.values.bufferView, a.sparse.values.byteOffset,
+                                                n, elementSize, valueStride);
         for (size_t k = 0; k < n; ++k) {
             uint32_t at = 0;
             const unsigned char* p = indices + k * indexStride;
-            if (indexType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE) at = *p;
+            if (indexType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE)
+                at = *p;
             else if (indexType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT) {
                 uint16_t u;
                 std::memcpy(&u, p, 2);
                 at = u;
-            } else std::memcpy(&at, p, 4);
+            } else
+                std::memcpy(&at, p, 4);
             if (at >= count_)
-                throw SceneError(what_ + ": sparse index " + std::to_string(at) + " is past the last element");
+                throw SceneError(what_ + ": sparse index " + std::to_string(at) +
+                                 " is past the last element");
             std::memcpy(own_.data() + at * elementSize, values + k * valueStride, elementSize);
         }
     }
@@ -103,7 +116,8 @@ float AccessorView::component(size_t i, int c) const {
         std::memcpy(&f, p, 4);
         return f;
     }
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: return normalized_ ? *p / 255.0f : *p;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+        return normalized_ ? *p / 255.0f : *p;
     case TINYGLTF_COMPONENT_TYPE_BYTE: {
         auto s = static_cast<int8_t>(*p);
         return normalized_ ? std::max(s / 127.0f, -1.0f) : s;
@@ -123,14 +137,16 @@ float AccessorView::component(size_t i, int c) const {
         std::memcpy(&u, p, 4);
         return static_cast<float>(u);
     }
-    default: return 0;
+    default:
+        return 0;
     }
 }
 
 uint32_t AccessorView::index(size_t i) const {
     const unsigned char* p = data_ + i * stride_;
     switch (componentType_) {
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: return *p;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+        return *p;
     case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: {
         uint16_t u;
         std::memcpy(&u, p, 2);
@@ -141,7 +157,8 @@ uint32_t AccessorView::index(size_t i) const {
         std::memcpy(&u, p, 4);
         return u;
     }
-    default: throw SceneError(what_ + ": indices must be unsigned integers");
+    default:
+        throw SceneError(what_ + ": indices must be unsigned integers");
     }
 }
 
@@ -180,14 +197,23 @@ uint32_t AccessorView::largestIndex(size_t count) const {
         };
         // Packed indices with their stride a constant, which the compiler scans
         // many at a time.
-        if (stride_ == sizeof type) over(sizeof type);
-        else over(stride_);
+        if (stride_ == sizeof type)
+            over(sizeof type);
+        else
+            over(stride_);
     };
     switch (componentType_) {
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE: scan(uint8_t{}); break;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: scan(uint16_t{}); break;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT: scan(uint32_t{}); break;
-    default: throw SceneError(what_ + ": indices must be unsigned integers");
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+        scan(uint8_t{});
+        break;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
+        scan(uint16_t{});
+        break;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
+        scan(uint32_t{});
+        break;
+    default:
+        throw SceneError(what_ + ": indices must be unsigned integers");
     }
     return largest;
 }

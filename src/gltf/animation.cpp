@@ -31,7 +31,8 @@ constexpr double kScaleTolerance = 1e-4;
 
 Value valueAt(const AccessorView& out, size_t element, int width) {
     Value v{0, 0, 0, 0};
-    for (int c = 0; c < width; ++c) v[c] = out.component(element, c);
+    for (int c = 0; c < width; ++c)
+        v[c] = out.component(element, c);
     return v;
 }
 
@@ -39,20 +40,22 @@ Value hermite(const Value& v0, const Value& out0, const Value& in1, const Value&
     const double s2 = s * s, s3 = s2 * s;
     const double h00 = 2 * s3 - 3 * s2 + 1, h10 = s3 - 2 * s2 + s, h01 = -2 * s3 + 3 * s2, h11 = s3 - s2;
     Value p{};
-    for (int c = 0; c < 4; ++c) p[c] = h00 * v0[c] + h10 * span * out0[c] + h01 * v1[c] + h11 * span * in1[c];
+    for (int c = 0; c < 4; ++c)
+        p[c] = h00 * v0[c] + h10 * span * out0[c] + h01 * v1[c] + h11 * span * in1[c];
     return p;
 }
 
 void normalise(Value& q) {
     const double len = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
     if (len > 0)
-        for (double& c : q) c /= len;
+        for (double& c : q)
+            c /= len;
 }
 
 // The keys of one sampler as the simulator should see them; empty when its times
 // run back (the channel is then left out).
-Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& in, const AccessorView& out, int width,
-                bool rotation, double rate, const std::string& what) {
+Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& in, const AccessorView& out,
+                int width, bool rotation, double rate, const std::string& what) {
     const size_t n = in.count();
     const bool cubic = sampler.interpolation == "CUBICSPLINE", step = sampler.interpolation == "STEP";
     std::vector<double> t(n);
@@ -101,7 +104,8 @@ Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& i
             // short arc) between them, so that the three-key rule keeps it.
             Value p = value(1, 1);
             const double dot = v[0] * p[0] + v[1] * p[1] + v[2] * p[2] + v[3] * p[3];
-            for (int c = 0; c < 4; ++c) p[c] = (v[c] + (rotation && dot < 0 ? -p[c] : p[c])) / 2;
+            for (int c = 0; c < 4; ++c)
+                p[c] = (v[c] + (rotation && dot < 0 ? -p[c] : p[c])) / 2;
             if (rotation) normalise(p);
             track.times.push_back((t[0] + t[1]) / 2);
             track.values.push_back(p);
@@ -114,7 +118,8 @@ Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& i
             Value& q = track.values[k];
             const Value& p = track.values[k - 1];
             if (q[0] * p[0] + q[1] * p[1] + q[2] * p[2] + q[3] * p[3] < 0)
-                for (double& c : q) c = -c;
+                for (double& c : q)
+                    c = -c;
         }
     }
     return track;
@@ -123,8 +128,10 @@ Track readTrack(const tinygltf::AnimationSampler& sampler, const AccessorView& i
 // Left-handed key records: x mirrored for positions, (x, -y, -z, w) for rotations.
 // The first value, in glTF's frame, is the part's pose where the animation starts.
 void appendRecords(const Track& track, bool rotation, NodeKeys& node) {
-    if (rotation) node.rotation = track.values.front();
-    else node.translation = {track.values.front()[0], track.values.front()[1], track.values.front()[2]};
+    if (rotation)
+        node.rotation = track.values.front();
+    else
+        node.translation = {track.values.front()[0], track.values.front()[1], track.values.front()[2]};
     std::vector<KeyRecord>& keys = node.keys;
     for (size_t k = 0; k < track.times.size(); ++k) {
         const Value& v = track.values[k];
@@ -132,11 +139,13 @@ void appendRecords(const Track& track, bool rotation, NodeKeys& node) {
         r.time = static_cast<float>(track.times[k]);
         if (rotation) {
             r.kind = 2;
-            r.kx = static_cast<float>(v[0]), r.ky = static_cast<float>(-v[1]), r.kz = static_cast<float>(-v[2]);
+            r.kx = static_cast<float>(v[0]), r.ky = static_cast<float>(-v[1]),
+            r.kz = static_cast<float>(-v[2]);
             r.kw = static_cast<float>(v[3]);
         } else {
             r.kind = 0;
-            r.kx = static_cast<float>(-v[0]), r.ky = static_cast<float>(v[1]), r.kz = static_cast<float>(v[2]);
+            r.kx = static_cast<float>(-v[0]), r.ky = static_cast<float>(v[1]),
+            r.kz = static_cast<float>(v[2]);
         }
         keys.push_back(r);
     }
@@ -173,7 +182,8 @@ bool changesWhatIsNotExported(const Document& model, const tinygltf::AnimationCh
 // "a, b, c" of at most ten names, then how many more.
 std::string nameList(const std::vector<std::string>& names) {
     std::string out;
-    for (size_t i = 0; i < names.size() && i < 10; ++i) out += (i ? ", " : "") + names[i];
+    for (size_t i = 0; i < names.size() && i < 10; ++i)
+        out += (i ? ", " : "") + names[i];
     if (names.size() > 10) out += " and " + std::to_string(names.size() - 10) + " more";
     return out;
 }
@@ -189,24 +199,31 @@ struct LeftOut {
 
     void report(const tinygltf::Model& model, std::vector<std::string>& warnings) const {
         if (!tooFewKeys.empty())
-            warnings.push_back("fewer than 3 keys, so not animated (the simulator needs 3): " + nameList(tooFewKeys));
+            warnings.push_back("fewer than 3 keys, so not animated (the simulator needs 3): " +
+                               nameList(tooFewKeys));
         if (!unkeyable.empty())
-            warnings.push_back("scale and morph-weight animation is not exported (the simulator keys rotations and "
-                               "positions): " + nameList(unkeyable));
+            warnings.push_back(
+                "scale and morph-weight animation is not exported (the simulator keys rotations and "
+                "positions): " +
+                nameList(unkeyable));
         if (!shadowed.empty()) {
-            std::string text = "several animations key the same parts, and the first in the file is kept for each:";
+            std::string text =
+                "several animations key the same parts, and the first in the file is kept for each:";
             bool first = true;
             for (const auto& [animation, where] : shadowed) {
                 std::vector<std::string> nodes, kept;
-                for (int n : where.first) nodes.push_back(nodeName(model, n));
-                for (size_t k : where.second) kept.push_back(animationName(model, k));
-                text += std::string(first ? " " : "; ") + animationName(model, animation) + " is left out on " +
-                        nameList(nodes) + " (kept: " + nameList(kept) + ")";
+                for (int n : where.first)
+                    nodes.push_back(nodeName(model, n));
+                for (size_t k : where.second)
+                    kept.push_back(animationName(model, k));
+                text += std::string(first ? " " : "; ") + animationName(model, animation) +
+                        " is left out on " + nameList(nodes) + " (kept: " + nameList(kept) + ")";
                 first = false;
             }
             warnings.push_back(text + ". Export another one with --animation NAME");
         }
-        for (const std::string& what : runBack) warnings.push_back(what + ": its key times run back; left out");
+        for (const std::string& what : runBack)
+            warnings.push_back(what + ": its key times run back; left out");
     }
 };
 
@@ -229,9 +246,11 @@ std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptio
             const bool unkeyable = ch.target_path == "scale" || ch.target_path == "weights";
             if (!translation && !rotation && !unkeyable) continue;
             if (ch.target_node < 0 || static_cast<size_t>(ch.target_node) >= model.nodes.size())
-                throw SceneError(what + " names node " + std::to_string(ch.target_node) + ", which does not exist");
+                throw SceneError(what + " names node " + std::to_string(ch.target_node) +
+                                 ", which does not exist");
             if (unkeyable) {
-                if (!left.unkeyableSeen.count(ch.target_node) && changesWhatIsNotExported(model, ch, anim, what)) {
+                if (!left.unkeyableSeen.count(ch.target_node) &&
+                    changesWhatIsNotExported(model, ch, anim, what)) {
                     left.unkeyableSeen.insert(ch.target_node);
                     left.unkeyable.push_back(nodeName(model, ch.target_node));
                 }
@@ -241,7 +260,8 @@ std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptio
             if (auto it = owner.find(target); it != owner.end()) {
                 if (it->second == ai) continue; // a target keyed twice in one animation: the first stands
                 auto& [nodes, kept] = left.shadowed[ai];
-                if (std::find(nodes.begin(), nodes.end(), ch.target_node) == nodes.end()) nodes.push_back(ch.target_node);
+                if (std::find(nodes.begin(), nodes.end(), ch.target_node) == nodes.end())
+                    nodes.push_back(ch.target_node);
                 kept.insert(it->second);
                 continue;
             }
@@ -265,9 +285,11 @@ std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptio
     }
     if (!found) {
         std::vector<std::string> names;
-        for (size_t ai = 0; ai < model.animations.size(); ++ai) names.push_back(animationName(model, ai));
-        throw SceneError("there is no animation named \"" + *options.animation + "\"; " +
-                         (names.empty() ? std::string("the file has none") : "the file has " + nameList(names)));
+        for (size_t ai = 0; ai < model.animations.size(); ++ai)
+            names.push_back(animationName(model, ai));
+        throw SceneError(
+            "there is no animation named \"" + *options.animation + "\"; " +
+            (names.empty() ? std::string("the file has none") : "the file has " + nameList(names)));
     }
     for (const auto& [node, keyed] : keys)
         if (keyed.keys.size() < 3) left.tooFewKeys.push_back(nodeName(model, node));

@@ -23,7 +23,9 @@ uint32_t word(const std::string& bytes, size_t at) {
     return v;
 }
 
-void putWord(std::string& out, uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
+void putWord(std::string& out, uint32_t v) {
+    out.append(reinterpret_cast<const char*>(&v), 4);
+}
 
 // The JSON chunk of a .glb, checked before anything is read from it.
 std::string glbJson(const std::string& bytes) {
@@ -36,7 +38,8 @@ std::string glbJson(const std::string& bytes) {
 // The .glb with its JSON chunk replaced; every other chunk as it was.
 std::string rebuildGlb(const std::string& bytes, std::string json) {
     const uint32_t jsonLength = word(bytes, 12);
-    while (json.size() % 4) json += ' ';
+    while (json.size() % 4)
+        json += ' ';
     const std::string rest = bytes.substr(20 + jsonLength);
     std::string out = bytes.substr(0, 8);
     putWord(out, static_cast<uint32_t>(12 + 8 + json.size() + rest.size()));
@@ -56,8 +59,8 @@ void replaceFile(const std::string& path, const std::string& bytes) {
 
 } // namespace
 
-void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text,
-                        const std::optional<Rgb>& specular) {
+void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key,
+                        const std::string& text, const std::optional<Rgb>& specular) {
     std::ifstream in(platform::systemPath(path), std::ios::binary);
     if (!in) throw SceneError("cannot open the file");
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -77,7 +80,8 @@ void writeMaterialExtra(const std::string& path, int materialIndex, const std::s
         const char* extension = "KHR_materials_specular";
         Json& extensions = material["extensions"];
         if (extensions.is_null()) extensions = Json::object();
-        if (!extensions.is_object() || !(extensions[extension].is_null() || extensions[extension].is_object()))
+        if (!extensions.is_object() ||
+            !(extensions[extension].is_null() || extensions[extension].is_object()))
             throw SceneError("the material's extensions are no objects");
         Json& ext = extensions[extension];
         ext["specularColorFactor"] = {specular->r, specular->g, specular->b};

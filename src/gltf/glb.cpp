@@ -20,15 +20,19 @@ uint32_t word(std::string_view bytes, size_t at) {
     return v;
 }
 
-void putWord(std::string& out, uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); }
+void putWord(std::string& out, uint32_t v) {
+    out.append(reinterpret_cast<const char*>(&v), 4);
+}
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 // A small scanner of JSON text that finds buffer 0's byteLength. It gives up
 // (and the file takes the library's own road) on anything it is not sure of: a
 // key with an escape, a key given twice, a length that is not plain digits.
 class Scan {
-public:
+  public:
     explicit Scan(std::string_view text) : t_(text) {}
 
     std::optional<BufferZero> bufferZero() {
@@ -50,7 +54,7 @@ public:
         return take('}') ? found : std::nullopt;
     }
 
-private:
+  private:
     // The object of buffer 0: no uri, one byteLength of plain digits.
     std::optional<BufferZero> firstBuffer() {
         if (!take('[') || !take('{')) return std::nullopt;
@@ -67,7 +71,8 @@ private:
                     b.byteLength = b.byteLength * 10 + static_cast<uint64_t>(t_[i_++] - '0');
                 b.digits = i_ - b.at;
                 blanks();
-                if (b.digits == 0 || b.byteLength == 0 || t_[b.at] == '0' || i_ >= t_.size() || (t_[i_] != ',' && t_[i_] != '}'))
+                if (b.digits == 0 || b.byteLength == 0 || t_[b.at] == '0' || i_ >= t_.size() ||
+                    (t_[i_] != ',' && t_[i_] != '}'))
                     return std::nullopt;
                 length = b;
             } else if (!skipValue()) {
@@ -82,7 +87,8 @@ private:
     }
 
     void blanks() {
-        while (i_ < t_.size() && isBlank(t_[i_])) ++i_;
+        while (i_ < t_.size() && isBlank(t_[i_]))
+            ++i_;
     }
     bool take(char c) {
         blanks();
@@ -94,7 +100,8 @@ private:
     bool keyThen(std::string_view& key) {
         if (!take('"')) return false;
         const size_t start = i_;
-        while (i_ < t_.size() && t_[i_] != '"' && t_[i_] != '\\') ++i_;
+        while (i_ < t_.size() && t_[i_] != '"' && t_[i_] != '\\')
+            ++i_;
         if (i_ >= t_.size() || t_[i_] != '"') return false;
         key = t_.substr(start, i_ - start);
         ++i_;
@@ -127,7 +134,9 @@ private:
 
 } // namespace
 
-std::optional<BufferZero> glbBufferZero(std::string_view json) { return Scan(json).bufferZero(); }
+std::optional<BufferZero> glbBufferZero(std::string_view json) {
+    return Scan(json).bufferZero();
+}
 
 GlbChunks glbChunks(std::string_view bytes) {
     GlbChunks c;
@@ -138,7 +147,8 @@ GlbChunks glbChunks(std::string_view bytes) {
     const uint64_t bin = 20 + jsonLength;
     if (bin + 8 > declared) return c;
     const uint64_t binLength = word(bytes, bin);
-    if (word(bytes, bin + 4) != kBinChunk || binLength < 4 || binLength % 4 != 0 || bin + 8 + binLength > declared)
+    if (word(bytes, bin + 4) != kBinChunk || binLength < 4 || binLength % 4 != 0 ||
+        bin + 8 + binLength > declared)
         return c;
     c.binary = bytes.substr(bin + 8, binLength);
     c.hasBinary = true;

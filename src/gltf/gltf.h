@@ -16,7 +16,7 @@ namespace tarnvale::gltf {
 
 // A scene file that cannot be read: the message names the reason.
 class SceneError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -55,7 +55,7 @@ struct SourceImage {
     std::string origin; // where it comes from, for messages
     std::string file;   // an external image: its path, read when it is needed
     std::shared_ptr<const std::vector<uint8_t>> bytes; // an embedded image: its encoded bytes
-    int image = -1;     // its glTF index
+    int image = -1;                                    // its glTF index
     bool normalMap = false;
 };
 
@@ -86,8 +86,8 @@ LoadedScene readSceneText(const std::string& text, const std::string& name, cons
 // as they were, in their order, and a .glb's binary chunk byte for byte. The file
 // is replaced through a new file beside it, so a failure leaves it as it was; it
 // fails with the reason.
-void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key, const std::string& text,
-                        const std::optional<Rgb>& specular = std::nullopt);
+void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key,
+                        const std::string& text, const std::optional<Rgb>& specular = std::nullopt);
 
 // Roughness (0 smooth to 1 rough) as the scene's specular power: 0 for a rough
 // surface, else 250 minus the specular exponent 2/r^4 - 2 (capped at 249).

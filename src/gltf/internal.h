@@ -49,7 +49,7 @@ std::string_view bufferViewBytes(const Document& model, int viewIndex, const std
 // sparse accessor, or one without a buffer view (zeros), is gathered into
 // storage of its own; every index is checked.
 class AccessorView {
-public:
+  public:
     AccessorView(const Document& model, int accessorIndex, const std::string& what);
     size_t count() const { return count_; }
     int components() const { return components_; }
@@ -64,7 +64,7 @@ public:
     uint32_t largestIndex(size_t count) const;
     int componentType() const { return componentType_; }
 
-private:
+  private:
     // The bytes of `count` elements behind a buffer view, checked; a stride of 0
     // takes the view's own.
     const unsigned char* viewBytes(const Document& model, int viewIndex, size_t byteOffset, size_t count,
@@ -91,10 +91,10 @@ std::string identifierName(std::string_view utf8);
 // The names of one parent's children, kept apart as the file will read them
 // (lower case, blanks as `_`): a name taken already gets `_2`, `_3`, ...
 class SiblingNames {
-public:
+  public:
     std::string take(const std::string& name);
 
-private:
+  private:
     std::unordered_set<std::string> used_;
 };
 
@@ -115,7 +115,7 @@ std::map<int, NodeKeys> readAnimationKeys(const Document& model, const ReadOptio
 
 // glTF materials as scene materials, one per glTF material, made on first use.
 class MaterialMap {
-public:
+  public:
     MaterialMap(const Document& model, scene::MemoryScene& scene, const ReadOptions& options,
                 std::string folder)
         : model_(model), scene_(scene), options_(options), folder_(std::move(folder)) {}
@@ -124,7 +124,7 @@ public:
     // All the file's materials by index, and the default one if it was used.
     void collect(LoadedScene& out);
 
-private:
+  private:
     std::string textureName(int textureIndex, const std::string& materialName, const char* slot);
     // Notes the image behind a texture name for the textures' export.
     void noteImage(int image, const std::string& name, bool normalMap);

@@ -53,7 +53,8 @@ std::string MaterialMap::textureName(int textureIndex, const std::string& materi
     const tinygltf::Texture& t = model_.textures[textureIndex];
     int source = t.source;
     for (const auto& [name, ext] : t.extensions) // an image in another format's extension
-        if (source < 0 && ext.Has("source") && ext.Get("source").IsInt()) source = ext.Get("source").Get<int>();
+        if (source < 0 && ext.Has("source") && ext.Get("source").IsInt())
+            source = ext.Get("source").Get<int>();
     if (source < 0 || static_cast<size_t>(source) >= model_.images.size())
         throw SceneError("texture " + std::to_string(textureIndex) + " names no existing image");
     const tinygltf::Image& img = model_.images[source];
@@ -105,7 +106,8 @@ void MaterialMap::readFields(const tinygltf::Value& extras, MemoryMaterial& m) {
     for (const std::string& key : extras.Keys())
         if (const tinygltf::Value& v = extras.Get(key); v.IsString())
             m.fields[scene_.fields().addMaterial(key)] =
-                key == options_.materialField ? material::windowsTexturePaths(v.Get<std::string>()) : v.Get<std::string>();
+                key == options_.materialField ? material::windowsTexturePaths(v.Get<std::string>())
+                                              : v.Get<std::string>();
 }
 
 void MaterialMap::addIntent(const tinygltf::Material& g, const std::shared_ptr<MemoryMaterial>& material) {
@@ -131,7 +133,8 @@ void MaterialMap::addIntent(const tinygltf::Material& g, const std::shared_ptr<M
 }
 
 void MaterialMap::collect(LoadedScene& out) {
-    for (size_t i = 0; i < model_.materials.size(); ++i) out.materials.push_back(get(static_cast<int>(i)));
+    for (size_t i = 0; i < model_.materials.size(); ++i)
+        out.materials.push_back(get(static_cast<int>(i)));
     out.defaultMaterial = default_;
     out.images = std::move(images_);
 }
@@ -160,7 +163,8 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
     };
     m->diffuse = {channel(pbr.baseColorFactor, 0, 1), channel(pbr.baseColorFactor, 1, 1),
                   channel(pbr.baseColorFactor, 2, 1), channel(pbr.baseColorFactor, 3, 1)};
-    m->emissive = {channel(g.emissiveFactor, 0, 0), channel(g.emissiveFactor, 1, 0), channel(g.emissiveFactor, 2, 0)};
+    m->emissive = {channel(g.emissiveFactor, 0, 0), channel(g.emissiveFactor, 1, 0),
+                   channel(g.emissiveFactor, 2, 0)};
     m->specular = {1, 1, 1};
     m->power = powerFromRoughness(static_cast<float>(pbr.roughnessFactor));
 
@@ -182,7 +186,8 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
         // No base colour texture: no diffuse name at all ("." would be taken for one).
         t->fileName = base >= 0 ? textureName(base, m->sourceName, "basecolor") : "";
         t->bumpFileName = normal >= 0 ? textureName(normal, m->sourceName, "normal") : ".";
-        t->specularFileName = specularTexture >= 0 ? textureName(specularTexture, m->sourceName, "specular") : ".";
+        t->specularFileName =
+            specularTexture >= 0 ? textureName(specularTexture, m->sourceName, "specular") : ".";
         t->detailFileName = ".";
         m->textures = t;
     }

@@ -6,8 +6,12 @@ namespace tarnvale::gltf {
 
 namespace {
 
-bool isAsciiLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+bool isAsciiLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 } // namespace
 
@@ -27,11 +31,13 @@ std::string identifierName(std::string_view utf8) {
 std::string SiblingNames::take(const std::string& name) {
     // As the file reads them: lower case, blanks as `_`.
     auto asWritten = [](std::string s) {
-        for (char& c : s) c = c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        for (char& c : s)
+            c = c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         return s;
     };
     std::string taken = name;
-    for (int n = 2; !used_.insert(asWritten(taken)).second; ++n) taken = name + "_" + std::to_string(n);
+    for (int n = 2; !used_.insert(asWritten(taken)).second; ++n)
+        taken = name + "_" + std::to_string(n);
     return taken;
 }
 

@@ -50,8 +50,10 @@ size_t jsonDepth(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (inString) {
-            if (c == '\\') ++i;
-            else if (c == '"') inString = false;
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
         } else if (c == '"') {
             inString = true;
         } else if (c == '[' || c == '{') {
@@ -67,13 +69,14 @@ size_t jsonDepth(std::string_view text) {
 // zeroing of fresh pages (a tenth of a second on a scene of 100 MB); else read
 // whole in one call, as a character at a time would take long.
 class FileBytes {
-public:
+  public:
     explicit FileBytes(const std::string& path) {
 #ifndef _WIN32
         const int fd = ::open(platform::systemPath(path).c_str(), O_RDONLY | O_CLOEXEC);
         struct stat st {};
         if (fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
-            void* map = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+            void* map = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ,
+                               MAP_PRIVATE | MAP_POPULATE, fd, 0);
             if (map != MAP_FAILED) map_ = map, size_ = static_cast<size_t>(st.st_size);
         }
         if (fd >= 0) ::close(fd);
@@ -94,9 +97,11 @@ public:
     }
     FileBytes(const FileBytes&) = delete;
     FileBytes& operator=(const FileBytes&) = delete;
-    std::string_view view() const { return map_ ? std::string_view(static_cast<const char*>(map_), size_) : read_; }
+    std::string_view view() const {
+        return map_ ? std::string_view(static_cast<const char*>(map_), size_) : read_;
+    }
 
-private:
+  private:
     std::string read_;
     void* map_ = nullptr;
     size_t size_ = 0;
@@ -124,7 +129,8 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
     bool ok = false;
     try {
         const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
-        ok = binary ? loader.LoadBinaryFromMemory(&model, &err, &warn, data, static_cast<unsigned>(bytes.size()), folder)
+        ok = binary ? loader.LoadBinaryFromMemory(&model, &err, &warn, data,
+                                                  static_cast<unsigned>(bytes.size()), folder)
                     : loader.LoadASCIIFromString(&model, &err, &warn, bytes.data(),
                                                  static_cast<unsigned>(bytes.size()), folder);
     } catch (const std::exception& e) {
@@ -132,7 +138,8 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
         ok = false;
     }
     if (!ok) {
-        while (!err.empty() && (err.back() == '\n' || err.back() == ' ')) err.pop_back();
+        while (!err.empty() && (err.back() == '\n' || err.back() == ' '))
+            err.pop_back();
         for (char& c : err)
             if (c == '\n') c = ';';
         throw SceneError(err.empty() ? "not a glTF 2.0 file" : err);
@@ -141,7 +148,9 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
     return model;
 }
 
-bool finite3(float x, float y, float z) { return std::isfinite(x) && std::isfinite(y) && std::isfinite(z); }
+bool finite3(float x, float y, float z) {
+    return std::isfinite(x) && std::isfinite(y) && std::isfinite(z);
+}
 
 // 3D vectors of an accessor with x mirrored; fails on a value that is not finite.
 void readMirrored(const AccessorView& a, std::vector<Vec3>& out, const std::string& notANumber) {
@@ -154,7 +163,8 @@ void readMirrored(const AccessorView& a, std::vector<Vec3>& out, const std::stri
 }
 
 // Quaternion (x, y, z, w) and scale to the upper 3x3 rows of an X matrix.
-Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r, const std::vector<double>& s) {
+Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r,
+                    const std::vector<double>& s) {
     double x = r.size() == 4 ? r[0] : 0, y = r.size() == 4 ? r[1] : 0, z = r.size() == 4 ? r[2] : 0,
            w = r.size() == 4 ? r[3] : 1;
     double R[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w)},
@@ -164,8 +174,10 @@ Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r, 
     Matrix16 m{};
     // Row vectors: row c of the X matrix is column c of the glTF matrix.
     for (int c = 0; c < 3; ++c)
-        for (int rr = 0; rr < 3; ++rr) m[c * 4 + rr] = static_cast<float>(R[rr][c] * sc[c]);
-    for (int i = 0; i < 3; ++i) m[12 + i] = static_cast<float>(t.size() == 3 ? t[i] : 0);
+        for (int rr = 0; rr < 3; ++rr)
+            m[c * 4 + rr] = static_cast<float>(R[rr][c] * sc[c]);
+    for (int i = 0; i < 3; ++i)
+        m[12 + i] = static_cast<float>(t.size() == 3 ? t[i] : 0);
     m[15] = 1;
     return m;
 }
@@ -173,7 +185,8 @@ Matrix16 composeTrs(const std::vector<double>& t, const std::vector<double>& r, 
 // S M S with S = diag(-1, 1, 1, 1): the x row and x column change sign, except
 // their shared element.
 Matrix16 mirrorX(Matrix16 m) {
-    for (int i : {1, 2, 3, 4, 8, 12}) m[i] = -m[i];
+    for (int i : {1, 2, 3, 4, 8, 12})
+        m[i] = -m[i];
     return m;
 }
 
@@ -191,13 +204,15 @@ void placeSkinnedVertices(MemoryShape& shape, const std::vector<VertexWeight>& w
         const auto v = static_cast<size_t>(weights[k].vertex);
         const Matrix16& m = toNode[jointOf[k]];
         for (int r = 0; r < 4; ++r)
-            for (int c = 0; c < 3; ++c) blend[v][r * 3 + c] += weights[k].weight * m[r * 4 + c];
+            for (int c = 0; c < 3; ++c)
+                blend[v][r * 3 + c] += weights[k].weight * m[r * 4 + c];
         total[v] += weights[k].weight;
     }
     for (size_t v = 0; v < n; ++v)
         if (total[v] == 0)
             for (int r = 0; r < 4; ++r)
-                for (int c = 0; c < 3; ++c) blend[v][r * 3 + c] = toNode[0][r * 4 + c];
+                for (int c = 0; c < 3; ++c)
+                    blend[v][r * 3 + c] = toNode[0][r * 4 + c];
     for (size_t v = 0; v < n; ++v) {
         Vec3& p = shape.positions()[v];
         const auto& b = blend[v];
@@ -208,27 +223,30 @@ void placeSkinnedVertices(MemoryShape& shape, const std::vector<VertexWeight>& w
     for (size_t i = 0; i < shape.normals().size() && i < normalVertex.size(); ++i) {
         const auto& b = blend[static_cast<size_t>(normalVertex[i])];
         // Cofactors over the determinant: the inverse transpose, for row vectors.
-        const double cof[9] = {b[4] * b[8] - b[5] * b[7], b[5] * b[6] - b[3] * b[8], b[3] * b[7] - b[4] * b[6],
-                               b[2] * b[7] - b[1] * b[8], b[0] * b[8] - b[2] * b[6], b[1] * b[6] - b[0] * b[7],
-                               b[1] * b[5] - b[2] * b[4], b[2] * b[3] - b[0] * b[5], b[0] * b[4] - b[1] * b[3]};
+        const double cof[9] = {
+            b[4] * b[8] - b[5] * b[7], b[5] * b[6] - b[3] * b[8], b[3] * b[7] - b[4] * b[6],
+            b[2] * b[7] - b[1] * b[8], b[0] * b[8] - b[2] * b[6], b[1] * b[6] - b[0] * b[7],
+            b[1] * b[5] - b[2] * b[4], b[2] * b[3] - b[0] * b[5], b[0] * b[4] - b[1] * b[3]};
         const double det = b[0] * cof[0] + b[1] * cof[1] + b[2] * cof[2];
         Vec3& nm = shape.normals()[i];
-        double x = (nm.x * cof[0] + nm.y * cof[3] + nm.z * cof[6]) / det, y = (nm.x * cof[1] + nm.y * cof[4] + nm.z * cof[7]) / det,
+        double x = (nm.x * cof[0] + nm.y * cof[3] + nm.z * cof[6]) / det,
+               y = (nm.x * cof[1] + nm.y * cof[4] + nm.z * cof[7]) / det,
                z = (nm.x * cof[2] + nm.y * cof[5] + nm.z * cof[8]) / det;
         const double len = std::sqrt(x * x + y * y + z * z);
-        if (len > 0 && std::isfinite(len)) nm = {static_cast<float>(x / len), static_cast<float>(y / len), static_cast<float>(z / len)};
+        if (len > 0 && std::isfinite(len))
+            nm = {static_cast<float>(x / len), static_cast<float>(y / len), static_cast<float>(z / len)};
     }
 }
 
 class Builder {
-public:
+  public:
     Builder(const Document& model, LoadedScene& out, const ReadOptions& options)
         : model_(model), out_(out), options_(options) {}
 
     // The scene's name when it has none, and the folder its external files are in.
     void build(const std::string& fallbackName, const std::string& folder);
 
-private:
+  private:
     // A node still to be added below `parent`, whose world transform mirrors or not.
     struct Pending {
         MemoryObject* parent;
@@ -270,10 +288,11 @@ private:
     // Appends a triangle primitive's vertices and triangles to the shape; for each
     // normal added, `normalVertex` gets the vertex whose frame it belongs to. With
     // an outline, checks them as well and only counts them there.
-    bool appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool mirrored, std::vector<int32_t>& normalVertex,
-                         MeshOutline* outline = nullptr);
-    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, size_t base, size_t n, bool haveNormals,
-                      const std::string& what, bool mirrored, std::vector<int32_t>& normalVertex, MeshOutline* outline);
+    bool appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool mirrored,
+                         std::vector<int32_t>& normalVertex, MeshOutline* outline = nullptr);
+    void addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, size_t base, size_t n,
+                      bool haveNormals, const std::string& what, bool mirrored,
+                      std::vector<int32_t>& normalVertex, MeshOutline* outline);
     void addSkinnedShape(const Skinned& s);
     // The weights of a primitive's vertices, and the joint of each.
     void readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin& skin, size_t base, size_t count,
@@ -282,7 +301,8 @@ private:
 
 void Builder::build(const std::string& fallbackName, const std::string& folder) {
     int sceneIndex = model_.defaultScene >= 0 ? model_.defaultScene : (model_.scenes.empty() ? -1 : 0);
-    if (sceneIndex >= static_cast<int>(model_.scenes.size())) throw SceneError("the default scene does not exist");
+    if (sceneIndex >= static_cast<int>(model_.scenes.size()))
+        throw SceneError("the default scene does not exist");
     std::string rootName = sceneIndex >= 0 && !model_.scenes[sceneIndex].name.empty()
                                ? model_.scenes[sceneIndex].name
                                : fallbackName;
@@ -310,7 +330,8 @@ void Builder::build(const std::string& fallbackName, const std::string& folder) 
             if (!isChild[i]) roots.push_back(static_cast<int>(i));
     }
     addTree(*out_.scene->root(), roots);
-    for (const Skinned& s : skinned_) addSkinnedShape(s);
+    for (const Skinned& s : skinned_)
+        addSkinnedShape(s);
     materials_->collect(out_);
 }
 
@@ -341,7 +362,8 @@ void Builder::addTree(MemoryObject& root, const std::vector<int>& roots) {
 
 std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirrors) {
     const int index = p.index;
-    if (visited_[index]) throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
+    if (visited_[index])
+        throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
     visited_[index] = true;
     const tinygltf::Node& n = model_.nodes[index];
     const std::string name = nodeName(model_, index);
@@ -353,18 +375,21 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     const auto keyed = keys_.find(index);
     if (n.matrix.size() == 16) {
         // Column-major glTF storage is the row-vector order of the X format.
-        for (int i = 0; i < 16; ++i) m[i] = static_cast<float>(n.matrix[i]);
+        for (int i = 0; i < 16; ++i)
+            m[i] = static_cast<float>(n.matrix[i]);
     } else if (keyed != keys_.end()) {
         // An animated part stands where its animation starts, as a modeller shows
         // it: its keys are written relative to that pose, and skins follow it.
         const NodeKeys& k = keyed->second;
-        m = composeTrs(k.translation ? std::vector<double>(k.translation->begin(), k.translation->end()) : n.translation,
-                       k.rotation ? std::vector<double>(k.rotation->begin(), k.rotation->end()) : n.rotation, n.scale);
+        m = composeTrs(
+            k.translation ? std::vector<double>(k.translation->begin(), k.translation->end()) : n.translation,
+            k.rotation ? std::vector<double>(k.rotation->begin(), k.rotation->end()) : n.rotation, n.scale);
     } else {
         m = composeTrs(n.translation, n.rotation, n.scale);
     }
     for (float v : m)
-        if (!std::isfinite(v)) throw SceneError("node " + std::to_string(index) + " has a transform that is not finite");
+        if (!std::isfinite(v))
+            throw SceneError("node " + std::to_string(index) + " has a transform that is not finite");
     obj->setMatrix(mirrorX(m));
     worldMirrors = p.parentMirrors != mirrors(m);
 
@@ -375,7 +400,8 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
             visible = false;
     }
     // A modeller that keeps no booleans in custom properties (Blender) writes 0.
-    if (const tinygltf::Value& v = n.extras.IsObject() && n.extras.Has("visible") ? n.extras.Get("visible") : tinygltf::Value();
+    if (const tinygltf::Value& v =
+            n.extras.IsObject() && n.extras.Has("visible") ? n.extras.Get("visible") : tinygltf::Value();
         (v.IsBool() && !v.Get<bool>()) || (v.IsNumber() && v.GetNumberAsDouble() == 0))
         visible = false;
     obj->setNodeValue(visible ? 1 : 0);
@@ -388,9 +414,13 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         if (static_cast<size_t>(n.mesh) >= model_.meshes.size())
             throw SceneError("node " + std::to_string(index) + " names mesh " + std::to_string(n.mesh) +
                              ", which does not exist");
-        if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size()) skinned_.push_back({obj.get(), n.mesh, n.skin});
-        else if (options_.outline) out_.outlines[obj.get()] = meshOutline(n.mesh);
-        else for (const auto& shape : meshShapes(n.mesh, worldMirrors)) obj->addShapeLast(shape);
+        if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size())
+            skinned_.push_back({obj.get(), n.mesh, n.skin});
+        else if (options_.outline)
+            out_.outlines[obj.get()] = meshOutline(n.mesh);
+        else
+            for (const auto& shape : meshShapes(n.mesh, worldMirrors))
+                obj->addShapeLast(shape);
     }
     if (joints_.count(index))
         obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
@@ -426,9 +456,11 @@ bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool 
     const std::string what = "mesh " + std::to_string(meshIndex) + " primitive " + std::to_string(p);
     const tinygltf::Primitive& prim = model_.meshes[meshIndex].primitives[p];
     const int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
-    if (mode != TINYGLTF_MODE_TRIANGLES && mode != TINYGLTF_MODE_TRIANGLE_STRIP && mode != TINYGLTF_MODE_TRIANGLE_FAN) {
+    if (mode != TINYGLTF_MODE_TRIANGLES && mode != TINYGLTF_MODE_TRIANGLE_STRIP &&
+        mode != TINYGLTF_MODE_TRIANGLE_FAN) {
         // Told once, whichever winding or node asks first.
-        if (warnedPrimitives_.insert({meshIndex, p}).second) out_.warnings.push_back(what + ": points and lines are skipped");
+        if (warnedPrimitives_.insert({meshIndex, p}).second)
+            out_.warnings.push_back(what + ": points and lines are skipped");
         return false;
     }
     auto posIt = prim.attributes.find("POSITION");
@@ -447,8 +479,10 @@ bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool 
     }
     if (auto it = prim.attributes.find("TEXCOORD_0"); it != prim.attributes.end()) {
         AccessorView tc(model_, it->second, what + " TEXCOORD_0");
-        if (tc.count() != n || tc.components() < 2) throw SceneError(what + " TEXCOORD_0 does not match POSITION");
-        if (outline && !tc.finite(2)) throw SceneError(what + " has a texture coordinate that is not a number");
+        if (tc.count() != n || tc.components() < 2)
+            throw SceneError(what + " TEXCOORD_0 does not match POSITION");
+        if (outline && !tc.finite(2))
+            throw SceneError(what + " has a texture coordinate that is not a number");
         for (size_t i = 0; i < n && !outline; ++i) {
             const Uv uv{tc.component(i, 0), tc.component(i, 1)};
             if (!std::isfinite(uv.u) || !std::isfinite(uv.v))
@@ -459,12 +493,14 @@ bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool 
     bool haveNormals = false;
     if (auto it = prim.attributes.find("NORMAL"); it != prim.attributes.end()) {
         AccessorView nm(model_, it->second, what + " NORMAL");
-        if (nm.count() != n || nm.components() < 3) throw SceneError(what + " NORMAL does not match POSITION");
+        if (nm.count() != n || nm.components() < 3)
+            throw SceneError(what + " NORMAL does not match POSITION");
         if (outline && !nm.finite(3)) throw SceneError(what + " has a normal that is not a number");
         if (!outline) {
             readMirrored(nm, read, what + " has a normal that is not a number");
             shape.normals().insert(shape.normals().end(), read.begin(), read.end());
-            for (size_t i = 0; i < n; ++i) normalVertex.push_back(static_cast<int32_t>(base + i));
+            for (size_t i = 0; i < n; ++i)
+                normalVertex.push_back(static_cast<int32_t>(base + i));
         }
         haveNormals = true;
     }
@@ -473,8 +509,8 @@ bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool 
 }
 
 void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, size_t base, size_t n,
-                           bool haveNormals, const std::string& what, bool mirrored, std::vector<int32_t>& normalVertex,
-                           MeshOutline* outline) {
+                           bool haveNormals, const std::string& what, bool mirrored,
+                           std::vector<int32_t>& normalVertex, MeshOutline* outline) {
     // The triangles of the primitive, read straight from the index accessor.
     const auto& positions = shape.positions();
     std::optional<AccessorView> ia;
@@ -490,18 +526,21 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
         return static_cast<int32_t>(v + base);
     };
     const int mode = prim.mode < 0 ? TINYGLTF_MODE_TRIANGLES : prim.mode;
-    const size_t triangles = indexCount < 3                          ? 0
+    const size_t triangles = indexCount < 3                    ? 0
                              : mode == TINYGLTF_MODE_TRIANGLES ? indexCount / 3
                                                                : indexCount - 2;
     const auto mat = materials_->get(prim.material);
     if (outline) {
         // Counted, with the indices the triangles use checked as the full read checks them.
-        const size_t used = mode == TINYGLTF_MODE_TRIANGLES ? 3 * triangles : triangles > 0 ? triangles + 2 : 0;
+        const size_t used = mode == TINYGLTF_MODE_TRIANGLES ? 3 * triangles
+                            : triangles > 0                 ? triangles + 2
+                                                            : 0;
         if (used > 0 && (ia ? ia->largestIndex(used) : used - 1) >= n)
             throw SceneError(what + " has an index past its last vertex");
         outline->vertices += n;
         outline->triangles += triangles;
-        if (triangles > 0 && std::find(outline->materials.begin(), outline->materials.end(), mat) == outline->materials.end())
+        if (triangles > 0 &&
+            std::find(outline->materials.begin(), outline->materials.end(), mat) == outline->materials.end())
             outline->materials.push_back(mat);
         return;
     }
@@ -531,7 +570,8 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
             double nx = uy * vz - uz * vy, ny = uz * vx - ux * vz, nz = ux * vy - uy * vx;
             double len = std::sqrt(nx * nx + ny * ny + nz * nz);
             if (len > 0) nx /= len, ny /= len, nz /= len;
-            shape.normals().push_back({static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
+            shape.normals().push_back(
+                {static_cast<float>(-nx), static_cast<float>(ny), static_cast<float>(nz)});
             na = nb = nc = static_cast<int32_t>(shape.normals().size() - 1);
             normalVertex.push_back(a);
         }
@@ -542,8 +582,9 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
     }
 }
 
-void Builder::readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin& skin, size_t base, size_t count,
-                          const std::string& what, std::vector<VertexWeight>& out, std::vector<size_t>& jointOf) {
+void Builder::readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin& skin, size_t base,
+                          size_t count, const std::string& what, std::vector<VertexWeight>& out,
+                          std::vector<size_t>& jointOf) {
     // Every set of four influences, not only the first; zero weights are none.
     std::vector<std::pair<AccessorView, AccessorView>> sets;
     for (int k = 0;; ++k) {
@@ -566,7 +607,8 @@ void Builder::readWeights(const tinygltf::Primitive& prim, const tinygltf::Skin&
                 const auto j = static_cast<size_t>(joints.component(v, c));
                 if (j >= skin.joints.size() || !objects_[static_cast<size_t>(skin.joints[j])])
                     throw SceneError(what + " names joint " + std::to_string(j) + ", which its skin lacks");
-                out.push_back({static_cast<int32_t>(base + v), objects_[skin.joints[j]]->shared_from_this(), w});
+                out.push_back(
+                    {static_cast<int32_t>(base + v), objects_[skin.joints[j]]->shared_from_this(), w});
                 jointOf.push_back(j);
             }
 }
@@ -594,12 +636,14 @@ void Builder::addSkinnedShape(const Skinned& s) {
         checkNode(skin.joints[j], what);
         Matrix16 b{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
         if (ibm)
-            for (int i = 0; i < 16; ++i) b[i] = ibm->component(j, i);
+            for (int i = 0; i < 16; ++i)
+                b[i] = ibm->component(j, i);
         for (float v : b)
             if (!std::isfinite(v)) throw SceneError(what + " has an inverse bind matrix that is not finite");
         MemoryObject* joint = objects_[static_cast<size_t>(skin.joints[j])];
         // A joint outside the scene's tree stands where the mesh's node does.
-        const Matrix16 world = scene::multiply(mirrorX(b), (joint ? joint : s.node)->GetRelativeMatrix(nullptr, 0));
+        const Matrix16 world =
+            scene::multiply(mirrorX(b), (joint ? joint : s.node)->GetRelativeMatrix(nullptr, 0));
         if (j == 0) bindToWorld = world;
         toNode.push_back(scene::multiply(world, nodeInverse));
     }
@@ -611,8 +655,8 @@ void Builder::addSkinnedShape(const Skinned& s) {
     for (size_t p = 0; p < model_.meshes[s.mesh].primitives.size(); ++p) {
         const size_t base = shape->positions().size();
         if (!appendPrimitive(*shape, s.mesh, p, mirrors(bindToWorld), normalVertex)) continue;
-        readWeights(model_.meshes[s.mesh].primitives[p], skin, base, shape->positions().size() - base, what, weights,
-                    jointOf);
+        readWeights(model_.meshes[s.mesh].primitives[p], skin, base, shape->positions().size() - base, what,
+                    weights, jointOf);
     }
     placeSkinnedVertices(*shape, weights, jointOf, toNode, normalVertex);
     shape->setWeights(weights);

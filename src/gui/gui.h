@@ -14,13 +14,13 @@ namespace tarnvale::gui {
 
 // The application object a run needs before any window; one per process.
 class QtSession {
-public:
+  public:
     QtSession(int& argc, char** argv);
     ~QtSession();
     QtSession(const QtSession&) = delete;
     QtSession& operator=(const QtSession&) = delete;
 
-private:
+  private:
     std::unique_ptr<QApplication> app_;
 };
 
@@ -30,13 +30,13 @@ int pixels(int32_t twips, double dotsPerInch);
 
 // frmOptions as a Qt dialog, modal, until the model closes the form.
 class QtFormWindow : public editor::FormWindow {
-public:
+  public:
     void showModal(editor::frmOptions& form) override;
 };
 
 // The common dialog as QFileDialog and QColorDialog.
 class QtDialogBoxes : public editor::DialogBoxes {
-public:
+  public:
     bool showOpen(editor::CommonDialog& cdlg) override;
     bool showSave(editor::CommonDialog& cdlg) override;
     bool showColor(editor::CommonDialog& cdlg) override;
@@ -44,17 +44,17 @@ public:
 
 // frmExport as a Qt dialog: Enter for OK, Escape for Cancel.
 class QtExportDialogs : public shell::ExportDialogs {
-public:
+  public:
     explicit QtExportDialogs(std::optional<std::string> name) : name_(std::move(name)) {}
     std::unique_ptr<shell::frmExport> create() override;
 
-private:
+  private:
     std::optional<std::string> name_;
 };
 
 // Message boxes as Qt message boxes, waiting for OK.
 class QtMessageBoxes : public platform::MessageBoxes {
-public:
+  public:
     void show(const std::string& text, const std::string& title, platform::BoxIcon icon) override;
 };
 

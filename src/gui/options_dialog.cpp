@@ -37,18 +37,20 @@ QColor colour(int32_t value, const QPalette& palette) {
 }
 
 class OptionsDialog : public QDialog {
-public:
+  public:
     explicit OptionsDialog(editor::frmOptions& form) : form_(form) {
         const QScreen* screen = QGuiApplication::primaryScreen();
         dpi_ = screen ? screen->logicalDotsPerInch() : 96.0;
         setObjectName("frmOptions");
         setWindowTitle(editor::kFormCaption);
-        setWindowFlags(Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::MSWindowsFixedSizeDialogHint);
+        setWindowFlags(Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint |
+                       Qt::MSWindowsFixedSizeDialogHint);
         setFixedSize(pixels(editor::kFormClient.width, dpi_), pixels(editor::kFormClient.height, dpi_));
         QFont small = font();
         small.setPointSizeF(8);
         setFont(small);
-        for (const editor::ControlState& c : form_.controls()) build(*c.layout);
+        for (const editor::ControlState& c : form_.controls())
+            build(*c.layout);
         // At opening every panel stands at its place, the first one in front.
         widgets_.at("picOptions(0)")->raise();
         sync();
@@ -64,13 +66,19 @@ public:
             w->setGeometry(pixels(c.rect.left, dpi_), pixels(c.rect.top, dpi_), pixels(c.rect.width, dpi_),
                            pixels(c.rect.height, dpi_));
             switch (c.layout->kind) {
-            case Kind::Label: static_cast<QLabel*>(w)->setText(text(c.caption)); break;
-            case Kind::Button: static_cast<QPushButton*>(w)->setText(text(c.caption)); break;
+            case Kind::Label:
+                static_cast<QLabel*>(w)->setText(text(c.caption));
+                break;
+            case Kind::Button:
+                static_cast<QPushButton*>(w)->setText(text(c.caption));
+                break;
             case Kind::CheckBox:
                 static_cast<QCheckBox*>(w)->setText(text(c.caption));
                 static_cast<QCheckBox*>(w)->setChecked(c.value != 0);
                 break;
-            case Kind::Slider: static_cast<QSlider*>(w)->setValue(c.value); break;
+            case Kind::Slider:
+                static_cast<QSlider*>(w)->setValue(c.value);
+                break;
             case Kind::DropDown: {
                 auto* box = static_cast<QComboBox*>(w);
                 box->setCurrentIndex(box->findText(QString::fromStdString(c.text)));
@@ -79,7 +87,8 @@ public:
             case Kind::ListBox: {
                 auto* list = static_cast<QListWidget*>(w);
                 list->clear();
-                for (const std::string& item : c.items) list->addItem(QString::fromStdString(item));
+                for (const std::string& item : c.items)
+                    list->addItem(QString::fromStdString(item));
                 list->setCurrentRow(c.selected);
                 break;
             }
@@ -88,19 +97,24 @@ public:
                 QPalette p = picture->palette();
                 p.setColor(QPalette::Window, colour(c.backColour, palette()));
                 picture->setPalette(p);
-                picture->setPixmap(c.picture.empty() ? QPixmap() : QPixmap(QString::fromStdString(c.picture)));
+                picture->setPixmap(c.picture.empty() ? QPixmap()
+                                                     : QPixmap(QString::fromStdString(c.picture)));
                 break;
             }
             case Kind::TabStrip:
-                for (int i = 0; i < static_cast<int>(tabs_.size()); ++i) tabs_[i]->setChecked(i + 1 == form_.selectedTab());
+                for (int i = 0; i < static_cast<int>(tabs_.size()); ++i)
+                    tabs_[i]->setChecked(i + 1 == form_.selectedTab());
                 break;
-            case Kind::Panel: break;
+            case Kind::Panel:
+                break;
             }
         }
     }
 
-protected:
-    void reject() override { act([&] { form_.click("cmdCancel"); }); }
+  protected:
+    void reject() override {
+        act([&] { form_.click("cmdCancel"); });
+    }
     void closeEvent(QCloseEvent* e) override {
         if (form_.isOpen()) act([&] { form_.closeBox(); });
         e->accept();
@@ -117,7 +131,7 @@ protected:
         return QDialog::eventFilter(object, e);
     }
 
-private:
+  private:
     // The form sees keys before the focused control does: Ctrl with Tab goes to it.
     bool preview(QKeyEvent* e) {
         if (e->key() != Qt::Key_Tab && e->key() != Qt::Key_Backtab) return false;
@@ -128,15 +142,15 @@ private:
         return true;
     }
 
-    template <typename Action>
-    void act(Action action) {
+    template <typename Action> void act(Action action) {
         action();
         sync();
         if (!form_.isOpen()) done(Accepted);
     }
 
     void build(const editor::ControlSpec& layout) {
-        QWidget* parent = layout.page >= 0 ? widgets_.at("picOptions(" + std::to_string(layout.page) + ")") : this;
+        QWidget* parent =
+            layout.page >= 0 ? widgets_.at("picOptions(" + std::to_string(layout.page) + ")") : this;
         const std::string name = layout.name;
         QWidget* w = nullptr;
         switch (layout.kind) {
@@ -168,13 +182,15 @@ private:
             slider->setPageStep(layout.slider.largeStep);
             slider->setTickInterval(layout.slider.tickEvery);
             slider->setTickPosition(QSlider::TicksBelow);
-            connect(slider, &QSlider::valueChanged, this, [this, name](int v) { act([&] { form_.slide(name, v); }); });
+            connect(slider, &QSlider::valueChanged, this,
+                    [this, name](int v) { act([&] { form_.slide(name, v); }); });
             w = slider;
             break;
         }
         case Kind::DropDown: {
             auto* box = new QComboBox(parent);
-            for (const std::string& item : *layout.items) box->addItem(QString::fromStdString(item));
+            for (const std::string& item : *layout.items)
+                box->addItem(QString::fromStdString(item));
             connect(box, &QComboBox::activated, this, [this, name, box](int i) {
                 act([&] { form_.pick(name, box->itemText(i).toStdString()); });
             });
@@ -202,7 +218,9 @@ private:
             w = new QWidget(parent);
             w->setAutoFillBackground(true); // a panel hides what lies behind it
             break;
-        case Kind::TabStrip: w = buildTabStrip(parent, layout.rect); break;
+        case Kind::TabStrip:
+            w = buildTabStrip(parent, layout.rect);
+            break;
         }
         w->setObjectName(QString::fromStdString(name));
         w->installEventFilter(this);
@@ -227,7 +245,8 @@ private:
             tab->setText(QString::fromStdString(pages[i].caption));
             tab->setToolTip(QString::fromStdString(pages[i].toolTip));
             tab->setObjectName(QString("tab%1").arg(i + 1));
-            const int row = i / perRow, column = i % perRow, inRow = row == 0 ? perRow : editor::kPageCount - perRow;
+            const int row = i / perRow, column = i % perRow,
+                      inRow = row == 0 ? perRow : editor::kPageCount - perRow;
             tab->setGeometry(column * width / inRow, row * rowHeight, width / inRow, rowHeight);
             connect(tab, &QToolButton::clicked, this, [this, i] { act([&] { form_.selectTab(i + 1); }); });
             tabs_.push_back(tab);
@@ -247,9 +266,13 @@ int pixels(int32_t twips, double dotsPerInch) {
     return static_cast<int>(std::lround(twips / 15.0 * dotsPerInch / 96.0));
 }
 
-std::unique_ptr<QWidget> makeOptionsDialog(editor::frmOptions& form) { return std::make_unique<OptionsDialog>(form); }
+std::unique_ptr<QWidget> makeOptionsDialog(editor::frmOptions& form) {
+    return std::make_unique<OptionsDialog>(form);
+}
 
-void refresh(QWidget& optionsDialog) { static_cast<OptionsDialog&>(optionsDialog).sync(); }
+void refresh(QWidget& optionsDialog) {
+    static_cast<OptionsDialog&>(optionsDialog).sync();
+}
 
 void QtFormWindow::showModal(editor::frmOptions& form) {
     form.Form_Load();

@@ -21,7 +21,8 @@ namespace {
 QString qtFilter(const std::string& filter) {
     QStringList parts = QString::fromStdString(filter).split('|');
     QStringList out;
-    for (int i = 0; i + 1 < parts.size(); i += 2) out << parts[i] + " (" + parts[i + 1].replace(';', ' ') + ")";
+    for (int i = 0; i + 1 < parts.size(); i += 2)
+        out << parts[i] + " (" + parts[i + 1].replace(';', ' ') + ")";
     return out.join(";;");
 }
 
@@ -48,14 +49,14 @@ bool pickFile(editor::CommonDialog& cdlg, QFileDialog::AcceptMode mode) {
 // Escape and the Cancel button reject the dialog; the title bar's close box only
 // ends it, setting no flag, so that the export goes on.
 class ExportWindow : public QDialog {
-public:
+  public:
     bool cancelled = false;
     void reject() override {
         cancelled = true;
         QDialog::reject();
     }
 
-protected:
+  protected:
     void closeEvent(QCloseEvent* e) override {
         e->accept();
         done(Rejected);
@@ -63,7 +64,7 @@ protected:
 };
 
 class QtExportDialog : public shell::frmExport {
-public:
+  public:
     explicit QtExportDialog(std::optional<std::string> name) : name_(std::move(name)) {}
 
     void Show() override {
@@ -94,11 +95,13 @@ public:
         name->setFocus();
         dialog.exec();
         txtName = name->text().toStdString();
-        if (dialog.cancelled) CancelButton_Click();
-        else OKButton_Click();
+        if (dialog.cancelled)
+            CancelButton_Click();
+        else
+            OKButton_Click();
     }
 
-private:
+  private:
     std::optional<std::string> name_;
 };
 
@@ -107,8 +110,12 @@ private:
 QtSession::QtSession(int& argc, char** argv) : app_(std::make_unique<QApplication>(argc, argv)) {}
 QtSession::~QtSession() = default;
 
-bool QtDialogBoxes::showOpen(editor::CommonDialog& cdlg) { return pickFile(cdlg, QFileDialog::AcceptOpen); }
-bool QtDialogBoxes::showSave(editor::CommonDialog& cdlg) { return pickFile(cdlg, QFileDialog::AcceptSave); }
+bool QtDialogBoxes::showOpen(editor::CommonDialog& cdlg) {
+    return pickFile(cdlg, QFileDialog::AcceptOpen);
+}
+bool QtDialogBoxes::showSave(editor::CommonDialog& cdlg) {
+    return pickFile(cdlg, QFileDialog::AcceptSave);
+}
 
 bool QtDialogBoxes::showColor(editor::CommonDialog& cdlg) {
     const QColor start(cdlg.Color & 0xFF, (cdlg.Color >> 8) & 0xFF, (cdlg.Color >> 16) & 0xFF);
@@ -118,7 +125,9 @@ bool QtDialogBoxes::showColor(editor::CommonDialog& cdlg) {
     return true;
 }
 
-std::unique_ptr<shell::frmExport> QtExportDialogs::create() { return std::make_unique<QtExportDialog>(name_); }
+std::unique_ptr<shell::frmExport> QtExportDialogs::create() {
+    return std::make_unique<QtExportDialog>(name_);
+}
 
 void QtMessageBoxes::show(const std::string& text, const std::string& title, platform::BoxIcon icon) {
     QMessageBox box;

@@ -32,8 +32,10 @@ int main(int argc, char** argv) {
     form.cmdStd_Click(2);
     auto dialog = gui::makeOptionsDialog(form);
     dialog->show();
-    const std::pair<int, const char*> pages[] = {{9, "standard-materials"}, {6, "framebuffer-blend"},
-                                                 {4, "special-functionality"}, {10, "enhanced-parameters"}};
+    const std::pair<int, const char*> pages[] = {{9, "standard-materials"},
+                                                 {6, "framebuffer-blend"},
+                                                 {4, "special-functionality"},
+                                                 {10, "enhanced-parameters"}};
     for (const auto& [tab, name] : pages) {
         form.selectTab(tab);
         gui::refresh(*dialog);

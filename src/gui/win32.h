@@ -12,13 +12,13 @@ namespace tarnvale::gui {
 
 // frmOptions as a Win32 window, modal, until the model closes the form.
 class Win32FormWindow : public editor::FormWindow {
-public:
+  public:
     void showModal(editor::frmOptions& form) override;
 };
 
 // The common dialog as GetOpenFileNameW, GetSaveFileNameW and ChooseColorW.
 class Win32DialogBoxes : public editor::DialogBoxes {
-public:
+  public:
     bool showOpen(editor::CommonDialog& cdlg) override;
     bool showSave(editor::CommonDialog& cdlg) override;
     bool showColor(editor::CommonDialog& cdlg) override;
@@ -26,17 +26,17 @@ public:
 
 // frmExport as a Win32 dialog: Enter for OK, Escape for Cancel.
 class Win32ExportDialogs : public shell::ExportDialogs {
-public:
+  public:
     explicit Win32ExportDialogs(std::optional<std::string> name) : name_(std::move(name)) {}
     std::unique_ptr<shell::frmExport> create() override;
 
-private:
+  private:
     std::optional<std::string> name_;
 };
 
 // The editor's window itself, for the tests and the screenshot tool.
 class OptionsWindow {
-public:
+  public:
     virtual ~OptionsWindow() = default;
     // The window (an HWND).
     virtual void* handle() const = 0;

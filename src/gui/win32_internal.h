@@ -3,8 +3,8 @@
 
 #include "platform/platform.h"
 
-#include <windows.h>
 #include <commctrl.h>
+#include <windows.h>
 
 #include <string>
 
@@ -32,12 +32,12 @@ HWND createTopWindow(const wchar_t* className, const std::string& title, int cli
                      void* self);
 
 // A child control in pixels, in the dialog font.
-HWND createChild(HWND parent, const wchar_t* className, const std::wstring& text, DWORD style, int id, RECT place);
+HWND createChild(HWND parent, const wchar_t* className, const std::wstring& text, DWORD style, int id,
+                 RECT place);
 
 // Runs messages until `done` holds, with the dialog keys (Tab, Enter, Escape);
 // `preview` sees each message first and gives true when it took it.
-template <typename Done, typename Preview>
-void runModal(HWND window, Done done, Preview preview) {
+template <typename Done, typename Preview> void runModal(HWND window, Done done, Preview preview) {
     MSG msg;
     while (!done() && ::GetMessageW(&msg, nullptr, 0, 0) > 0) {
         if (preview(msg)) continue;

@@ -21,14 +21,16 @@ constexpr const wchar_t* kPanelClass = L"TarnvalePanel";
 HBITMAP loadPicture(const std::string& path) {
     std::wstring file = platform::wide(path);
     IPicture* picture = nullptr;
-    if (FAILED(::OleLoadPicturePath(file.data(), nullptr, 0, 0, IID_IPicture, reinterpret_cast<void**>(&picture))))
+    if (FAILED(::OleLoadPicturePath(file.data(), nullptr, 0, 0, IID_IPicture,
+                                    reinterpret_cast<void**>(&picture))))
         return nullptr;
     OLE_HANDLE handle = 0;
     short type = 0;
     HBITMAP copy = nullptr;
-    if (SUCCEEDED(picture->get_Type(&type)) && type == PICTYPE_BITMAP && SUCCEEDED(picture->get_Handle(&handle)))
-        copy = static_cast<HBITMAP>(::CopyImage(reinterpret_cast<HANDLE>(static_cast<UINT_PTR>(handle)), IMAGE_BITMAP,
-                                                0, 0, 0));
+    if (SUCCEEDED(picture->get_Type(&type)) && type == PICTYPE_BITMAP &&
+        SUCCEEDED(picture->get_Handle(&handle)))
+        copy = static_cast<HBITMAP>(
+            ::CopyImage(reinterpret_cast<HANDLE>(static_cast<UINT_PTR>(handle)), IMAGE_BITMAP, 0, 0, 0));
     picture->Release();
     return copy;
 }
@@ -39,22 +41,24 @@ COLORREF colour(int32_t value) {
 }
 
 class Win32OptionsWindow : public OptionsWindow {
-public:
+  public:
     explicit Win32OptionsWindow(editor::frmOptions& form) : form_(form) {
         ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
         INITCOMMONCONTROLSEX common{sizeof common, ICC_TAB_CLASSES | ICC_BAR_CLASSES | ICC_STANDARD_CLASSES};
         ::InitCommonControlsEx(&common);
         win32::registerClass(kFormClass, &Win32OptionsWindow::procedure);
         win32::registerClass(kPanelClass, &Win32OptionsWindow::panelProcedure);
-        window_ = win32::createTopWindow(kFormClass, editor::kFormCaption, win32::pixels(editor::kFormClient.width),
-                                         win32::pixels(editor::kFormClient.height), this);
+        window_ =
+            win32::createTopWindow(kFormClass, editor::kFormCaption, win32::pixels(editor::kFormClient.width),
+                                   win32::pixels(editor::kFormClient.height), this);
         if (!window_) throw Failure(err::kInvalidCall, "the material editor's window cannot be made here");
-        tips_ = ::CreateWindowExW(WS_EX_TOPMOST, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP, 0, 0, 0, 0,
-                                  window_, nullptr, ::GetModuleHandleW(nullptr), nullptr);
+        tips_ = ::CreateWindowExW(WS_EX_TOPMOST, TOOLTIPS_CLASSW, nullptr, WS_POPUP | TTS_ALWAYSTIP, 0, 0, 0,
+                                  0, window_, nullptr, ::GetModuleHandleW(nullptr), nullptr);
         ::SendMessageW(tips_, TTM_SETMAXTIPWIDTH, 0, 400);
         const auto& controls = form_.controls();
         shown_.resize(controls.size());
-        for (size_t i = 0; i < controls.size(); ++i) build(i, *controls[i].layout);
+        for (size_t i = 0; i < controls.size(); ++i)
+            build(i, *controls[i].layout);
         // Panels stand over the tab strip's frame.
         for (size_t i = 0; i < controls.size(); ++i)
             if (controls[i].layout->kind == Kind::Panel)
@@ -81,25 +85,30 @@ public:
     }
 
     void runModal() override {
-        win32::runModal(window_, [this] { return !form_.isOpen(); }, [this](MSG& msg) {
-            // The form sees keys before the focused control does: Ctrl with Tab goes to it.
-            if (msg.message != WM_KEYDOWN || msg.wParam != VK_TAB || !(::GetKeyState(VK_CONTROL) & 0x8000))
-                return false;
-            const int shift = (::GetKeyState(VK_SHIFT) & 0x8000 ? 1 : 0) | 2 | (::GetKeyState(VK_MENU) & 0x8000 ? 4 : 0);
-            act([&] { form_.keyDown(9, shift); });
-            return true;
-        });
+        win32::runModal(
+            window_, [this] { return !form_.isOpen(); },
+            [this](MSG& msg) {
+                // The form sees keys before the focused control does: Ctrl with Tab goes to it.
+                if (msg.message != WM_KEYDOWN || msg.wParam != VK_TAB ||
+                    !(::GetKeyState(VK_CONTROL) & 0x8000))
+                    return false;
+                const int shift = (::GetKeyState(VK_SHIFT) & 0x8000 ? 1 : 0) | 2 |
+                                  (::GetKeyState(VK_MENU) & 0x8000 ? 4 : 0);
+                act([&] { form_.keyDown(9, shift); });
+                return true;
+            });
     }
 
     // The windows as the model holds them.
     void sync() override {
         syncing_ = true;
         const auto& controls = form_.controls();
-        for (size_t i = 0; i < controls.size(); ++i) follow(i, controls[i]);
+        for (size_t i = 0; i < controls.size(); ++i)
+            follow(i, controls[i]);
         syncing_ = false;
     }
 
-private:
+  private:
     // What a window shows now, so that only changes reach it.
     struct Shown {
         std::string text, toolTip, picture;
@@ -108,8 +117,7 @@ private:
         bool enabled = true, tipAdded = false;
     };
 
-    template <typename Action>
-    void act(Action action) {
+    template <typename Action> void act(Action action) {
         if (syncing_ || !form_.isOpen()) return;
         action();
         sync();
@@ -122,18 +130,23 @@ private:
         const std::wstring text = win32::caption(layout.caption);
         HWND w = nullptr;
         switch (layout.kind) {
-        case Kind::Label: w = win32::createChild(parent, L"STATIC", text, SS_LEFT, id, none); break;
+        case Kind::Label:
+            w = win32::createChild(parent, L"STATIC", text, SS_LEFT, id, none);
+            break;
         case Kind::Button:
-            w = win32::createChild(parent, L"BUTTON", text,
-                                   WS_TABSTOP | (std::string(layout.name) == "cmdOK" ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON) |
-                                       BS_MULTILINE,
-                                   id, none);
+            w = win32::createChild(
+                parent, L"BUTTON", text,
+                WS_TABSTOP | (std::string(layout.name) == "cmdOK" ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON) |
+                    BS_MULTILINE,
+                id, none);
             break;
         case Kind::CheckBox:
-            w = win32::createChild(parent, L"BUTTON", text, WS_TABSTOP | BS_CHECKBOX | BS_MULTILINE, id, none);
+            w = win32::createChild(parent, L"BUTTON", text, WS_TABSTOP | BS_CHECKBOX | BS_MULTILINE, id,
+                                   none);
             break;
         case Kind::Slider:
-            w = win32::createChild(parent, TRACKBAR_CLASSW, L"", WS_TABSTOP | TBS_AUTOTICKS | TBS_BOTTOM, id, none);
+            w = win32::createChild(parent, TRACKBAR_CLASSW, L"", WS_TABSTOP | TBS_AUTOTICKS | TBS_BOTTOM, id,
+                                   none);
             ::SendMessageW(w, TBM_SETRANGEMIN, FALSE, layout.slider.min);
             ::SendMessageW(w, TBM_SETRANGEMAX, FALSE, layout.slider.max);
             ::SendMessageW(w, TBM_SETLINESIZE, 0, layout.slider.smallStep);
@@ -141,26 +154,29 @@ private:
             ::SendMessageW(w, TBM_SETTICFREQ, layout.slider.tickEvery, 0);
             break;
         case Kind::DropDown:
-            w = win32::createChild(parent, WC_COMBOBOXW, L"", WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWNLIST, id, none);
+            w = win32::createChild(parent, WC_COMBOBOXW, L"", WS_TABSTOP | WS_VSCROLL | CBS_DROPDOWNLIST, id,
+                                   none);
             for (const std::string& item : *layout.items)
                 ::SendMessageW(w, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(platform::wide(item).c_str()));
             break;
         case Kind::ListBox:
-            w = win32::createChild(parent, L"LISTBOX", L"", WS_TABSTOP | WS_BORDER | WS_VSCROLL | LBS_NOTIFY, id, none);
+            w = win32::createChild(parent, L"LISTBOX", L"", WS_TABSTOP | WS_BORDER | WS_VSCROLL | LBS_NOTIFY,
+                                   id, none);
             break;
         case Kind::Picture:
             w = win32::createChild(parent, L"STATIC", L"", SS_OWNERDRAW | SS_NOTIFY, id, none);
             break;
         case Kind::Panel:
-            w = ::CreateWindowExW(WS_EX_CONTROLPARENT, kPanelClass, L"", WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0,
-                                  0, 0, parent, reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
+            w = ::CreateWindowExW(WS_EX_CONTROLPARENT, kPanelClass, L"",
+                                  WS_CHILD | WS_VISIBLE | WS_CLIPSIBLINGS, 0, 0, 0, 0, parent,
+                                  reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
                                   ::GetModuleHandleW(nullptr), nullptr);
             panels_.push_back(index);
             break;
         case Kind::TabStrip:
             // Eleven tabs do not fit in one row of the strip's width: the strip makes two.
-            w = win32::createChild(parent, WC_TABCONTROLW, L"", WS_TABSTOP | WS_CLIPSIBLINGS | TCS_MULTILINE | TCS_TOOLTIPS,
-                                   id, none);
+            w = win32::createChild(parent, WC_TABCONTROLW, L"",
+                                   WS_TABSTOP | WS_CLIPSIBLINGS | TCS_MULTILINE | TCS_TOOLTIPS, id, none);
             for (int i = 0; i < editor::kPageCount; ++i) {
                 std::wstring page = platform::wide(editor::pageSpecs()[i].caption);
                 TCITEMW item{};
@@ -193,21 +209,27 @@ private:
         case Kind::CheckBox:
             if (c.caption != s.text) ::SetWindowTextW(w, win32::caption(c.caption).c_str());
             s.text = c.caption;
-            if (c.layout->kind == Kind::CheckBox) ::SendMessageW(w, BM_SETCHECK, c.value ? BST_CHECKED : BST_UNCHECKED, 0);
+            if (c.layout->kind == Kind::CheckBox)
+                ::SendMessageW(w, BM_SETCHECK, c.value ? BST_CHECKED : BST_UNCHECKED, 0);
             break;
-        case Kind::Slider: ::SendMessageW(w, TBM_SETPOS, TRUE, c.value); break;
+        case Kind::Slider:
+            ::SendMessageW(w, TBM_SETPOS, TRUE, c.value);
+            break;
         case Kind::DropDown: {
-            const LRESULT at = c.text.empty() ? CB_ERR
-                                              : ::SendMessageW(w, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1),
-                                                               reinterpret_cast<LPARAM>(platform::wide(c.text).c_str()));
-            ::SendMessageW(w, CB_SETCURSEL, at == CB_ERR ? static_cast<WPARAM>(-1) : static_cast<WPARAM>(at), 0);
+            const LRESULT at = c.text.empty()
+                                   ? CB_ERR
+                                   : ::SendMessageW(w, CB_FINDSTRINGEXACT, static_cast<WPARAM>(-1),
+                                                    reinterpret_cast<LPARAM>(platform::wide(c.text).c_str()));
+            ::SendMessageW(w, CB_SETCURSEL, at == CB_ERR ? static_cast<WPARAM>(-1) : static_cast<WPARAM>(at),
+                           0);
             break;
         }
         case Kind::ListBox:
             if (c.items != s.items) {
                 ::SendMessageW(w, LB_RESETCONTENT, 0, 0);
                 for (const std::string& item : c.items)
-                    ::SendMessageW(w, LB_ADDSTRING, 0, reinterpret_cast<LPARAM>(platform::wide(item).c_str()));
+                    ::SendMessageW(w, LB_ADDSTRING, 0,
+                                   reinterpret_cast<LPARAM>(platform::wide(item).c_str()));
                 s.items = c.items;
             }
             ::SendMessageW(w, LB_SETCURSEL, static_cast<WPARAM>(c.selected), 0);
@@ -220,8 +242,11 @@ private:
             }
             ::InvalidateRect(w, nullptr, TRUE);
             break;
-        case Kind::TabStrip: ::SendMessageW(w, TCM_SETCURSEL, form_.selectedTab() - 1, 0); break;
-        case Kind::Panel: break;
+        case Kind::TabStrip:
+            ::SendMessageW(w, TCM_SETCURSEL, form_.selectedTab() - 1, 0);
+            break;
+        case Kind::Panel:
+            break;
         }
     }
 
@@ -233,7 +258,8 @@ private:
         info.hwnd = window_;
         info.uId = reinterpret_cast<UINT_PTR>(w);
         info.lpszText = tip.data();
-        ::SendMessageW(tips_, s.tipAdded ? TTM_UPDATETIPTEXTW : TTM_ADDTOOLW, 0, reinterpret_cast<LPARAM>(&info));
+        ::SendMessageW(tips_, s.tipAdded ? TTM_UPDATETIPTEXTW : TTM_ADDTOOLW, 0,
+                       reinterpret_cast<LPARAM>(&info));
         s.tipAdded = true;
         s.toolTip = text;
     }
@@ -269,7 +295,9 @@ private:
         const auto& controls = form_.controls();
         auto nameOf = [&](int id) -> const char* {
             const int i = id - kFirstId;
-            return i >= 0 && i < static_cast<int>(controls.size()) ? controls[static_cast<size_t>(i)].layout->name : nullptr;
+            return i >= 0 && i < static_cast<int>(controls.size())
+                       ? controls[static_cast<size_t>(i)].layout->name
+                       : nullptr;
         };
         switch (message) {
         case WM_COMMAND: {
@@ -282,7 +310,8 @@ private:
             if (!name) break;
             const Kind kind = controls[static_cast<size_t>(id - kFirstId)].layout->kind;
             HWND control = reinterpret_cast<HWND>(l);
-            if ((kind == Kind::Button || kind == Kind::CheckBox) && code == BN_CLICKED) act([&] { form_.click(name); });
+            if ((kind == Kind::Button || kind == Kind::CheckBox) && code == BN_CLICKED)
+                act([&] { form_.click(name); });
             if (kind == Kind::Picture && code == STN_CLICKED) act([&] { form_.click(name); });
             if (kind == Kind::DropDown && code == CBN_SELCHANGE) {
                 const LRESULT at = ::SendMessageW(control, CB_GETCURSEL, 0, 0);
@@ -302,7 +331,8 @@ private:
         }
         case WM_HSCROLL:
             if (const char* name = nameOf(::GetDlgCtrlID(reinterpret_cast<HWND>(l)))) {
-                const auto value = static_cast<int32_t>(::SendMessageW(reinterpret_cast<HWND>(l), TBM_GETPOS, 0, 0));
+                const auto value =
+                    static_cast<int32_t>(::SendMessageW(reinterpret_cast<HWND>(l), TBM_GETPOS, 0, 0));
                 act([&] { form_.slide(name, value); });
             }
             return 0;
@@ -320,9 +350,14 @@ private:
             }
             return 0;
         }
-        case WM_DRAWITEM: draw(*reinterpret_cast<const DRAWITEMSTRUCT*>(l)); return TRUE;
-        case WM_CLOSE: act([&] { form_.closeBox(); }); return 0;
-        default: break;
+        case WM_DRAWITEM:
+            draw(*reinterpret_cast<const DRAWITEMSTRUCT*>(l));
+            return TRUE;
+        case WM_CLOSE:
+            act([&] { form_.closeBox(); });
+            return 0;
+        default:
+            break;
         }
         return ::DefWindowProcW(window, message, w, l);
     }
@@ -338,17 +373,19 @@ private:
         case WM_COMMAND:
         case WM_HSCROLL:
         case WM_NOTIFY:
-        case WM_DRAWITEM: return ::SendMessageW(::GetAncestor(panel, GA_ROOT), message, w, l);
-        default: return ::DefWindowProcW(panel, message, w, l);
+        case WM_DRAWITEM:
+            return ::SendMessageW(::GetAncestor(panel, GA_ROOT), message, w, l);
+        default:
+            return ::DefWindowProcW(panel, message, w, l);
         }
     }
 
     editor::frmOptions& form_;
     HWND window_ = nullptr, tips_ = nullptr, tabStrip_ = nullptr;
-    std::vector<HWND> windows_;       // by the model's control index
-    std::vector<HBITMAP> bitmaps_;    // pictures shown, by control index
+    std::vector<HWND> windows_;    // by the model's control index
+    std::vector<HBITMAP> bitmaps_; // pictures shown, by control index
     std::vector<Shown> shown_;
-    std::vector<size_t> panels_;      // control index of each page's panel
+    std::vector<size_t> panels_; // control index of each page's panel
     std::wstring tabTip_;
     bool syncing_ = false;
 };

@@ -38,17 +38,18 @@ HWND createTopWindow(const wchar_t* className, const std::string& title, int cli
     ::AdjustWindowRectEx(&r, style, FALSE, exStyle);
     const int w = r.right - r.left, h = r.bottom - r.top;
     const int x = (::GetSystemMetrics(SM_CXSCREEN) - w) / 2, y = (::GetSystemMetrics(SM_CYSCREEN) - h) / 2;
-    HWND window = ::CreateWindowExW(exStyle, className, platform::wide(title).c_str(), style, x, y, w, h, nullptr,
-                                    nullptr, ::GetModuleHandleW(nullptr), nullptr);
+    HWND window = ::CreateWindowExW(exStyle, className, platform::wide(title).c_str(), style, x, y, w, h,
+                                    nullptr, nullptr, ::GetModuleHandleW(nullptr), nullptr);
     if (window) ::SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(self));
     return window;
 }
 
-HWND createChild(HWND parent, const wchar_t* className, const std::wstring& text, DWORD style, int id, RECT place) {
-    HWND child = ::CreateWindowExW(0, className, text.c_str(), WS_CHILD | WS_VISIBLE | style, place.left, place.top,
-                                   place.right, place.bottom, parent,
-                                   reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), ::GetModuleHandleW(nullptr),
-                                   nullptr);
+HWND createChild(HWND parent, const wchar_t* className, const std::wstring& text, DWORD style, int id,
+                 RECT place) {
+    HWND child = ::CreateWindowExW(0, className, text.c_str(), WS_CHILD | WS_VISIBLE | style, place.left,
+                                   place.top, place.right, place.bottom, parent,
+                                   reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)),
+                                   ::GetModuleHandleW(nullptr), nullptr);
     ::SendMessageW(child, WM_SETFONT, reinterpret_cast<WPARAM>(::GetStockObject(DEFAULT_GUI_FONT)), FALSE);
     return child;
 }
@@ -95,13 +96,18 @@ bool pickFile(editor::CommonDialog& cdlg, bool save) {
 
 } // namespace
 
-bool Win32DialogBoxes::showOpen(editor::CommonDialog& cdlg) { return pickFile(cdlg, false); }
-bool Win32DialogBoxes::showSave(editor::CommonDialog& cdlg) { return pickFile(cdlg, true); }
+bool Win32DialogBoxes::showOpen(editor::CommonDialog& cdlg) {
+    return pickFile(cdlg, false);
+}
+bool Win32DialogBoxes::showSave(editor::CommonDialog& cdlg) {
+    return pickFile(cdlg, true);
+}
 
 bool Win32DialogBoxes::showColor(editor::CommonDialog& cdlg) {
     static_assert(sizeof(COLORREF) == sizeof(uint32_t));
     COLORREF custom[16];
-    for (int i = 0; i < 16; ++i) custom[i] = RGB(255, 255, 255);
+    for (int i = 0; i < 16; ++i)
+        custom[i] = RGB(255, 255, 255);
     CHOOSECOLORW box{};
     box.lStructSize = sizeof box;
     box.hwndOwner = ::GetActiveWindow();
@@ -120,7 +126,7 @@ namespace {
 constexpr int kNameBox = 100;
 
 class Win32ExportDialog : public shell::frmExport {
-public:
+  public:
     explicit Win32ExportDialog(std::optional<std::string> name) : name_(std::move(name)) {}
 
     void Show() override {
@@ -132,26 +138,35 @@ public:
             OKButton_Click();
             return;
         }
-        auto place = [](int l, int t, int w, int h) { return RECT{pixels(l), pixels(t), pixels(w), pixels(h)}; };
+        auto place = [](int l, int t, int w, int h) {
+            return RECT{pixels(l), pixels(t), pixels(w), pixels(h)};
+        };
         // In their tab order: OK, Cancel, the name, its caption, the GUID line.
-        win32::createChild(window_, L"BUTTON", L"OK", WS_TABSTOP | BS_DEFPUSHBUTTON, IDOK, place(4680, 120, 1215, 375));
+        win32::createChild(window_, L"BUTTON", L"OK", WS_TABSTOP | BS_DEFPUSHBUTTON, IDOK,
+                           place(4680, 120, 1215, 375));
         win32::createChild(window_, L"BUTTON", L"Cancel", WS_TABSTOP | BS_PUSHBUTTON, IDCANCEL,
                            place(4680, 600, 1215, 375));
-        name_box_ = win32::createChild(window_, L"EDIT", platform::wide(txtName), WS_TABSTOP | WS_BORDER | ES_AUTOHSCROLL,
-                                       kNameBox, place(1080, 120, 3435, 315));
-        win32::createChild(window_, L"STATIC", win32::caption(Label1), SS_LEFT, -1, place(300, 180, 735, 195));
-        win32::createChild(window_, L"STATIC", win32::caption(Label2), SS_LEFT, -1, place(300, 540, 4215, 255));
+        name_box_ = win32::createChild(window_, L"EDIT", platform::wide(txtName),
+                                       WS_TABSTOP | WS_BORDER | ES_AUTOHSCROLL, kNameBox,
+                                       place(1080, 120, 3435, 315));
+        win32::createChild(window_, L"STATIC", win32::caption(Label1), SS_LEFT, -1,
+                           place(300, 180, 735, 195));
+        win32::createChild(window_, L"STATIC", win32::caption(Label2), SS_LEFT, -1,
+                           place(300, 540, 4215, 255));
         ::ShowWindow(window_, SW_SHOW);
         ::SetForegroundWindow(window_);
         ::SetFocus(name_box_);
         ::SendMessageW(name_box_, EM_SETSEL, 0, -1);
-        win32::runModal(window_, [this] { return ended_; }, [](MSG&) { return false; });
-        if (cancelled_) CancelButton_Click();
-        else OKButton_Click();
+        win32::runModal(
+            window_, [this] { return ended_; }, [](MSG&) { return false; });
+        if (cancelled_)
+            CancelButton_Click();
+        else
+            OKButton_Click();
         ::DestroyWindow(window_);
     }
 
-private:
+  private:
     // Escape and Cancel cancel; OK and the close box end the dialog with the name.
     void end(bool cancel) {
         const int n = ::GetWindowTextLengthW(name_box_);
@@ -183,6 +198,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<shell::frmExport> Win32ExportDialogs::create() { return std::make_unique<Win32ExportDialog>(name_); }
+std::unique_ptr<shell::frmExport> Win32ExportDialogs::create() {
+    return std::make_unique<Win32ExportDialog>(name_);
+}
 
 } // namespace tarnvale::gui

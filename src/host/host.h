@@ -14,13 +14,13 @@ namespace tarnvale {
 // The one failure type of the system: a host call, a file, the XML layer or the
 // export's own arithmetic failed. Carries the number and text the failure box shows.
 class Failure : public std::runtime_error {
-public:
+  public:
     Failure(int32_t number, const std::string& description)
         : std::runtime_error(description), number_(number) {}
     int32_t number() const { return number_; }
     std::string description() const { return what(); }
 
-private:
+  private:
     int32_t number_;
 };
 
@@ -119,7 +119,7 @@ struct VertexWeight {
 // A polygon of a shape: a light handle (shape, index), valid while the shape lives
 // and its polygon list is not shortened.
 class SGFace {
-public:
+  public:
     SGFace(SGShape* shape, int32_t index) : shape_(shape), index_(index) {}
     int32_t index() const { return index_; }
     int32_t GetCornerCount() const;
@@ -131,20 +131,20 @@ public:
     int32_t GetCornerNormal(int32_t corner) const;
     void AddCorner(int32_t vertex, int32_t normal, int32_t uv);
 
-private:
+  private:
     SGShape* shape_;
     int32_t index_;
 };
 
 class SGUnits {
-public:
+  public:
     virtual ~SGUnits() = default;
     // value in the given unit code, as metres, in decimal text with a "." point.
     virtual std::string ToMetres(double value, int32_t unitCode) = 0;
 };
 
 class SGDocument {
-public:
+  public:
     virtual ~SGDocument() = default;
     virtual SGObjectPtr GetRootObject() = 0;
     // Unit code of the scene's coordinates.
@@ -152,7 +152,7 @@ public:
 };
 
 class SGScene {
-public:
+  public:
     virtual ~SGScene() = default;
     virtual SGDocumentPtr GetDocument() = 0;
     // A new shape, attached to no node.
@@ -162,7 +162,7 @@ public:
 };
 
 class SGNodeList {
-public:
+  public:
     virtual ~SGNodeList() = default;
     virtual int32_t GetCount() = 0;
     // 0-based; a position out of range fails.
@@ -170,14 +170,14 @@ public:
 };
 
 class SGShapeList {
-public:
+  public:
     virtual ~SGShapeList() = default;
     virtual int32_t GetCount() = 0;
     virtual SGShapePtr GetItem(int32_t position) = 0;
 };
 
 class SGObject {
-public:
+  public:
     virtual ~SGObject() = default;
     virtual std::string GetName() = 0;
     // None for the root object.
@@ -206,7 +206,7 @@ public:
 };
 
 class SGShape {
-public:
+  public:
     virtual ~SGShape() = default;
     // 11 is a polygon mesh.
     virtual int32_t GetGeometryKind() = 0;
@@ -243,7 +243,7 @@ public:
 };
 
 class SGTextures {
-public:
+  public:
     virtual ~SGTextures() = default;
     virtual std::string GetFileName() = 0;
     virtual std::string GetBumpFileName() = 0;
@@ -253,7 +253,7 @@ public:
 };
 
 class SGMaterial {
-public:
+  public:
     virtual ~SGMaterial() = default;
     virtual std::string GetName() = 0;
     virtual void SetName(const std::string& name) = 0;
@@ -271,7 +271,7 @@ public:
 
 // The host's older flat material.
 class SGState {
-public:
+  public:
     virtual ~SGState() = default;
     virtual std::string GetFileName() = 0;
     virtual std::string GetBumpFileName() = 0;
@@ -285,17 +285,31 @@ public:
     virtual std::string GetMaterialField(int32_t fieldId) = 0;
 };
 
-inline int32_t SGFace::GetCornerCount() const { return shape_->FaceCornerCount(index_); }
-inline const SGMaterialPtr& SGFace::GetMaterial() const { return shape_->FaceMaterial(index_); }
-inline void SGFace::SetMaterial(const SGMaterialPtr& m) { shape_->FaceSetMaterial(index_, m); }
-inline Uv SGFace::GetCornerUV(int32_t c) const { return shape_->FaceCornerUV(index_, c); }
-inline int32_t SGFace::GetCornerVertex(int32_t c) const { return shape_->FaceCornerVertex(index_, c); }
-inline int32_t SGFace::GetCornerNormal(int32_t c) const { return shape_->FaceCornerNormal(index_, c); }
-inline void SGFace::AddCorner(int32_t v, int32_t n, int32_t uv) { shape_->FaceAddCorner(index_, v, n, uv); }
+inline int32_t SGFace::GetCornerCount() const {
+    return shape_->FaceCornerCount(index_);
+}
+inline const SGMaterialPtr& SGFace::GetMaterial() const {
+    return shape_->FaceMaterial(index_);
+}
+inline void SGFace::SetMaterial(const SGMaterialPtr& m) {
+    shape_->FaceSetMaterial(index_, m);
+}
+inline Uv SGFace::GetCornerUV(int32_t c) const {
+    return shape_->FaceCornerUV(index_, c);
+}
+inline int32_t SGFace::GetCornerVertex(int32_t c) const {
+    return shape_->FaceCornerVertex(index_, c);
+}
+inline int32_t SGFace::GetCornerNormal(int32_t c) const {
+    return shape_->FaceCornerNormal(index_, c);
+}
+inline void SGFace::AddCorner(int32_t v, int32_t n, int32_t uv) {
+    shape_->FaceAddCorner(index_, v, n, uv);
+}
 
 // The host's import/export plug-in interface, as a plug-in answers it.
 class PluginImportExport {
-public:
+  public:
     virtual ~PluginImportExport() = default;
     // Exports the group beside ExportFileName. ApplicationState and the user data
     // are the host's and are not looked at.

@@ -10,11 +10,15 @@ namespace {
 // The constant as a 32-bit float, as the host's alpha is compared with it.
 constexpr float kOpaqueAlpha = 0.97f;
 
-std::string noneIfDot(const std::string& name) { return name == "." ? std::string() : name; }
+std::string noneIfDot(const std::string& name) {
+    return name == "." ? std::string() : name;
+}
 
 int32_t pack(float r, float g, float b) {
     // The product is taken in double, then rounded half to even.
-    auto channel = [](float c) { return static_cast<int32_t>(std::nearbyint(static_cast<double>(c) * 255.0)); };
+    auto channel = [](float c) {
+        return static_cast<int32_t>(std::nearbyint(static_cast<double>(c) * 255.0));
+    };
     return channel(r) + channel(g) * 256 + channel(b) * 65536;
 }
 
@@ -66,8 +70,12 @@ void FS10Material::Create(const SGStatePtr& m, int32_t fieldId) {
     loadString(m->GetMaterialField(fieldId));
 }
 
-int32_t FS10Material::getDiffColor() const { return pack(DiffRed, DiffGreen, DiffBlue); }
-int32_t FS10Material::getSpecColor() const { return pack(SpecRed, SpecGreen, SpecBlue); }
+int32_t FS10Material::getDiffColor() const {
+    return pack(DiffRed, DiffGreen, DiffBlue);
+}
+int32_t FS10Material::getSpecColor() const {
+    return pack(SpecRed, SpecGreen, SpecBlue);
+}
 
 void FS10Material::setSpecular(int32_t l) {
     SpecBlue = static_cast<float>(static_cast<double>(l / 65536) / 255.0);

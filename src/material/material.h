@@ -16,18 +16,18 @@ class FS10Material;
 // Shows a record in the material editor's window; OK writes the record, Cancel
 // leaves it. Implemented by the editor, so that this code needs no toolkit.
 class RecordEditor {
-public:
+  public:
     virtual ~RecordEditor() = default;
     virtual void edit(FS10Material& record) = 0;
 };
 
 // One material's simulator parameters. Flags are 16-bit: 0 off, 1 on.
 class FS10Material {
-public:
+  public:
     // ---- Public fields, with their defaults --------------------------------------
-    float Power = 0;                 // specular power, from the host material
-    float DetailScale = 1.0f;        // times the detail texture is tiled
-    float BumpScale = 1.0f;          // times the bump map is tiled
+    float Power = 0;          // specular power, from the host material
+    float DetailScale = 1.0f; // times the detail texture is tiled
+    float BumpScale = 1.0f;   // times the bump map is tiled
     float EnvironmentLevelScale = 0.3f;
     int16_t bUseGlobalEnv = 0;
     int16_t bModEnvInvDiffuseAlpha = 0;
@@ -113,7 +113,7 @@ public:
     const std::vector<std::string>& fieldList() const { return FieldList; }
     const SGMaterialPtr& hostMaterial() const { return HostMaterial; }
 
-private:
+  private:
     float DiffRed = 0, DiffGreen = 0, DiffBlue = 0, DiffAlpha = 0;
     float SpecRed = 0.9f, SpecGreen = 0.9f, SpecBlue = 0.9f;
     std::vector<std::string> FieldList;

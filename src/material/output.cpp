@@ -2,15 +2,18 @@
 #include "material/material.h"
 #include "platform/number_text.h"
 
-
 namespace tarnvale::material {
 
 namespace {
 
 using platform::TextSink;
 
-std::string D(float v) { return FS10Material::FormatSingle(v); }
-std::string N(int16_t v) { return platform::paddedNumber(v); }
+std::string D(float v) {
+    return FS10Material::FormatSingle(v);
+}
+std::string N(int16_t v) {
+    return platform::paddedNumber(v);
+}
 // A Single as the runtime prints it: a blank ahead unless negative, no digit
 // before the point below 1, a blank behind.
 std::string F(float v) {
@@ -39,7 +42,9 @@ void block(TextSink& file, const char* name, const std::string& value) {
 
 } // namespace
 
-std::string FS10Material::FormatSingle(float value) { return platform::formatMask(value, 1, 7); }
+std::string FS10Material::FormatSingle(float value) {
+    return platform::formatMask(value, 1, 7);
+}
 
 std::string FS10Material::NormalizeTextureName(std::string& name, std::string& warnings) const {
     if (bIsVCTexture == 1) {
@@ -112,9 +117,12 @@ std::string FS10Material::Output(TextSink& file) {
 
     if (bIsNNumber == 1) block(file, "NNumberTexture", N(bIsNNumber) + ";");
     const std::pair<const char*, std::string*> textures[] = {
-        {"BumpTextureFileName", &BumpTextureFileName},         {"DetailTextureFileName", &DetailTextureFileName},
-        {"FresnelTextureFileName", &FresnelTextureFileName},   {"DiffuseTextureFileName", &DiffuseTextureFileName},
-        {"SpecularTextureFileName", &SpecularTextureFileName}, {"ReflectionTextureFileName", &ReflectionTextureFileName},
+        {"BumpTextureFileName", &BumpTextureFileName},
+        {"DetailTextureFileName", &DetailTextureFileName},
+        {"FresnelTextureFileName", &FresnelTextureFileName},
+        {"DiffuseTextureFileName", &DiffuseTextureFileName},
+        {"SpecularTextureFileName", &SpecularTextureFileName},
+        {"ReflectionTextureFileName", &ReflectionTextureFileName},
         {"EmissiveTextureFileName", &EmissiveTextureFileName},
     };
     for (const auto& [blockName, field] : textures)

@@ -38,7 +38,8 @@ std::vector<std::string> listLibraryFiles(const std::string& folder) {
     namespace fs = std::filesystem;
     std::vector<std::string> names;
     std::error_code ec;
-    for (fs::directory_iterator it(platform::systemPath(folder), ec), end; !ec && it != end; it.increment(ec)) {
+    for (fs::directory_iterator it(platform::systemPath(folder), ec), end; !ec && it != end;
+         it.increment(ec)) {
         const std::string name = platform::utf8Path(it->path().filename());
         if (name.empty() || name[0] == '.' || !it->is_regular_file(ec)) continue;
         const size_t characters = platform::characterCount(name);

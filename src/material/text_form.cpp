@@ -71,16 +71,56 @@ struct TextKeys {
         {"FinalAlphaValue", &M::FinalAlphaValue},
     };
     // The reader's order.
-    static constexpr const char* kRead[50] = {
-        "SpecRed", "SpecGreen", "SpecBlue", "UseGlobalEnv", "SrcBlend", "DstBlend", "DetailScale", "BumpScale",
-        "EnvLevelScale", "ModEnvInvDiffAlpha", "ModEnvSpecAlpha", "FresnelDiff", "FresnelSpec", "FresnelEnv",
-        "UsePrecip", "UsePrecipOffset", "PrecipOffset", "SpecMapPowerScale", "BlendDiffBaseAlpha",
-        "BlendDiffInvSpecMapAlpha", "AllowBloom", "SpecBloomFloor", "EmissiveData", "AlphaTestFunction",
-        "AlphaTestValue", "ZTestAlpha", "FinalAlphaValue", "FinalAlpha", "AssumeVerticalNormal", "NoShadow",
-        "NoZWrite", "PrelitVertices", "VolumeShadow", "ZWriteAlpha", "BaseMaterialSkin", "DoubleSided",
-        "BlendConstantSetting", "ForceTextureWrap", "ForceTextureClamp", "BaseMaterialSpec", "NoSpecBloom",
-        "EmissiveBloom", "AmbientLightScale", "EmissiveTexture", "ReflectionTexture", "FresnelTexture", "BloomCopy",
-        "BloomModAlpha", "IsNNumber", "IsVCTexture"};
+    static constexpr const char* kRead[50] = {"SpecRed",
+                                              "SpecGreen",
+                                              "SpecBlue",
+                                              "UseGlobalEnv",
+                                              "SrcBlend",
+                                              "DstBlend",
+                                              "DetailScale",
+                                              "BumpScale",
+                                              "EnvLevelScale",
+                                              "ModEnvInvDiffAlpha",
+                                              "ModEnvSpecAlpha",
+                                              "FresnelDiff",
+                                              "FresnelSpec",
+                                              "FresnelEnv",
+                                              "UsePrecip",
+                                              "UsePrecipOffset",
+                                              "PrecipOffset",
+                                              "SpecMapPowerScale",
+                                              "BlendDiffBaseAlpha",
+                                              "BlendDiffInvSpecMapAlpha",
+                                              "AllowBloom",
+                                              "SpecBloomFloor",
+                                              "EmissiveData",
+                                              "AlphaTestFunction",
+                                              "AlphaTestValue",
+                                              "ZTestAlpha",
+                                              "FinalAlphaValue",
+                                              "FinalAlpha",
+                                              "AssumeVerticalNormal",
+                                              "NoShadow",
+                                              "NoZWrite",
+                                              "PrelitVertices",
+                                              "VolumeShadow",
+                                              "ZWriteAlpha",
+                                              "BaseMaterialSkin",
+                                              "DoubleSided",
+                                              "BlendConstantSetting",
+                                              "ForceTextureWrap",
+                                              "ForceTextureClamp",
+                                              "BaseMaterialSpec",
+                                              "NoSpecBloom",
+                                              "EmissiveBloom",
+                                              "AmbientLightScale",
+                                              "EmissiveTexture",
+                                              "ReflectionTexture",
+                                              "FresnelTexture",
+                                              "BloomCopy",
+                                              "BloomModAlpha",
+                                              "IsNNumber",
+                                              "IsVCTexture"};
 
     static const Key& byName(const char* name) {
         for (const Key& k : kWritten)
@@ -118,7 +158,8 @@ std::string FS10Material::GetFieldValue(const std::vector<std::string>& list, co
     if (key.empty()) return {};
     const std::string probe = key + "=";
     for (const std::string& element : list)
-        if (element.size() >= probe.size() && equalNoCase(std::string_view(element).substr(0, probe.size()), probe))
+        if (element.size() >= probe.size() &&
+            equalNoCase(std::string_view(element).substr(0, probe.size()), probe))
             return element.substr(probe.size());
     return {};
 }
@@ -129,7 +170,8 @@ void FS10Material::loadString(const std::string& sField) {
         size_t start = 0;
         while (true) {
             size_t semi = sField.find(';', start);
-            FieldList.push_back(sField.substr(start, semi == std::string::npos ? std::string::npos : semi - start));
+            FieldList.push_back(
+                sField.substr(start, semi == std::string::npos ? std::string::npos : semi - start));
             if (semi == std::string::npos) break;
             start = semi + 1;
         }
@@ -142,7 +184,8 @@ void FS10Material::loadString(const std::string& sField) {
                     if constexpr (std::is_same_v<T, std::string>) {
                         this->*member = value;
                     } else if constexpr (std::is_same_v<T, float>) {
-                        if (toNumber(value, d) && std::fabs(d) <= 3.4028234663852886e38) this->*member = float(d);
+                        if (toNumber(value, d) && std::fabs(d) <= 3.4028234663852886e38)
+                            this->*member = float(d);
                     } else {
                         if (toNumber(value, d)) {
                             double r = std::nearbyint(d);
@@ -181,9 +224,12 @@ std::string FS10Material::toString() const {
         std::visit(
             [&](auto member) {
                 using T = std::remove_cv_t<std::remove_reference_t<decltype(this->*member)>>;
-                if constexpr (std::is_same_v<T, std::string>) out += this->*member;
-                else if constexpr (std::is_same_v<T, float>) out += platform::generalSingle(this->*member, true);
-                else out += platform::plainNumber(this->*member);
+                if constexpr (std::is_same_v<T, std::string>)
+                    out += this->*member;
+                else if constexpr (std::is_same_v<T, float>)
+                    out += platform::generalSingle(this->*member, true);
+                else
+                    out += platform::plainNumber(this->*member);
             },
             key.member);
     }

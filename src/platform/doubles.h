@@ -14,7 +14,7 @@ struct ShownBox {
 };
 
 class RecordingBoxes : public MessageBoxes {
-public:
+  public:
     std::vector<ShownBox> shown;
     void show(const std::string& text, const std::string& title, BoxIcon icon) override {
         shown.push_back({text, title, icon});
@@ -23,7 +23,7 @@ public:
 
 // Settings from a map keyed "application\section\key".
 class MapSettings : public SettingsStore {
-public:
+  public:
     std::map<std::string, std::string> values;
     std::string getSetting(const std::string& application, const std::string& section, const std::string& key,
                            const std::string& defaultValue) override {
@@ -34,7 +34,7 @@ public:
 
 // Gives the GUIDs of its list in turn, then fails.
 class FixedGuids : public GuidSource {
-public:
+  public:
     std::vector<Guid> next;
     bool create(Guid& out) override {
         if (next.empty()) return false;
@@ -45,7 +45,7 @@ public:
 };
 
 class FixedClock : public Clock {
-public:
+  public:
     std::string date = "Monday, 23 November 2026", time = "08:30:00";
     std::string longDate() override { return date; }
     std::string longTime() override { return time; }

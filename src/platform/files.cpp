@@ -118,8 +118,8 @@ const char* lastLineFeed(const char* p, size_t n) {
 } // namespace
 
 Failure fileFailure(const std::string& path, int errnoValue, bool forWriting) {
-    int32_t number = errnoValue == ENOENT ? (forWriting ? err::kPathNotFound : err::kFileNotFound)
-                                          : err::kFileAccess;
+    int32_t number =
+        errnoValue == ENOENT ? (forWriting ? err::kPathNotFound : err::kFileNotFound) : err::kFileAccess;
     return Failure(number, path + ": " + std::strerror(errnoValue));
 }
 
@@ -169,7 +169,8 @@ std::FILE* openEmptied(const std::string& path) {
         ::access(native.c_str(), W_OK) == 0 && ::unlink(native.c_str()) == 0) {
         std::FILE* f = openFile(path, "wb");
         // The old file's mode, and its owner where the system lets us give it.
-        if (f && (::fchmod(::fileno(f), st.st_mode & 07777) != 0 || ::fchown(::fileno(f), st.st_uid, st.st_gid) != 0))
+        if (f && (::fchmod(::fileno(f), st.st_mode & 07777) != 0 ||
+                  ::fchown(::fileno(f), st.st_uid, st.st_gid) != 0))
             errno = 0;
         return f;
     }
@@ -215,7 +216,7 @@ void TextSink::writeRaw(std::string_view bytes) {
 namespace {
 // Texts that may wait at once: beyond, the writer waits for the first.
 constexpr size_t kMostWaiting = 64;
-}
+} // namespace
 
 void TextSink::writeLater(std::shared_ptr<Task> task, std::shared_ptr<const std::string> text) {
     if (!isOpen()) throw Failure(err::kFileAccess, "Output file is not open");
@@ -307,7 +308,9 @@ void TextSink::close() {
 
 // ---- TextSource --------------------------------------------------------------------
 
-TextSource::~TextSource() { close(); }
+TextSource::~TextSource() {
+    close();
+}
 
 void TextSource::open(const std::string& path) {
     close();

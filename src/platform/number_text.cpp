@@ -12,30 +12,21 @@ namespace {
 
 constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                              1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr uint64_t kPow10i[] = {1ull,
-                                10ull,
-                                100ull,
-                                1000ull,
-                                10000ull,
-                                100000ull,
-                                1000000ull,
-                                10000000ull,
-                                100000000ull,
-                                1000000000ull,
-                                10000000000ull,
-                                100000000000ull,
-                                1000000000000ull,
-                                10000000000000ull,
-                                100000000000000ull};
+constexpr uint64_t kPow10i[] = {
+    1ull,           10ull,           100ull,           1000ull,           10000ull,
+    100000ull,      1000000ull,      10000000ull,      100000000ull,      1000000000ull,
+    10000000000ull, 100000000000ull, 1000000000000ull, 10000000000000ull, 100000000000000ull};
 
-constexpr char kPairs[201] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-                             "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-                             "8081828384858687888990919293949596979899";
+constexpr char kPairs[201] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
 
 int digitCount(uint64_t v) {
     // Most numbers here are small: comparisons, not divisions.
     int n = 1;
-    for (uint64_t limit = 10; n < 20 && v >= limit; limit *= 10) ++n;
+    for (uint64_t limit = 10; n < 20 && v >= limit; limit *= 10)
+        ++n;
     return n;
 }
 
@@ -61,27 +52,36 @@ inline char* writeDigits(char* out, uint64_t v) {
 // m / 10^k rounded half up, for k from 1 to 7, by constant divisors.
 uint64_t roundDown(uint64_t m, int k) {
     switch (k) {
-    case 1: return (m + 5) / 10;
-    case 2: return (m + 50) / 100;
-    case 3: return (m + 500) / 1000;
-    case 4: return (m + 5000) / 10000;
-    case 5: return (m + 50000) / 100000;
-    case 6: return (m + 500000) / 1000000;
-    case 7: return (m + 5000000) / 10000000;
-    default: return 0;
+    case 1:
+        return (m + 5) / 10;
+    case 2:
+        return (m + 50) / 100;
+    case 3:
+        return (m + 500) / 1000;
+    case 4:
+        return (m + 5000) / 10000;
+    case 5:
+        return (m + 50000) / 100000;
+    case 6:
+        return (m + 500000) / 1000000;
+    case 7:
+        return (m + 5000000) / 10000000;
+    default:
+        return 0;
     }
 }
 
 // Writes m * 10^(e-6), m having 7 digits, rounded to MaxDec decimals half away
 // from zero, with minDec to MaxDec decimals.
-template <int MaxDec>
-char* writeScaled(char* out, uint64_t m, int e, int minDec) {
+template <int MaxDec> char* writeScaled(char* out, uint64_t m, int e, int minDec) {
     if (e >= 6) {
         // Whole number: the seven digits, then zeros.
         out = writeDigits(out, m);
-        for (int i = 6; i < e; ++i) *out++ = '0';
+        for (int i = 6; i < e; ++i)
+            *out++ = '0';
         *out++ = '.';
-        for (int i = 0; i < minDec; ++i) *out++ = '0';
+        for (int i = 0; i < minDec; ++i)
+            *out++ = '0';
         return out;
     }
     // The value in units of 10^-MaxDec: m * 10^(e - 6 + MaxDec).
@@ -101,20 +101,29 @@ char* writeScaled(char* out, uint64_t m, int e, int minDec) {
     }
     if (i == 1) out[0] = static_cast<char>('0' + frac);
     int keep = MaxDec;
-    while (keep > minDec && out[keep - 1] == '0') --keep;
+    while (keep > minDec && out[keep - 1] == '0')
+        --keep;
     return out + keep;
 }
 
 char* writeScaled(char* out, uint64_t m, int e, int minDec, int maxDec) {
     switch (maxDec) {
-    case 6: return writeScaled<6>(out, m, e, minDec);
-    case 7: return writeScaled<7>(out, m, e, minDec);
-    case 5: return writeScaled<5>(out, m, e, minDec);
-    case 4: return writeScaled<4>(out, m, e, minDec);
-    case 3: return writeScaled<3>(out, m, e, minDec);
-    case 2: return writeScaled<2>(out, m, e, minDec);
-    case 1: return writeScaled<1>(out, m, e, minDec);
-    default: return writeScaled<0>(out, m, e, minDec);
+    case 6:
+        return writeScaled<6>(out, m, e, minDec);
+    case 7:
+        return writeScaled<7>(out, m, e, minDec);
+    case 5:
+        return writeScaled<5>(out, m, e, minDec);
+    case 4:
+        return writeScaled<4>(out, m, e, minDec);
+    case 3:
+        return writeScaled<3>(out, m, e, minDec);
+    case 2:
+        return writeScaled<2>(out, m, e, minDec);
+    case 1:
+        return writeScaled<1>(out, m, e, minDec);
+    default:
+        return writeScaled<0>(out, m, e, minDec);
     }
 }
 
@@ -136,7 +145,8 @@ void exactDigits(double a, uint64_t& m, int& e) {
         m = m * 10 + static_cast<uint64_t>(s[i] - '0');
         ++taken;
     }
-    while (i < ePos && s[i] == '.') ++i;
+    while (i < ePos && s[i] == '.')
+        ++i;
     if (i < ePos && s[i] >= '5') ++m;
     e = exp10;
     if (m >= 10000000) {
@@ -148,7 +158,8 @@ void exactDigits(double a, uint64_t& m, int& e) {
 char* writeZero(char* out, int minDec) {
     *out++ = '0';
     *out++ = '.';
-    for (int i = 0; i < minDec; ++i) *out++ = '0';
+    for (int i = 0; i < minDec; ++i)
+        *out++ = '0';
     return out;
 }
 
@@ -242,13 +253,15 @@ std::string generalSingle(float value, bool leadingZero) {
         m /= 10;
     }
     int n = 7;
-    while (n > 1 && digits[n - 1] == '0') --n;
+    while (n > 1 && digits[n - 1] == '0')
+        --n;
     if (e >= 7 || e < -5) {
         // d.dddE+XX
         *p++ = digits[0];
         if (n > 1) {
             *p++ = '.';
-            for (int i = 1; i < n; ++i) *p++ = digits[i];
+            for (int i = 1; i < n; ++i)
+                *p++ = digits[i];
         }
         *p++ = 'E';
         *p++ = e < 0 ? '-' : '+';
@@ -256,16 +269,20 @@ std::string generalSingle(float value, bool leadingZero) {
         *p++ = static_cast<char>('0' + ae / 10);
         *p++ = static_cast<char>('0' + ae % 10);
     } else if (e >= 0) {
-        for (int i = 0; i <= e; ++i) *p++ = i < n ? digits[i] : '0';
+        for (int i = 0; i <= e; ++i)
+            *p++ = i < n ? digits[i] : '0';
         if (n > e + 1) {
             *p++ = '.';
-            for (int i = e + 1; i < n; ++i) *p++ = digits[i];
+            for (int i = e + 1; i < n; ++i)
+                *p++ = digits[i];
         }
     } else {
         if (leadingZero) *p++ = '0';
         *p++ = '.';
-        for (int i = -1; i > e; --i) *p++ = '0';
-        for (int i = 0; i < n; ++i) *p++ = digits[i];
+        for (int i = -1; i > e; --i)
+            *p++ = '0';
+        for (int i = 0; i < n; ++i)
+            *p++ = digits[i];
     }
     return std::string(buf, p);
 }

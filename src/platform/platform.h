@@ -14,11 +14,11 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -77,7 +77,7 @@ bool containsNoCase(std::string_view text, std::string_view part);
 // A job handed to other threads (Workers::post): it runs on a helper thread when
 // one is free, or on the thread that waits for it, whichever comes first.
 class Task {
-public:
+  public:
     explicit Task(std::function<void()> job) : job_(std::move(job)) {}
     // Runs the job here unless it has been taken; gives whether it ran here.
     bool run();
@@ -85,7 +85,7 @@ public:
     // Returns once the job has run, here if nobody has taken it; rethrows its failure.
     void wait();
 
-private:
+  private:
     static constexpr int kQueued = 0, kRunning = 1, kDone = 2;
     std::function<void()> job_;
     std::atomic<int> state_{kQueued};
@@ -98,7 +98,7 @@ private:
 
 // The open output file: a large buffer, one fwrite per fill. Never seeks.
 class TextSink {
-public:
+  public:
     TextSink() = default;
     ~TextSink();
     TextSink(const TextSink&) = delete;
@@ -133,8 +133,10 @@ public:
         return buffer_.data() + used_;
     }
     void commit(const char* end) {
-        if (!later_.empty()) later_.back().after.append(scratch_.data(), static_cast<size_t>(end - scratch_.data()));
-        else used_ = static_cast<size_t>(end - buffer_.data());
+        if (!later_.empty())
+            later_.back().after.append(scratch_.data(), static_cast<size_t>(end - scratch_.data()));
+        else
+            used_ = static_cast<size_t>(end - buffer_.data());
     }
     // Advances to the next print zone (tab stops every 14 columns).
     void nextPrintZone();
@@ -146,7 +148,7 @@ public:
     void close();
     bool isOpen() const { return file_ != nullptr || string_ != nullptr; }
 
-private:
+  private:
     // Bytes left as the system gives them, not zeroed: a small file touches only
     // the pages it fills. A new size drops the contents (asked only when empty).
     struct Buffer {
@@ -183,7 +185,7 @@ private:
 
 // A text file read line by line; a line ends at CR LF, LF or CR.
 class TextSource {
-public:
+  public:
     TextSource() = default;
     ~TextSource();
     TextSource(const TextSource&) = delete;
@@ -196,7 +198,7 @@ public:
     bool readLine(std::string& line);
     void close();
 
-private:
+  private:
     std::FILE* file_ = nullptr;
     std::string path_;
 };
@@ -207,7 +209,7 @@ Failure fileFailure(const std::string& path, int errnoValue, bool forWriting);
 // ---- Settings store ---------------------------------------------------------------
 
 class SettingsStore {
-public:
+  public:
     virtual ~SettingsStore() = default;
     // The value of key in (application, section), or the default.
     virtual std::string getSetting(const std::string& application, const std::string& section,
@@ -217,14 +219,14 @@ public:
 // An INI file with sections named "application\section". A missing or unreadable
 // file is an empty store.
 class IniSettings : public SettingsStore {
-public:
+  public:
     explicit IniSettings(std::string path) : path_(std::move(path)) {}
     std::string getSetting(const std::string& application, const std::string& section, const std::string& key,
                            const std::string& defaultValue) override;
     // $XDG_CONFIG_HOME/tarnvale/settings.ini, or ~/.config/tarnvale/settings.ini.
     static std::string defaultPath();
 
-private:
+  private:
     std::string path_;
 };
 
@@ -241,7 +243,7 @@ struct RegValue {
 };
 
 class Registry {
-public:
+  public:
     virtual ~Registry() = default;
     // Whether the key exists and may be opened with that access mask.
     virtual bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) = 0;
@@ -254,15 +256,16 @@ public:
 // sections, "Name"="text", "Name"=dword:0000002a, "Name"=hex:01,02, @ for the default
 // value. No file, or a file that cannot be read, is an empty registry.
 class RegFileRegistry : public Registry {
-public:
+  public:
     RegFileRegistry() = default;
     explicit RegFileRegistry(const std::string& path);
     // Parses .reg text; lines it cannot read are skipped.
     void parse(std::string_view text);
     bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) override;
-    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name, RegValue& out) override;
+    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name,
+                    RegValue& out) override;
 
-private:
+  private:
     struct Entry {
         std::string key;  // upper case, "HIVE\path"
         std::string name; // upper case; "" for the default value
@@ -277,7 +280,7 @@ private:
 enum class BoxIcon { Plain, Information, Critical };
 
 class MessageBoxes {
-public:
+  public:
     virtual ~MessageBoxes() = default;
     // Shows the text and waits until it has been acknowledged.
     virtual void show(const std::string& text, const std::string& title, BoxIcon icon) = 0;
@@ -286,12 +289,12 @@ public:
 // Boxes on standard error: the title, the icon kind and the text, a CR shown as a
 // line break. Waits for Enter when `waitForPerson` and standard input is a terminal.
 class ConsoleBoxes : public MessageBoxes {
-public:
+  public:
     explicit ConsoleBoxes(std::FILE* out = stderr, bool waitForPerson = false)
         : out_(out), wait_(waitForPerson) {}
     void show(const std::string& text, const std::string& title, BoxIcon icon) override;
 
-private:
+  private:
     std::FILE* out_;
     bool wait_;
 };
@@ -307,7 +310,7 @@ struct Guid {
 };
 
 class GuidSource {
-public:
+  public:
     virtual ~GuidSource() = default;
     // A new GUID; false when none can be made.
     virtual bool create(Guid& out) = 0;
@@ -315,12 +318,12 @@ public:
 
 // Standard random (version 4) GUIDs.
 class RandomGuids : public GuidSource {
-public:
+  public:
     bool create(Guid& out) override;
 };
 
 class Clock {
-public:
+  public:
     virtual ~Clock() = default;
     // Today in a long date form, e.g. "Monday, 23 November 2026".
     virtual std::string longDate() = 0;
@@ -329,7 +332,7 @@ public:
 };
 
 class SystemClock : public Clock {
-public:
+  public:
     std::string longDate() override;
     std::string longTime() override;
 };
@@ -338,7 +341,7 @@ public:
 
 // Told how far a long export has come: the stage text and the share done (0..1).
 class Progress {
-public:
+  public:
     virtual ~Progress() = default;
     virtual void report(const std::string& stage, double share) = 0;
 };
@@ -349,7 +352,7 @@ public:
 // between loops. One thread runs every job on the caller's. `grain`: the items a
 // job of a long run takes (the tests make it small, so that small scenes split).
 class Workers {
-public:
+  public:
     explicit Workers(unsigned threads = 0, size_t grain = 4096); // 0: one a core
     ~Workers();
     Workers(const Workers&) = delete;
@@ -363,7 +366,7 @@ public:
     // runs when it is waited for.
     std::shared_ptr<Task> post(std::function<void()> job);
 
-private:
+  private:
     struct Shared;
     std::unique_ptr<Shared> shared_;
     std::vector<std::thread> helpers_;
@@ -375,7 +378,7 @@ private:
 inline constexpr uint32_t kStillActive = 259;
 
 class Processes {
-public:
+  public:
     virtual ~Processes() = default;
     // Starts the command line; gives the process id. Fails when it cannot start.
     virtual int64_t start(const std::string& commandLine, int32_t windowStyle) = 0;
@@ -397,8 +400,8 @@ std::vector<std::string> splitCommandLine(std::string_view commandLine);
 // ends before a blank (".exe" added when its file name has no extension), left to
 // right, then the whole run of words ahead of the first quote. The first that
 // names an existing file wins; none when no candidate does.
-std::optional<std::pair<std::string, std::string>> findProgram(std::string_view commandLine,
-                                                               const std::function<bool(const std::string&)>& isFile);
+std::optional<std::pair<std::string, std::string>>
+findProgram(std::string_view commandLine, const std::function<bool(const std::string&)>& isFile);
 
 #ifndef _WIN32
 // Arguments of a Windows program run through wine, as wine sees paths: a word that
@@ -411,7 +414,7 @@ std::vector<std::string> wineArguments(std::vector<std::string> args,
 // with "\" mapped to "/", and the rest of the line split by the Windows rules. A
 // Windows program starts through wine when wine is on the PATH.
 class PosixProcesses : public Processes {
-public:
+  public:
     ~PosixProcesses() override;
     int64_t start(const std::string& commandLine, int32_t windowStyle) override;
     intptr_t open(int64_t processId, uint32_t access) override;
@@ -419,7 +422,7 @@ public:
     void sleep(int32_t milliseconds) override;
     void close(intptr_t handle) override;
 
-private:
+  private:
     struct Child {
         int64_t pid;
         bool ended = false;
@@ -440,26 +443,27 @@ std::string narrow(std::wstring_view text);
 // The real registry. Keys open in the 32-bit view, as the host's plug-ins saw it,
 // which is where 32-bit installers such as the SDK's write.
 class WindowsRegistry : public Registry {
-public:
+  public:
     bool openKey(uint32_t hive, const std::string& keyPath, uint32_t access) override;
-    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name, RegValue& out) override;
+    bool queryValue(uint32_t hive, const std::string& keyPath, const std::string& name,
+                    RegValue& out) override;
 };
 
 // The per-user settings store of the host's programs:
 // HKEY_CURRENT_USER\Software\VB and VBA Program Settings\<application>\<section>.
 class RegistrySettings : public SettingsStore {
-public:
+  public:
     std::string getSetting(const std::string& application, const std::string& section, const std::string& key,
                            const std::string& defaultValue) override;
 };
 
 // Message boxes as windows when a person is there to close them, else on the console.
 class WindowsBoxes : public MessageBoxes {
-public:
+  public:
     explicit WindowsBoxes(bool personThere, std::FILE* out = stderr) : person_(personThere), console_(out) {}
     void show(const std::string& text, const std::string& title, BoxIcon icon) override;
 
-private:
+  private:
     bool person_;
     ConsoleBoxes console_;
 };
@@ -467,7 +471,7 @@ private:
 // CreateProcessW with the command line as it is: Windows' own search finds the
 // program. Exit codes come from GetExitCodeProcess.
 class WindowsProcesses : public Processes {
-public:
+  public:
     int64_t start(const std::string& commandLine, int32_t windowStyle) override;
     intptr_t open(int64_t processId, uint32_t access) override;
     bool exitCode(intptr_t handle, uint32_t& code) override;

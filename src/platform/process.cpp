@@ -9,7 +9,8 @@ std::vector<std::string> splitCommandLine(std::string_view s) {
     std::vector<std::string> args;
     size_t i = 0;
     while (true) {
-        while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) ++i;
+        while (i < s.size() && (s[i] == ' ' || s[i] == '\t'))
+            ++i;
         if (i >= s.size()) break;
         std::string arg;
         bool quoted = false;
@@ -18,7 +19,8 @@ std::vector<std::string> splitCommandLine(std::string_view s) {
             if (!quoted && (c == ' ' || c == '\t')) break;
             if (c == '\\') {
                 size_t n = 0;
-                while (i < s.size() && s[i] == '\\') ++n, ++i;
+                while (i < s.size() && s[i] == '\\')
+                    ++n, ++i;
                 if (i < s.size() && s[i] == '"') {
                     arg.append(n / 2, '\\');
                     if (n % 2) {
@@ -49,10 +51,11 @@ std::vector<std::string> splitCommandLine(std::string_view s) {
     return args;
 }
 
-std::optional<std::pair<std::string, std::string>> findProgram(std::string_view line,
-                                                               const std::function<bool(const std::string&)>& isFile) {
+std::optional<std::pair<std::string, std::string>>
+findProgram(std::string_view line, const std::function<bool(const std::string&)>& isFile) {
     size_t start = 0;
-    while (start < line.size() && (line[start] == ' ' || line[start] == '\t')) ++start;
+    while (start < line.size() && (line[start] == ' ' || line[start] == '\t'))
+        ++start;
     if (start < line.size() && line[start] == '"') {
         const size_t close = line.find('"', start + 1);
         const size_t end = close == std::string_view::npos ? line.size() : close;
@@ -62,11 +65,13 @@ std::optional<std::pair<std::string, std::string>> findProgram(std::string_view 
     }
     auto withExtension = [](std::string candidate) {
         const size_t name = candidate.find_last_of("\\/");
-        if (candidate.find('.', name == std::string::npos ? 0 : name) == std::string::npos) candidate += ".exe";
+        if (candidate.find('.', name == std::string::npos ? 0 : name) == std::string::npos)
+            candidate += ".exe";
         return candidate;
     };
     const size_t quote = line.find('"', start);
-    const std::string_view run = line.substr(start, quote == std::string_view::npos ? std::string_view::npos : quote - start);
+    const std::string_view run =
+        line.substr(start, quote == std::string_view::npos ? std::string_view::npos : quote - start);
     for (size_t at = 1; at <= run.size(); ++at) {
         // A candidate ends before each blank that follows a word, and at the run's end.
         const bool wordEnds = at == run.size() || run[at] == ' ' || run[at] == '\t';

@@ -60,15 +60,16 @@ std::vector<std::string> wineArguments(std::vector<std::string> args,
         }
         // A switch with a path for its value: /dict:/home/me/modeldef.xml.
         const size_t colon = native.find(':');
-        if (native[0] == '/' && colon != std::string::npos && colon + 1 < native.size() && native[colon + 1] == '/' &&
-            exists(native.substr(colon + 1)))
+        if (native[0] == '/' && colon != std::string::npos && colon + 1 < native.size() &&
+            native[colon + 1] == '/' && exists(native.substr(colon + 1)))
             arg = native.substr(0, colon + 1) + winePath(native.substr(colon + 1));
     }
     return args;
 }
 
 PosixProcesses::~PosixProcesses() {
-    for (Child& c : children_) reap(c, false);
+    for (Child& c : children_)
+        reap(c, false);
 }
 
 int64_t PosixProcesses::start(const std::string& commandLine, int32_t) {
@@ -88,7 +89,8 @@ int64_t PosixProcesses::start(const std::string& commandLine, int32_t) {
         }
     }
     std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
+    for (auto& a : args)
+        argv.push_back(a.data());
     argv.push_back(nullptr);
     pid_t pid = 0;
     int rc = ::posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);

@@ -13,14 +13,17 @@ namespace tarnvale::platform {
 namespace {
 
 std::string upper(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : s)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return s;
 }
 
 std::string trim(std::string_view s) {
     size_t b = 0, e = s.size();
-    while (b < e && std::isspace(static_cast<unsigned char>(s[b]))) ++b;
-    while (e > b && std::isspace(static_cast<unsigned char>(s[e - 1]))) --e;
+    while (b < e && std::isspace(static_cast<unsigned char>(s[b])))
+        ++b;
+    while (e > b && std::isspace(static_cast<unsigned char>(s[e - 1])))
+        --e;
     return std::string(s.substr(b, e - b));
 }
 
@@ -84,7 +87,8 @@ bool parseValue(std::string_view s, RegValue& v) {
     if (s.substr(0, 4) == "hex(") {
         size_t close = s.find("):");
         if (close == std::string_view::npos) return false;
-        v.type = static_cast<uint32_t>(std::strtoul(std::string(s.substr(4, close - 4)).c_str(), nullptr, 16));
+        v.type =
+            static_cast<uint32_t>(std::strtoul(std::string(s.substr(4, close - 4)).c_str(), nullptr, 16));
         return parseHexBytes(s.substr(close + 2), v.data);
     }
     return false;
@@ -92,17 +96,23 @@ bool parseValue(std::string_view s, RegValue& v) {
 
 const char* hiveName(uint32_t hive) {
     switch (hive) {
-    case 0x80000000u: return "HKEY_CLASSES_ROOT";
-    case 0x80000001u: return "HKEY_CURRENT_USER";
-    case 0x80000002u: return "HKEY_LOCAL_MACHINE";
-    case 0x80000003u: return "HKEY_USERS";
-    default: return "";
+    case 0x80000000u:
+        return "HKEY_CLASSES_ROOT";
+    case 0x80000001u:
+        return "HKEY_CURRENT_USER";
+    case 0x80000002u:
+        return "HKEY_LOCAL_MACHINE";
+    case 0x80000003u:
+        return "HKEY_USERS";
+    default:
+        return "";
     }
 }
 
 std::string fullKey(uint32_t hive, const std::string& keyPath) {
     std::string path = keyPath;
-    while (!path.empty() && path.back() == '\\') path.pop_back();
+    while (!path.empty() && path.back() == '\\')
+        path.pop_back();
     return upper(std::string(hiveName(hive)) + "\\" + path);
 }
 
@@ -126,7 +136,8 @@ std::string IniSettings::getSetting(const std::string& application, const std::s
         if (t.empty() || t[0] == ';' || t[0] == '#') continue;
         if (t[0] == '[') {
             const size_t close = t.find(']');
-            const std::string name = trim(std::string_view(t).substr(1, close == std::string::npos ? t.size() - 1 : close - 1));
+            const std::string name =
+                trim(std::string_view(t).substr(1, close == std::string::npos ? t.size() - 1 : close - 1));
             inSection = strcasecmp(name.c_str(), wanted.c_str()) == 0;
             continue;
         }
@@ -134,14 +145,16 @@ std::string IniSettings::getSetting(const std::string& application, const std::s
         if (!inSection || eq == std::string::npos) continue;
         if (strcasecmp(trim(std::string_view(t).substr(0, eq)).c_str(), key.c_str()) != 0) continue;
         std::string value = trim(std::string_view(t).substr(eq + 1));
-        if (value.size() >= 2 && value.front() == '"' && value.back() == '"') value = value.substr(1, value.size() - 2);
+        if (value.size() >= 2 && value.front() == '"' && value.back() == '"')
+            value = value.substr(1, value.size() - 2);
         return value;
     }
     return defaultValue;
 }
 
 std::string IniSettings::defaultPath() {
-    if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x) return std::string(x) + "/tarnvale/settings.ini";
+    if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x)
+        return std::string(x) + "/tarnvale/settings.ini";
     const char* home = std::getenv("HOME");
     return std::string(home ? home : ".") + "/.config/tarnvale/settings.ini";
 }
@@ -176,7 +189,8 @@ void RegFileRegistry::parse(std::string_view text) {
             size_t close = line.rfind(']');
             if (close == std::string::npos) continue;
             current = line.substr(1, close - 1);
-            while (!current.empty() && current.back() == '\\') current.pop_back();
+            while (!current.empty() && current.back() == '\\')
+                current.pop_back();
             current = upper(current);
             if (std::find(keys_.begin(), keys_.end(), current) == keys_.end()) keys_.push_back(current);
             continue;
@@ -189,15 +203,18 @@ void RegFileRegistry::parse(std::string_view text) {
         } else if (!readQuoted(line, i, name)) {
             continue;
         }
-        while (i < line.size() && line[i] == ' ') ++i;
+        while (i < line.size() && line[i] == ' ')
+            ++i;
         if (i >= line.size() || line[i] != '=') continue;
         RegValue v;
         if (!parseValue(trim(std::string_view(line).substr(i + 1)), v)) continue;
         std::string uname = upper(name);
         auto it = std::find_if(values_.begin(), values_.end(),
                                [&](const Entry& e) { return e.key == current && e.name == uname; });
-        if (it != values_.end()) it->value = std::move(v);
-        else values_.push_back({current, uname, std::move(v)});
+        if (it != values_.end())
+            it->value = std::move(v);
+        else
+            values_.push_back({current, uname, std::move(v)});
     }
 }
 

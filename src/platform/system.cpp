@@ -9,9 +9,12 @@ namespace tarnvale::platform {
 
 const char* iconName(BoxIcon icon) {
     switch (icon) {
-    case BoxIcon::Information: return "information";
-    case BoxIcon::Critical: return "critical";
-    case BoxIcon::Plain: break;
+    case BoxIcon::Information:
+        return "information";
+    case BoxIcon::Critical:
+        return "critical";
+    case BoxIcon::Plain:
+        break;
     }
     return "plain";
 }
@@ -38,12 +41,14 @@ bool RandomGuids::create(Guid& out) {
     uint8_t b[16];
     for (int i = 0; i < 16; i += 4) {
         uint32_t r = rd();
-        for (int k = 0; k < 4; ++k) b[i + k] = static_cast<uint8_t>(r >> (8 * k));
+        for (int k = 0; k < 4; ++k)
+            b[i + k] = static_cast<uint8_t>(r >> (8 * k));
     }
     out.data1 = uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3];
     out.data2 = static_cast<uint16_t>(b[4] << 8 | b[5]);
     out.data3 = static_cast<uint16_t>(((b[6] << 8 | b[7]) & 0x0FFF) | 0x4000); // version 4
-    for (int i = 0; i < 8; ++i) out.data4[i] = b[8 + i];
+    for (int i = 0; i < 8; ++i)
+        out.data4[i] = b[8 + i];
     out.data4[0] = static_cast<uint8_t>((out.data4[0] & 0x3F) | 0x80); // RFC 4122 variant
     return true;
 }
@@ -61,8 +66,12 @@ std::string formatNow(const char* format) {
 
 } // namespace
 
-std::string SystemClock::longDate() { return formatNow("%A, %d %B %Y"); }
-std::string SystemClock::longTime() { return formatNow("%H:%M:%S"); }
+std::string SystemClock::longDate() {
+    return formatNow("%A, %d %B %Y");
+}
+std::string SystemClock::longTime() {
+    return formatNow("%H:%M:%S");
+}
 #endif
 
 } // namespace tarnvale::platform

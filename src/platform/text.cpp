@@ -12,11 +12,14 @@ constexpr uint16_t kHigh1252[32] = {0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x20
                                     0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
                                     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
-
 // Length of the UTF-8 sequence at s[i], 0 when it is not a valid one.
 size_t sequenceLength(std::string_view s, size_t i) {
     const auto b = static_cast<unsigned char>(s[i]);
-    const size_t len = b < 0x80 ? 1 : b >= 0xF0 && b < 0xF5 ? 4 : b >= 0xE0 && b < 0xF0 ? 3 : b >= 0xC2 && b < 0xE0 ? 2 : 0;
+    const size_t len = b < 0x80                ? 1
+                       : b >= 0xF0 && b < 0xF5 ? 4
+                       : b >= 0xE0 && b < 0xF0 ? 3
+                       : b >= 0xC2 && b < 0xE0 ? 2
+                                               : 0;
     if (len == 0 || i + len > s.size()) return 0;
     for (size_t k = 1; k < len; ++k)
         if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return 0;
@@ -33,7 +36,8 @@ uint32_t decodeUtf8(std::string_view s, size_t& i) {
         return b;
     }
     uint32_t cp = b & (0x7F >> len);
-    for (size_t k = 1; k < len; ++k) cp = cp << 6 | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    for (size_t k = 1; k < len; ++k)
+        cp = cp << 6 | (static_cast<unsigned char>(s[i + k]) & 0x3F);
     i += len;
     return cp;
 }
@@ -71,7 +75,8 @@ std::string fromUtf16Le(std::string_view bytes) {
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
         uint32_t unit = static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8;
         if (unit >= 0xD800 && unit < 0xDC00 && i + 3 < bytes.size()) {
-            const uint32_t low = static_cast<unsigned char>(bytes[i + 2]) | static_cast<unsigned char>(bytes[i + 3]) << 8;
+            const uint32_t low =
+                static_cast<unsigned char>(bytes[i + 2]) | static_cast<unsigned char>(bytes[i + 3]) << 8;
             if (low >= 0xDC00 && low < 0xE000) {
                 unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
                 i += 2;
@@ -100,15 +105,16 @@ uint32_t upper1252(uint32_t cp) {
 std::u32string foldedCodePoints(std::string_view utf8) {
     std::u32string out;
     out.reserve(utf8.size());
-    for (size_t i = 0; i < utf8.size();) out += static_cast<char32_t>(lower1252(decodeUtf8(utf8, i)));
+    for (size_t i = 0; i < utf8.size();)
+        out += static_cast<char32_t>(lower1252(decodeUtf8(utf8, i)));
     return out;
 }
 
-template <typename Map>
-std::string mapLetters(std::string_view utf8, Map map) {
+template <typename Map> std::string mapLetters(std::string_view utf8, Map map) {
     std::string out;
     out.reserve(utf8.size());
-    for (size_t i = 0; i < utf8.size();) appendUtf8(out, map(decodeUtf8(utf8, i)));
+    for (size_t i = 0; i < utf8.size();)
+        appendUtf8(out, map(decodeUtf8(utf8, i)));
     return out;
 }
 
@@ -147,7 +153,8 @@ std::string fromWindows1252(std::string_view bytes) {
 }
 
 std::string decodeTextFile(std::string_view bytes) {
-    if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF && static_cast<unsigned char>(bytes[1]) == 0xFE)
+    if (bytes.size() >= 2 && static_cast<unsigned char>(bytes[0]) == 0xFF &&
+        static_cast<unsigned char>(bytes[1]) == 0xFE)
         return fromUtf16Le(bytes.substr(2));
     if (bytes.size() >= 2 && bytes[0] != 0 && bytes[1] == 0) return fromUtf16Le(bytes);
     if (bytes.substr(0, 3) == "\xEF\xBB\xBF") bytes.remove_prefix(3);
@@ -156,18 +163,24 @@ std::string decodeTextFile(std::string_view bytes) {
 
 size_t characterCount(std::string_view utf8) {
     size_t n = 0;
-    for (size_t i = 0; i < utf8.size(); ++n) decodeUtf8(utf8, i);
+    for (size_t i = 0; i < utf8.size(); ++n)
+        decodeUtf8(utf8, i);
     return n;
 }
 
 size_t characterOffset(std::string_view utf8, size_t characters) {
     size_t i = 0;
-    for (size_t n = 0; n < characters && i < utf8.size(); ++n) decodeUtf8(utf8, i);
+    for (size_t n = 0; n < characters && i < utf8.size(); ++n)
+        decodeUtf8(utf8, i);
     return i;
 }
 
-std::string lowerCase(std::string_view utf8) { return mapLetters(utf8, lower1252); }
-std::string upperCase(std::string_view utf8) { return mapLetters(utf8, upper1252); }
+std::string lowerCase(std::string_view utf8) {
+    return mapLetters(utf8, lower1252);
+}
+std::string upperCase(std::string_view utf8) {
+    return mapLetters(utf8, upper1252);
+}
 
 bool startsWithNoCase(std::string_view text, std::string_view prefix) {
     const std::u32string t = foldedCodePoints(text), p = foldedCodePoints(prefix);

@@ -3,7 +3,9 @@
 #include "platform/platform.h"
 
 #include <windows.h>
+// objbase.h wants windows.h ahead of it.
 #include <objbase.h>
+
 #include <cstring>
 
 namespace tarnvale::platform {
@@ -18,10 +20,11 @@ std::wstring wide(std::string_view utf8) {
 
 std::string narrow(std::wstring_view text) {
     if (text.empty()) return {};
-    const int n = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0, nullptr,
-                                        nullptr);
+    const int n = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0,
+                                        nullptr, nullptr);
     std::string out(static_cast<size_t>(n), '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), n, nullptr, nullptr);
+    ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), n, nullptr,
+                          nullptr);
     return out;
 }
 
@@ -29,11 +32,13 @@ std::string narrow(std::wstring_view text) {
 
 namespace {
 
-HKEY hiveKey(uint32_t hive) { return reinterpret_cast<HKEY>(static_cast<uintptr_t>(hive)); }
+HKEY hiveKey(uint32_t hive) {
+    return reinterpret_cast<HKEY>(static_cast<uintptr_t>(hive));
+}
 
 // A key opened for as long as it is needed.
 class OpenKey {
-public:
+  public:
     OpenKey(HKEY hive, const std::string& path, REGSAM access) {
         ok_ = ::RegOpenKeyExW(hive, wide(path).c_str(), 0, access, &key_) == ERROR_SUCCESS;
     }
@@ -45,7 +50,7 @@ public:
     explicit operator bool() const { return ok_; }
     HKEY get() const { return key_; }
 
-private:
+  private:
     HKEY key_{};
     bool ok_ = false;
 };
@@ -56,7 +61,8 @@ bool readValue(HKEY key, const std::string& name, RegValue& out) {
     DWORD type = 0, size = 0;
     if (::RegQueryValueExW(key, wname.c_str(), nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return false;
     std::vector<uint8_t> bytes(size);
-    if (::RegQueryValueExW(key, wname.c_str(), nullptr, &type, bytes.data(), &size) != ERROR_SUCCESS) return false;
+    if (::RegQueryValueExW(key, wname.c_str(), nullptr, &type, bytes.data(), &size) != ERROR_SUCCESS)
+        return false;
     bytes.resize(size);
     out.type = type;
     if (type == REG_SZ || type == REG_EXPAND_SZ) {
@@ -79,7 +85,8 @@ bool WindowsRegistry::openKey(uint32_t hive, const std::string& keyPath, uint32_
     return static_cast<bool>(OpenKey(hiveKey(hive), keyPath, access | KEY_WOW64_32KEY));
 }
 
-bool WindowsRegistry::queryValue(uint32_t hive, const std::string& keyPath, const std::string& name, RegValue& out) {
+bool WindowsRegistry::queryValue(uint32_t hive, const std::string& keyPath, const std::string& name,
+                                 RegValue& out) {
     OpenKey key(hiveKey(hive), keyPath, KEY_QUERY_VALUE | KEY_WOW64_32KEY);
     return key && readValue(key.get(), name, out);
 }
@@ -116,9 +123,11 @@ int64_t WindowsProcesses::start(const std::string& commandLine, int32_t windowSt
     startup.dwFlags = STARTF_USESHOWWINDOW;
     startup.wShowWindow = static_cast<WORD>(windowStyle);
     PROCESS_INFORMATION info{};
-    if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &info)) {
+    if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                          &info)) {
         const DWORD error = ::GetLastError();
-        throw Failure(err::kFileNotFound, "File not found: " + commandLine + " (error " + std::to_string(error) + ")");
+        throw Failure(err::kFileNotFound,
+                      "File not found: " + commandLine + " (error " + std::to_string(error) + ")");
     }
     ::CloseHandle(info.hThread);
     ::CloseHandle(info.hProcess);
@@ -137,7 +146,9 @@ bool WindowsProcesses::exitCode(intptr_t handle, uint32_t& code) {
     return true;
 }
 
-void WindowsProcesses::sleep(int32_t milliseconds) { ::Sleep(static_cast<DWORD>(milliseconds)); }
+void WindowsProcesses::sleep(int32_t milliseconds) {
+    ::Sleep(static_cast<DWORD>(milliseconds));
+}
 
 void WindowsProcesses::close(intptr_t handle) {
     if (handle) ::CloseHandle(reinterpret_cast<HANDLE>(handle));
@@ -157,7 +168,8 @@ bool RandomGuids::create(Guid& out) {
 
 std::string SystemClock::longDate() {
     wchar_t buf[128];
-    const int n = ::GetDateFormatEx(LOCALE_NAME_USER_DEFAULT, DATE_LONGDATE, nullptr, nullptr, buf, 128, nullptr);
+    const int n =
+        ::GetDateFormatEx(LOCALE_NAME_USER_DEFAULT, DATE_LONGDATE, nullptr, nullptr, buf, 128, nullptr);
     return n > 0 ? narrow(std::wstring_view(buf, static_cast<size_t>(n - 1))) : std::string();
 }
 

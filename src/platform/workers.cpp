@@ -42,8 +42,8 @@ struct Workers::Shared {
     const std::function<void(size_t)>* job = nullptr;
     size_t jobs = 0;
     std::atomic<size_t> next{0};
-    size_t running = 0;     // helper threads still in the current loop
-    uint64_t loop = 0;      // counts the loops, so that each helper joins each once
+    size_t running = 0; // helper threads still in the current loop
+    uint64_t loop = 0;  // counts the loops, so that each helper joins each once
     bool stop = false;
     std::exception_ptr failure;
 
@@ -61,7 +61,8 @@ struct Workers::Shared {
     }
 };
 
-Workers::Workers(unsigned threads, size_t grain) : shared_(std::make_unique<Shared>()), grain_(std::max<size_t>(grain, 1)) {
+Workers::Workers(unsigned threads, size_t grain)
+    : shared_(std::make_unique<Shared>()), grain_(std::max<size_t>(grain, 1)) {
     if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
     for (unsigned t = 1; t < threads; ++t)
         helpers_.emplace_back([s = shared_.get()] {
@@ -92,7 +93,8 @@ Workers::~Workers() {
         shared_->stop = true;
     }
     shared_->wake.notify_all();
-    for (std::thread& t : helpers_) t.join();
+    for (std::thread& t : helpers_)
+        t.join();
 }
 
 std::shared_ptr<Task> Workers::post(std::function<void()> job) {

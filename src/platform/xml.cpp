@@ -19,9 +19,15 @@ namespace tarnvale::platform {
 
 namespace {
 
-xmlNode* toNode(void* p) { return static_cast<xmlNode*>(p); }
-const xmlChar* xml(const std::string& s) { return reinterpret_cast<const xmlChar*>(s.c_str()); }
-std::string str(const xmlChar* s) { return s ? reinterpret_cast<const char*>(s) : ""; }
+xmlNode* toNode(void* p) {
+    return static_cast<xmlNode*>(p);
+}
+const xmlChar* xml(const std::string& s) {
+    return reinterpret_cast<const xmlChar*>(s.c_str());
+}
+std::string str(const xmlChar* s) {
+    return s ? reinterpret_cast<const char*>(s) : "";
+}
 
 // Strict parsing: no network, no external subset, entities left as references
 // (their internal text is read through them), no messages of the library's own.
@@ -32,7 +38,9 @@ constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NO
 struct QuietParse {
     xmlStructuredErrorFunc before = xmlStructuredError;
     void* context = xmlStructuredErrorContext;
-    QuietParse() { xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {}); }
+    QuietParse() {
+        xmlSetStructuredErrorFunc(nullptr, [](void*, xmlErrorPtr) {});
+    }
     ~QuietParse() { xmlSetStructuredErrorFunc(context, before); }
 };
 
@@ -67,7 +75,8 @@ int toCodePage(unsigned char* out, int* outLength, const unsigned char* in, int*
         const int length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
         if (i + length > *inLength) break; // the rest comes with the next call
         uint32_t cp = length == 1 ? lead : lead & (0x7F >> length);
-        for (int k = 1; k < length; ++k) cp = cp << 6 | (in[i + k] & 0x3F);
+        for (int k = 1; k < length; ++k)
+            cp = cp << 6 | (in[i + k] & 0x3F);
         const int b = windows1252Byte(cp);
         if (b < 0) {
             *outLength = o;
@@ -86,7 +95,8 @@ int toCodePage(unsigned char* out, int* outLength, const unsigned char* in, int*
 void initialiseLibrary() {
     xmlInitParser();
 #ifndef LIBXML_ICONV_ENABLED
-    if (!xmlFindCharEncodingHandler("windows-1252")) xmlNewCharEncodingHandler("windows-1252", fromCodePage, toCodePage);
+    if (!xmlFindCharEncodingHandler("windows-1252"))
+        xmlNewCharEncodingHandler("windows-1252", fromCodePage, toCodePage);
 #endif
 }
 
@@ -141,7 +151,8 @@ bool serialise(xmlDoc* doc, xmlOutputWriteCallback write, void* context, bool in
     if (!encoding) {
         // UTF-8 as it is, under a declaration that names no encoding (which the
         // library would add, or else write every other character as a reference).
-        const std::string declaration = "<?xml version=\"" + str(doc->version ? doc->version : BAD_CAST "1.0") + "\"?>\n";
+        const std::string declaration =
+            "<?xml version=\"" + str(doc->version ? doc->version : BAD_CAST "1.0") + "\"?>\n";
         if (write(context, declaration.data(), static_cast<int>(declaration.size())) < 0) return false;
         encoding = "UTF-8";
         options |= XML_SAVE_NO_DECL;
@@ -172,13 +183,14 @@ std::vector<XmlElement> selectFrom(xmlNode* from, const std::string& path) {
     }
     std::vector<XmlElement> out;
     out.reserve(level.size());
-    for (xmlNode* n : level) out.push_back(XmlAccess::wrap(n));
+    for (xmlNode* n : level)
+        out.push_back(XmlAccess::wrap(n));
     return out;
 }
 
 // The same walk in a compact tree, from the elements `level` holds.
-std::vector<XmlElement> selectFrom(CompactTree& t, std::vector<uint32_t> level, const std::vector<std::string>& parts,
-                                   size_t first) {
+std::vector<XmlElement> selectFrom(CompactTree& t, std::vector<uint32_t> level,
+                                   const std::vector<std::string>& parts, size_t first) {
     for (size_t p = first; p < parts.size(); ++p) {
         std::vector<uint32_t> next;
         for (uint32_t n : level)
@@ -188,7 +200,8 @@ std::vector<XmlElement> selectFrom(CompactTree& t, std::vector<uint32_t> level, 
     }
     std::vector<XmlElement> out;
     out.reserve(level.size());
-    for (uint32_t n : level) out.push_back(XmlAccess::wrap(&t, n));
+    for (uint32_t n : level)
+        out.push_back(XmlAccess::wrap(&t, n));
     return out;
 }
 
@@ -297,12 +310,14 @@ struct XmlDocument::Impl {
             bool failed = false;
             compact->serialise(str(doc->version ? doc->version : BAD_CAST "1.0"), indent,
                                [&](const char* bytes, size_t length) {
-                                   if (!failed && write(context, bytes, static_cast<int>(length)) < 0) failed = true;
+                                   if (!failed && write(context, bytes, static_cast<int>(length)) < 0)
+                                       failed = true;
                                });
             return !failed;
         }
         // The rest through the library, on a copy that lives while it is written.
-        xmlNode* root = compact->root() == CompactTree::kNone ? nullptr : toLibrary(*compact, compact->root(), doc);
+        xmlNode* root =
+            compact->root() == CompactTree::kNone ? nullptr : toLibrary(*compact, compact->root(), doc);
         if (root) xmlDocSetRootElement(doc, root);
         const bool ok = serialise(doc, write, context, indent);
         if (root) {
@@ -315,7 +330,9 @@ struct XmlDocument::Impl {
 
 // ---- XmlElement ---------------------------------------------------------------------
 
-CompactTree* XmlElement::compact() const { return id_ == kLibraryNode ? nullptr : static_cast<CompactTree*>(node_); }
+CompactTree* XmlElement::compact() const {
+    return id_ == kLibraryNode ? nullptr : static_cast<CompactTree*>(node_);
+}
 
 std::string XmlElement::name() const {
     if (CompactTree* t = compact()) return t->name(id_);
@@ -367,7 +384,8 @@ std::optional<std::string> XmlElement::attribute(const std::string& name) const 
 
 void XmlElement::setAttribute(const std::string& name, const std::string& value) {
     if (CompactTree* t = compact()) return t->setAttribute(id_, name, value);
-    if (!xmlSetProp(toNode(node_), xml(name), xml(value))) throw Failure(5, "XML: attribute " + name + " cannot be set");
+    if (!xmlSetProp(toNode(node_), xml(name), xml(value)))
+        throw Failure(5, "XML: attribute " + name + " cannot be set");
 }
 
 XmlElement XmlElement::child(const std::string& name) const {
@@ -406,16 +424,19 @@ bool XmlElement::hasChildren() const {
 XmlElement XmlElement::appendChild(XmlElement child) {
     if (CompactTree* t = compact()) {
         if (!child) throw Failure(err::kObjectNotSet, "XML: no element to append");
-        if (child.node_ != node_) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+        if (child.node_ != node_)
+            throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
         for (uint32_t p = id_; p != CompactTree::kNone; p = t->parent(p))
-            if (p == child.id_) throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
+            if (p == child.id_)
+                throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
         t->append(id_, child.id_);
         return child;
     }
     xmlNode *parent = toNode(node_), *c = child.compact() ? nullptr : toNode(child.node_);
     if (child.compact()) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     if (!parent || !c) throw Failure(err::kObjectNotSet, "XML: no element to append");
-    if (parent->doc != c->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+    if (parent->doc != c->doc)
+        throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     for (xmlNode* p = parent; p; p = p->parent)
         if (p == c) throw Failure(err::kInvalidCall, "XML: an element cannot be appended inside itself");
     xmlUnlinkNode(c);
@@ -438,7 +459,8 @@ bool XmlDocument::load(const std::string& path) {
     std::string bytes;
     if (std::FILE* f = openFile(path, "rb")) {
         char buffer[1 << 16];
-        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) bytes.append(buffer, n);
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;)
+            bytes.append(buffer, n);
         const bool failed = std::ferror(f) != 0;
         std::fclose(f);
         if (failed) bytes.clear();
@@ -487,7 +509,8 @@ std::string XmlDocument::toString() const {
 XmlElement XmlDocument::createElement(const std::string& name) {
     if (CompactTree* t = impl_->compact.get()) return XmlElement(t, t->create(name));
     xmlNode* n = xmlNewDocNode(impl_->doc, nullptr, xml(name), nullptr);
-    if (!n || !xmlAddChild(impl_->scratch, n)) throw Failure(err::kInvalidCall, "XML: element " + name + " cannot be made");
+    if (!n || !xmlAddChild(impl_->scratch, n))
+        throw Failure(err::kInvalidCall, "XML: element " + name + " cannot be made");
     return XmlElement(n);
 }
 
@@ -525,12 +548,14 @@ XmlElement XmlDocument::documentElement() const {
 
 void XmlDocument::setDocumentElement(XmlElement element) {
     if (CompactTree* t = impl_->compact.get()) {
-        if (element.node_ != t || !element) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+        if (element.node_ != t || !element)
+            throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
         return t->setRoot(element.id_);
     }
     if (element.compact()) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     xmlNode* n = toNode(element.node_);
-    if (!n || n->doc != impl_->doc) throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
+    if (!n || n->doc != impl_->doc)
+        throw Failure(err::kInvalidCall, "XML: the element belongs to another document");
     if (n == xmlDocGetRootElement(impl_->doc)) return;
     xmlUnlinkNode(n);
     if (xmlNode* old = xmlDocSetRootElement(impl_->doc, n)) xmlFreeNode(old);

@@ -15,7 +15,7 @@ class CompactTree;
 // A handle to an element; empty (false) when a lookup found nothing. Valid while
 // its document lives.
 class XmlElement {
-public:
+  public:
     XmlElement() = default;
     explicit operator bool() const { return node_ != nullptr; }
     bool operator==(const XmlElement& o) const { return node_ == o.node_ && id_ == o.id_; }
@@ -42,7 +42,7 @@ public:
     // Handles stay valid.
     XmlElement appendChild(XmlElement child);
 
-private:
+  private:
     friend class XmlDocument;
     friend struct XmlAccess;
     static constexpr uint32_t kLibraryNode = UINT32_MAX;
@@ -59,7 +59,7 @@ private:
 enum class XmlStorage { library, compact };
 
 class XmlDocument {
-public:
+  public:
     explicit XmlDocument(XmlStorage storage = XmlStorage::library);
     ~XmlDocument();
     XmlDocument(const XmlDocument&) = delete;
@@ -84,7 +84,7 @@ public:
     void setDocumentElement(XmlElement element);
     std::vector<XmlElement> select(const std::string& path) const;
 
-private:
+  private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -19,7 +19,8 @@ constexpr size_t kShortValuesKept = size_t(1) << 16;
 // The characters the library writes as references in an attribute's value.
 constexpr auto kEscaped = [] {
     std::array<bool, 256> table{};
-    for (unsigned char c : std::string_view("<>&\"\n\r\t")) table[c] = true;
+    for (unsigned char c : std::string_view("<>&\"\n\r\t"))
+        table[c] = true;
     return table;
 }();
 
@@ -93,14 +94,16 @@ std::string CompactTree::text(uint32_t id) const {
             n = nodes_[n].first;
             continue;
         }
-        while (n != id && nodes_[n].next == kNone) n = nodes_[n].parent;
+        while (n != id && nodes_[n].next == kNone)
+            n = nodes_[n].parent;
         if (n != id) n = nodes_[n].next;
     }
     return out;
 }
 
 void CompactTree::removeChildren(uint32_t id) {
-    while (nodes_[id].first != kNone) detach(nodes_[id].first);
+    while (nodes_[id].first != kNone)
+        detach(nodes_[id].first);
 }
 
 bool CompactTree::attribute(uint32_t id, std::string_view name, std::string& value) const {
@@ -136,7 +139,8 @@ void CompactTree::detach(uint32_t id) {
     if (n.parent == kNone) return;
     Node& p = nodes_[n.parent];
     uint32_t before = kNone;
-    for (uint32_t c = p.first; c != id; c = nodes_[c].next) before = c;
+    for (uint32_t c = p.first; c != id; c = nodes_[c].next)
+        before = c;
     (before == kNone ? p.first : nodes_[before].next) = n.next;
     if (p.last == id) p.last = before;
     if (isText(id)) --texts_;
@@ -176,14 +180,29 @@ void CompactTree::serialise(const std::string& version, bool indent,
                 if (!kEscaped[static_cast<unsigned char>(value[i])]) continue;
                 const char* escaped = nullptr;
                 switch (value[i]) {
-                case '<': escaped = "&lt;"; break;
-                case '>': escaped = "&gt;"; break;
-                case '&': escaped = "&amp;"; break;
-                case '"': escaped = "&quot;"; break;
-                case '\n': escaped = "&#10;"; break;
-                case '\r': escaped = "&#13;"; break;
-                case '\t': escaped = "&#9;"; break;
-                default: continue;
+                case '<':
+                    escaped = "&lt;";
+                    break;
+                case '>':
+                    escaped = "&gt;";
+                    break;
+                case '&':
+                    escaped = "&amp;";
+                    break;
+                case '"':
+                    escaped = "&quot;";
+                    break;
+                case '\n':
+                    escaped = "&#10;";
+                    break;
+                case '\r':
+                    escaped = "&#13;";
+                    break;
+                case '\t':
+                    escaped = "&#9;";
+                    break;
+                default:
+                    continue;
                 }
                 out.append(value.data() + plain, i - plain);
                 out += escaped;

@@ -15,7 +15,7 @@
 namespace tarnvale::platform {
 
 class CompactTree {
-public:
+  public:
     static constexpr uint32_t kNone = UINT32_MAX;
 
     uint32_t create(std::string_view name);
@@ -31,7 +31,8 @@ public:
     bool attribute(uint32_t id, std::string_view name, std::string& value) const;
     void setAttribute(uint32_t id, std::string_view name, std::string_view value);
     // Calls f(name, value) for each attribute, in the order they were set first.
-    void forEachAttribute(uint32_t id, const std::function<void(const std::string&, std::string_view)>& f) const;
+    void forEachAttribute(uint32_t id,
+                          const std::function<void(const std::string&, std::string_view)>& f) const;
 
     uint32_t firstChild(uint32_t id) const { return nodes_[id].first; }
     uint32_t next(uint32_t id) const { return nodes_[id].next; }
@@ -47,7 +48,7 @@ public:
     void serialise(const std::string& version, bool indent,
                    const std::function<void(const char*, size_t)>& write) const;
 
-private:
+  private:
     static constexpr uint32_t kTextName = 0; // names_[0] is never an element's
     struct Node {
         uint32_t name;

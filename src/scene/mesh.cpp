@@ -3,15 +3,16 @@
 #include "scene/scene.h"
 
 #include <algorithm>
-#include <unordered_map>
 #include <string>
+#include <unordered_map>
 
 namespace tarnvale::scene {
 
 namespace {
 
 [[noreturn]] void failIndex(const char* what, int64_t index) {
-    throw Failure(err::kSubscript, std::string("Subscript out of range: ") + what + " " + std::to_string(index));
+    throw Failure(err::kSubscript,
+                  std::string("Subscript out of range: ") + what + " " + std::to_string(index));
 }
 
 } // namespace
@@ -32,7 +33,8 @@ void MeshData::makeFull() {
 void MeshData::makeGeneral() {
     if (!triangles) return;
     start.resize(polygonCount() + 1);
-    for (size_t p = 0; p < start.size(); ++p) start[p] = static_cast<uint32_t>(3 * p);
+    for (size_t p = 0; p < start.size(); ++p)
+        start[p] = static_cast<uint32_t>(3 * p);
     triangles = false;
 }
 
@@ -55,10 +57,13 @@ MeshData MeshData::without(std::span<const uint32_t> gone) const {
     m.weights = weights; // the positions stay, and so do their weights
     m.bones = bones;
     size_t goneCorners = 0;
-    for (uint32_t p : gone) goneCorners += last(p) - first(p);
+    for (uint32_t p : gone)
+        goneCorners += last(p) - first(p);
     const size_t keptPolygons = polygonCount() - gone.size(), keptCorners = cornerCount() - goneCorners;
-    if (uniform) m.single.reserve(keptCorners);
-    else m.full.reserve(keptCorners);
+    if (uniform)
+        m.single.reserve(keptCorners);
+    else
+        m.full.reserve(keptCorners);
     m.material.reserve(keptPolygons);
     if (!triangles) {
         m.start.reserve(keptPolygons + 1);
@@ -71,7 +76,8 @@ MeshData MeshData::without(std::span<const uint32_t> gone) const {
             continue;
         }
         if (uniform)
-            for (uint32_t c = first(p); c < last(p); ++c) m.single.push_back(single[c]);
+            for (uint32_t c = first(p); c < last(p); ++c)
+                m.single.push_back(single[c]);
         else
             m.full.insert(m.full.end(), full.begin() + first(p), full.begin() + last(p));
         if (!triangles) m.start.push_back(static_cast<uint32_t>(m.cornerCount()));
@@ -87,8 +93,10 @@ MeshData& MemoryShape::own() {
         return const_cast<MeshData&>(*pieces_[0].data); // made here as non-const, and held alone
     auto merged = std::make_shared<MeshData>();
     // A single piece has bases 0: a plain copy.
-    if (pieces_.size() == 1) *merged = *pieces_[0].data;
-    else concatenatePieces(*merged);
+    if (pieces_.size() == 1)
+        *merged = *pieces_[0].data;
+    else
+        concatenatePieces(*merged);
     pieces_.assign(1, Piece{merged});
     lastPiece_ = 0;
     return *merged;
@@ -111,8 +119,10 @@ void MemoryShape::concatenatePieces(MeshData& m) {
     m.positions.reserve(positions);
     m.normals.reserve(normals);
     m.uvs.reserve(uvs);
-    if (m.uniform) m.single.reserve(corners);
-    else m.full.reserve(corners);
+    if (m.uniform)
+        m.single.reserve(corners);
+    else
+        m.full.reserve(corners);
     m.material.reserve(polygons);
     if (!m.triangles) {
         m.start.reserve(polygons + 1);
@@ -134,9 +144,11 @@ void MemoryShape::concatenatePieces(MeshData& m) {
             }
         }
         if (!m.triangles)
-            for (size_t p = 0; p < d.polygonCount(); ++p) m.start.push_back(d.last(p) + cornerBase);
+            for (size_t p = 0; p < d.polygonCount(); ++p)
+                m.start.push_back(d.last(p) + cornerBase);
         std::unordered_map<const SGObject*, uint32_t> boneSlot;
-        for (size_t b = 0; b < m.bones.size(); ++b) boneSlot.emplace(m.bones[b].lock().get(), static_cast<uint32_t>(b));
+        for (size_t b = 0; b < m.bones.size(); ++b)
+            boneSlot.emplace(m.bones[b].lock().get(), static_cast<uint32_t>(b));
         for (const MeshData::Weight& w : d.weights) {
             const auto bone = d.bones[w.bone].lock();
             auto [it, added] = boneSlot.try_emplace(bone.get(), static_cast<uint32_t>(m.bones.size()));
@@ -144,7 +156,8 @@ void MemoryShape::concatenatePieces(MeshData& m) {
             m.weights.push_back({w.vertex + static_cast<uint32_t>(q.vertexBase), it->second, w.weight});
         }
         std::vector<uint32_t> slotMap(d.materials.size());
-        for (size_t i = 0; i < d.materials.size(); ++i) slotMap[i] = m.slotFor(d.materials[i]);
+        for (size_t i = 0; i < d.materials.size(); ++i)
+            slotMap[i] = m.slotFor(d.materials[i]);
         for (size_t p = 0; p < d.material.size(); ++p) {
             const uint32_t slot = d.material[p];
             m.material.push_back(slot == MeshData::kNoMaterial ? slot : slotMap[slot]);
@@ -158,7 +171,9 @@ MemoryShape::Piece& MemoryShape::addEditPiece() {
     return pieces_.back();
 }
 
-void MemoryShape::unshare(Piece& piece) { piece.data = std::make_shared<MeshData>(*piece.data); }
+void MemoryShape::unshare(Piece& piece) {
+    piece.data = std::make_shared<MeshData>(*piece.data);
+}
 
 MemoryShape::Located MemoryShape::locateAmongPieces(int32_t face) {
     if (face < 0 || pieces_.empty()) failIndex("polygon", face);
@@ -221,7 +236,8 @@ void MemoryShape::MergeShape(const SGShapePtr& other) {
     const int32_t vBase = vertexCount(), nBase = normalCount(), tBase = uvCount();
     const auto pBase = static_cast<uint32_t>(polygonCount());
     for (const Piece& q : src->pieces_)
-        pieces_.push_back({q.data, vBase + q.vertexBase, nBase + q.normalBase, tBase + q.uvBase, pBase + q.polygonBase});
+        pieces_.push_back(
+            {q.data, vBase + q.vertexBase, nBase + q.normalBase, tBase + q.uvBase, pBase + q.polygonBase});
 }
 
 // ---- MemoryShape: building and changing ----------------------------------------------
@@ -230,8 +246,10 @@ void MemoryShape::reserve(size_t polygons, size_t corners) {
     MeshData& d = own();
     d.material.reserve(d.material.size() + polygons);
     if (!d.triangles) d.start.reserve(d.start.size() + polygons);
-    if (d.uniform) d.single.reserve(d.single.size() + corners);
-    else d.full.reserve(d.full.size() + corners);
+    if (d.uniform)
+        d.single.reserve(d.single.size() + corners);
+    else
+        d.full.reserve(d.full.size() + corners);
 }
 
 void MemoryShape::checkCorner(const MeshData& d, int32_t vertex, int32_t normal, int32_t uv) const {
@@ -250,7 +268,8 @@ void MemoryShape::addPolygon(const SGMaterialPtr& material, std::span<const Corn
     if (d.uniform && !uniform) d.makeFull();
     if (d.triangles && corners.size() != 3) d.makeGeneral();
     if (d.uniform) {
-        for (const Corner& c : corners) d.single.push_back(static_cast<uint32_t>(c.vertex));
+        for (const Corner& c : corners)
+            d.single.push_back(static_cast<uint32_t>(c.vertex));
     } else {
         d.full.insert(d.full.end(), corners.begin(), corners.end());
     }
@@ -264,7 +283,8 @@ void MemoryShape::setWeights(const std::vector<VertexWeight>& weights) {
     d.bones.clear();
     std::unordered_map<const SGObject*, uint32_t> slot;
     for (const VertexWeight& w : weights) {
-        if (w.vertex < 0 || static_cast<size_t>(w.vertex) >= d.positions.size()) failIndex("vertex", w.vertex);
+        if (w.vertex < 0 || static_cast<size_t>(w.vertex) >= d.positions.size())
+            failIndex("vertex", w.vertex);
         auto [it, added] = slot.try_emplace(w.bone.get(), static_cast<uint32_t>(d.bones.size()));
         if (added) d.bones.push_back(w.bone);
         d.weights.push_back({static_cast<uint32_t>(w.vertex), it->second, w.weight});
@@ -276,7 +296,8 @@ std::vector<VertexWeight> MemoryShape::GetVertexWeights() {
     for (const Piece& q : pieces_) {
         // Each bone is locked once, not once per weight.
         std::vector<SGObjectPtr> bones;
-        for (const auto& bone : q.data->bones) bones.push_back(bone.lock());
+        for (const auto& bone : q.data->bones)
+            bones.push_back(bone.lock());
         out.reserve(out.size() + q.data->weights.size());
         for (const MeshData::Weight& w : q.data->weights)
             out.push_back({static_cast<int32_t>(w.vertex) + q.vertexBase, bones[w.bone], w.weight});
@@ -361,9 +382,12 @@ void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, in
     // Corners of a polygon are contiguous: appending to the piece's last polygon is
     // cheap, to an earlier one shifts the later corners of the piece.
     const uint32_t at = d.start[l.local + 1];
-    if (d.uniform) d.single.insert(at, static_cast<uint32_t>(k.vertex));
-    else d.full.insert(d.full.begin() + at, k);
-    for (size_t p = l.local + 1; p < d.start.size(); ++p) ++d.start[p];
+    if (d.uniform)
+        d.single.insert(at, static_cast<uint32_t>(k.vertex));
+    else
+        d.full.insert(d.full.begin() + at, k);
+    for (size_t p = l.local + 1; p < d.start.size(); ++p)
+        ++d.start[p];
 }
 
 // ---- MemoryShape: reading -------------------------------------------------------------
@@ -371,17 +395,20 @@ void MemoryShape::FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, in
 namespace {
 
 // Pairs are the same when their numbers are equal: (u, -0.0) is (u, 0.0).
-bool samePair(const MeshVertex& record, Uv pair) { return record.u == pair.u && record.v == pair.v; }
+bool samePair(const MeshVertex& record, Uv pair) {
+    return record.u == pair.u && record.v == pair.v;
+}
 
 // The vertex records beyond one per position: a chain per position, so that the
 // search stays near the corner's own data.
 class ExtraRecords {
-public:
+  public:
     explicit ExtraRecords(size_t positions) : positions_(positions) {}
 
     // The record of (vertex, pair), appended to `vertices` (and the position it
     // repeats to `repeated`) when it is new.
-    int32_t recordFor(std::vector<MeshVertex>& vertices, std::vector<int32_t>& repeated, int32_t vertex, Uv pair) {
+    int32_t recordFor(std::vector<MeshVertex>& vertices, std::vector<int32_t>& repeated, int32_t vertex,
+                      Uv pair) {
         if (first_.empty()) first_.assign(positions_, -1);
         int32_t r = first_[vertex], last = -1;
         while (r >= 0 && !samePair(vertices[r], pair)) {
@@ -394,12 +421,14 @@ public:
         vertices.push_back({base.x, base.y, base.z, pair.u, pair.v});
         repeated.push_back(vertex);
         next_.push_back(-1);
-        if (last < 0) first_[vertex] = r;
-        else next_[last - positions_] = r;
+        if (last < 0)
+            first_[vertex] = r;
+        else
+            next_[last - positions_] = r;
         return r;
     }
 
-private:
+  private:
     size_t positions_;
     std::vector<int32_t> first_; // per position: its first further record, -1 if none
     std::vector<int32_t> next_;  // per further record: the next of the same position
@@ -459,7 +488,8 @@ void MemoryShape::GetMeshArrays(MeshArrays& out) {
         const MeshData& d = *q.data;
         for (size_t i = 0; i < d.positions.size(); ++i)
             out.vertices[q.vertexBase + i] = {d.positions[i].x, d.positions[i].y, d.positions[i].z, 0, 0};
-        for (const Vec3& n : d.normals) out.normals.push_back({n.x, n.y, n.z});
+        for (const Vec3& n : d.normals)
+            out.normals.push_back({n.x, n.y, n.z});
         cornersTotal += d.cornerCount();
     }
     std::vector<uint8_t> claimed(nPos, 0);

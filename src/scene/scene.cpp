@@ -10,18 +10,18 @@ namespace tarnvale::scene {
 namespace {
 
 // A list interface over a copied vector of items.
-template <typename Interface, typename Item>
-class VectorList : public Interface {
-public:
+template <typename Interface, typename Item> class VectorList : public Interface {
+  public:
     VectorList(std::vector<Item> items, const char* what) : items_(std::move(items)), what_(what) {}
     int32_t GetCount() override { return static_cast<int32_t>(items_.size()); }
     Item GetItem(int32_t i) override {
         if (i < 0 || static_cast<size_t>(i) >= items_.size())
-            throw Failure(err::kSubscript, std::string("Subscript out of range: ") + what_ + " " + std::to_string(i));
+            throw Failure(err::kSubscript,
+                          std::string("Subscript out of range: ") + what_ + " " + std::to_string(i));
         return items_[static_cast<size_t>(i)];
     }
 
-private:
+  private:
     std::vector<Item> items_;
     const char* what_;
 };
@@ -46,13 +46,25 @@ int32_t addTo(std::map<std::string, int32_t>& names, const std::string& name) {
 
 } // namespace
 
-int32_t FieldRegistry::findMaterial(const std::string& name) const { return findIn(material_, name); }
-int32_t FieldRegistry::findObject(const std::string& name) const { return findIn(object_, name); }
-int32_t FieldRegistry::addMaterial(const std::string& name) { return addTo(material_, name); }
-int32_t FieldRegistry::addObject(const std::string& name) { return addTo(object_, name); }
+int32_t FieldRegistry::findMaterial(const std::string& name) const {
+    return findIn(material_, name);
+}
+int32_t FieldRegistry::findObject(const std::string& name) const {
+    return findIn(object_, name);
+}
+int32_t FieldRegistry::addMaterial(const std::string& name) {
+    return addTo(material_, name);
+}
+int32_t FieldRegistry::addObject(const std::string& name) {
+    return addTo(object_, name);
+}
 
-std::string MemoryMaterial::GetMaterialField(int32_t fieldId) { return fieldText(fields, fieldId); }
-std::string MemoryState::GetMaterialField(int32_t fieldId) { return fieldText(fields, fieldId); }
+std::string MemoryMaterial::GetMaterialField(int32_t fieldId) {
+    return fieldText(fields, fieldId);
+}
+std::string MemoryState::GetMaterialField(int32_t fieldId) {
+    return fieldText(fields, fieldId);
+}
 
 MemoryObject::MemoryObject(std::string name, std::shared_ptr<FieldRegistry> fields)
     : name_(std::move(name)), fields_(std::move(fields)) {}
@@ -72,7 +84,8 @@ MemoryObject::~MemoryObject() {
         std::shared_ptr<MemoryObject> node = std::move(pending.back());
         pending.pop_back();
         if (node.use_count() != 1) continue; // held elsewhere: it lives on with its subtree
-        for (auto& c : node->children_) pending.push_back(std::move(c));
+        for (auto& c : node->children_)
+            pending.push_back(std::move(c));
         node->children_.clear();
     }
 }
@@ -82,19 +95,26 @@ std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) 
     while (!stack.empty()) {
         MemoryObject* node = stack.back();
         stack.pop_back();
-        if (node->name_ == name || (!name.empty() && node->sourceName_ == name)) return node->shared_from_this();
-        for (auto it = node->children_.rbegin(); it != node->children_.rend(); ++it) stack.push_back(it->get());
+        if (node->name_ == name || (!name.empty() && node->sourceName_ == name))
+            return node->shared_from_this();
+        for (auto it = node->children_.rbegin(); it != node->children_.rend(); ++it)
+            stack.push_back(it->get());
     }
     return nullptr;
 }
 
 SGNodeListPtr MemoryObject::GetChildren() {
-    return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()), "node");
+    return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()),
+                                            "node");
 }
 
-SGShapeListPtr MemoryObject::GetShapes() { return std::make_shared<VectorShapeList>(shapes_, "shape"); }
+SGShapeListPtr MemoryObject::GetShapes() {
+    return std::make_shared<VectorShapeList>(shapes_, "shape");
+}
 
-SGShapePtr MemoryObject::GetShape() { return shapes_.empty() ? nullptr : shapes_.front(); }
+SGShapePtr MemoryObject::GetShape() {
+    return shapes_.empty() ? nullptr : shapes_.front();
+}
 
 void MemoryObject::AddShape(const SGShapePtr& shape) {
     if (!shape) throw Failure(err::kObjectNotSet, "AddShape: no shape given");
@@ -111,11 +131,14 @@ void MemoryObject::RemoveShape(const SGShapePtr& shape) {
     throw Failure(err::kInvalidCall, "RemoveShape: the shape is not on node " + name_);
 }
 
-std::string MemoryObject::GetFieldText(int32_t fieldId) { return fieldText(fieldText_, fieldId); }
+std::string MemoryObject::GetFieldText(int32_t fieldId) {
+    return fieldText(fieldText_, fieldId);
+}
 
 Matrix16 MemoryObject::worldMatrix() {
     Matrix16 m = matrix_;
-    for (auto p = parent_.lock(); p; p = p->parent_.lock()) m = multiply(m, p->matrix_);
+    for (auto p = parent_.lock(); p; p = p->parent_.lock())
+        m = multiply(m, p->matrix_);
     return m;
 }
 
@@ -159,7 +182,9 @@ std::shared_ptr<MemoryScene> MemoryScene::create(const std::string& rootName) {
     return s;
 }
 
-SGDocumentPtr MemoryScene::GetDocument() { return std::static_pointer_cast<SGDocument>(shared_from_this()); }
+SGDocumentPtr MemoryScene::GetDocument() {
+    return std::static_pointer_cast<SGDocument>(shared_from_this());
+}
 
 BonesLeftOut keepBonesWithin(MemoryObject& group) {
     std::unordered_set<const SGObject*> inside;
@@ -169,7 +194,8 @@ BonesLeftOut keepBonesWithin(MemoryObject& group) {
         stack.pop_back();
         inside.insert(node);
         nodes.push_back(node);
-        for (const auto& c : node->children()) stack.push_back(c.get());
+        for (const auto& c : node->children())
+            stack.push_back(c.get());
     }
     BonesLeftOut left;
     std::unordered_set<const SGObject*> told;
@@ -184,7 +210,8 @@ BonesLeftOut keepBonesWithin(MemoryObject& group) {
             for (size_t first = 0, end; first < weights.size(); first = end) {
                 double all = 0, within = 0;
                 const size_t before = kept.size();
-                for (end = first; end < weights.size() && weights[end].vertex == weights[first].vertex; ++end) {
+                for (end = first; end < weights.size() && weights[end].vertex == weights[first].vertex;
+                     ++end) {
                     const VertexWeight& w = weights[end];
                     all += w.weight;
                     if (inside.count(w.bone.get())) {
@@ -196,7 +223,8 @@ BonesLeftOut keepBonesWithin(MemoryObject& group) {
                     }
                 }
                 if (within == all || kept.size() == before || within == 0) continue;
-                for (size_t k = before; k < kept.size(); ++k) kept[k].weight = static_cast<float>(kept[k].weight * all / within);
+                for (size_t k = before; k < kept.size(); ++k)
+                    kept[k].weight = static_cast<float>(kept[k].weight * all / within);
                 ++left.vertices;
             }
             if (kept.size() != weights.size()) shape->setWeights(kept);
@@ -210,7 +238,8 @@ Matrix16 multiply(const Matrix16& a, const Matrix16& b) {
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j) {
             double s = 0;
-            for (int k = 0; k < 4; ++k) s += double(a[i * 4 + k]) * b[k * 4 + j];
+            for (int k = 0; k < 4; ++k)
+                s += double(a[i * 4 + k]) * b[k * 4 + j];
             r[i * 4 + j] = static_cast<float>(s);
         }
     return r;
@@ -227,25 +256,31 @@ Matrix16 inverse(const Matrix16& m) {
     // Gauss-Jordan with partial pivoting, in double.
     double a[4][8];
     for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 8; ++j) a[i][j] = j < 4 ? m[i * 4 + j] : (j - 4 == i ? 1.0 : 0.0);
+        for (int j = 0; j < 8; ++j)
+            a[i][j] = j < 4 ? m[i * 4 + j] : (j - 4 == i ? 1.0 : 0.0);
     for (int col = 0; col < 4; ++col) {
         int pivot = col;
         for (int r = col + 1; r < 4; ++r)
             if (std::fabs(a[r][col]) > std::fabs(a[pivot][col])) pivot = r;
-        if (std::fabs(a[pivot][col]) < 1e-12) throw Failure(err::kDivisionByZero, "Singular transform matrix");
+        if (std::fabs(a[pivot][col]) < 1e-12)
+            throw Failure(err::kDivisionByZero, "Singular transform matrix");
         if (pivot != col)
-            for (int j = 0; j < 8; ++j) std::swap(a[pivot][j], a[col][j]);
+            for (int j = 0; j < 8; ++j)
+                std::swap(a[pivot][j], a[col][j]);
         double d = a[col][col];
-        for (int j = 0; j < 8; ++j) a[col][j] /= d;
+        for (int j = 0; j < 8; ++j)
+            a[col][j] /= d;
         for (int r = 0; r < 4; ++r) {
             if (r == col) continue;
             double f = a[r][col];
-            for (int j = 0; j < 8; ++j) a[r][j] -= f * a[col][j];
+            for (int j = 0; j < 8; ++j)
+                a[r][j] -= f * a[col][j];
         }
     }
     Matrix16 r{};
     for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j) r[i * 4 + j] = static_cast<float>(a[i][j + 4]);
+        for (int j = 0; j < 4; ++j)
+            r[i * 4 + j] = static_cast<float>(a[i][j + 4]);
     return r;
 }
 

@@ -29,20 +29,20 @@ inline constexpr int32_t kGeometryOther = 0;
 
 // Named material and object fields of one scene, shared by its objects.
 class FieldRegistry {
-public:
+  public:
     int32_t findMaterial(const std::string& name) const;
     int32_t findObject(const std::string& name) const;
     // Gives the existing id when the name is already there.
     int32_t addMaterial(const std::string& name);
     int32_t addObject(const std::string& name);
 
-private:
+  private:
     std::map<std::string, int32_t> material_;
     std::map<std::string, int32_t> object_;
 };
 
 class MemoryTextures : public SGTextures {
-public:
+  public:
     std::string fileName, bumpFileName, detailFileName, specularFileName, reflectionFileName;
     std::string GetFileName() override { return fileName; }
     std::string GetBumpFileName() override { return bumpFileName; }
@@ -52,7 +52,7 @@ public:
 };
 
 class MemoryMaterial : public SGMaterial {
-public:
+  public:
     std::string name;
     std::string sourceName; // the name the modeller gave it, for messages; empty: `name`
     float power = 0;
@@ -75,7 +75,7 @@ public:
 };
 
 class MemoryState : public SGState {
-public:
+  public:
     std::string fileName, bumpFileName, detailFileName, specularFileName, reflectionFileName;
     Rgb diffuse{0.8f, 0.8f, 0.8f};
     int32_t alphaPercent = 100;
@@ -96,7 +96,7 @@ public:
 // An array of whole numbers that takes 16 bits a number until a number needs more
 // (UINT32_MAX, "none", is kept in either form).
 class IndexArray {
-public:
+  public:
     size_t size() const { return wide_ ? wideValues_.size() : narrow_.size(); }
     uint32_t operator[](size_t i) const {
         if (wide_) return wideValues_[i];
@@ -105,26 +105,36 @@ public:
     }
     void set(size_t i, uint32_t v) {
         fit(v);
-        if (wide_) wideValues_[i] = v;
-        else narrow_[i] = static_cast<uint16_t>(v);
+        if (wide_)
+            wideValues_[i] = v;
+        else
+            narrow_[i] = static_cast<uint16_t>(v);
     }
     void push_back(uint32_t v) {
         fit(v);
-        if (wide_) wideValues_.push_back(v);
-        else narrow_.push_back(static_cast<uint16_t>(v));
+        if (wide_)
+            wideValues_.push_back(v);
+        else
+            narrow_.push_back(static_cast<uint16_t>(v));
     }
     void insert(size_t at, uint32_t v) {
         fit(v);
-        if (wide_) wideValues_.insert(wideValues_.begin() + static_cast<std::ptrdiff_t>(at), v);
-        else narrow_.insert(narrow_.begin() + static_cast<std::ptrdiff_t>(at), static_cast<uint16_t>(v));
+        if (wide_)
+            wideValues_.insert(wideValues_.begin() + static_cast<std::ptrdiff_t>(at), v);
+        else
+            narrow_.insert(narrow_.begin() + static_cast<std::ptrdiff_t>(at), static_cast<uint16_t>(v));
     }
     void resize(size_t n) {
-        if (wide_) wideValues_.resize(n);
-        else narrow_.resize(n);
+        if (wide_)
+            wideValues_.resize(n);
+        else
+            narrow_.resize(n);
     }
     void reserve(size_t n) {
-        if (wide_) wideValues_.reserve(n);
-        else narrow_.reserve(n);
+        if (wide_)
+            wideValues_.reserve(n);
+        else
+            narrow_.reserve(n);
     }
     void clear() {
         std::vector<uint16_t>().swap(narrow_);
@@ -132,12 +142,13 @@ public:
         wide_ = false;
     }
 
-private:
+  private:
     static constexpr uint16_t kNarrowNone = 0xFFFF;
     void fit(uint32_t v) {
         if (wide_ || v < kNarrowNone || v == UINT32_MAX) return;
         wideValues_.resize(narrow_.size());
-        for (size_t i = 0; i < narrow_.size(); ++i) wideValues_[i] = (*this)[i];
+        for (size_t i = 0; i < narrow_.size(); ++i)
+            wideValues_[i] = (*this)[i];
         std::vector<uint16_t>().swap(narrow_);
         wide_ = true;
     }
@@ -160,12 +171,12 @@ struct MeshData {
     std::vector<Vec3> positions;
     std::vector<Vec3> normals;
     std::vector<Uv> uvs;
-    bool uniform = true;             // corners in `single`, else in `full`
-    IndexArray single;               // one index per corner: vertex, normal and pair
-    std::vector<Corner> full;        // per corner (vertex, normal, pair)
-    bool triangles = true;           // polygon p has corners [3p, 3p + 3), else `start`
-    std::vector<uint32_t> start;     // polygon p has corners [start[p], start[p + 1])
-    IndexArray material;             // per polygon: a slot of `materials`
+    bool uniform = true;         // corners in `single`, else in `full`
+    IndexArray single;           // one index per corner: vertex, normal and pair
+    std::vector<Corner> full;    // per corner (vertex, normal, pair)
+    bool triangles = true;       // polygon p has corners [3p, 3p + 3), else `start`
+    std::vector<uint32_t> start; // polygon p has corners [start[p], start[p + 1])
+    IndexArray material;         // per polygon: a slot of `materials`
     std::vector<SGMaterialPtr> materials;
     // Skin weights, vertex by vertex; bones by slot. A shape holds its bones
     // weakly: a skeleton may own the node that owns the shape.
@@ -193,7 +204,7 @@ struct MeshData {
     // positions, normals and pairs are left empty, for the caller to move or copy.
     MeshData without(std::span<const uint32_t> polygons) const;
 
-private:
+  private:
     std::unordered_map<const SGMaterial*, uint32_t> slotOf_;
     const SGMaterial* lastMaterial_ = nullptr; // polygons come in runs of one material
     uint32_t lastSlot_ = kNoMaterial;
@@ -205,7 +216,7 @@ private:
 // and deleting polygons never copies what it does not touch; the bulk builders see
 // one piece of their own.
 class MemoryShape : public SGShape {
-public:
+  public:
     using Corner = MeshData::Corner;
 
     explicit MemoryShape(int32_t geometryKind = kGeometryPolygonMesh, int32_t typeCode = kGeometryPolygonMesh)
@@ -244,7 +255,7 @@ public:
     int32_t FaceCornerNormal(int32_t face, int32_t corner) override;
     void FaceAddCorner(int32_t face, int32_t vertex, int32_t normal, int32_t uv) override;
 
-private:
+  private:
     // One piece of the shape's geometry, with the offsets of its indices in the shape.
     struct Piece {
         std::shared_ptr<const MeshData> data;
@@ -309,7 +320,7 @@ private:
 class MemoryScene;
 
 class MemoryObject : public SGObject, public std::enable_shared_from_this<MemoryObject> {
-public:
+  public:
     MemoryObject(std::string name, std::shared_ptr<FieldRegistry> fields);
     // Releases the subtree without recursion, however deep it is.
     ~MemoryObject() override;
@@ -353,7 +364,7 @@ public:
     Vec3 GetRelativePosition(const SGObjectPtr& node, int32_t flags) override;
     std::vector<KeyRecord> GetKeyframes(float start, float end) override;
 
-private:
+  private:
     Matrix16 worldMatrix();
 
     std::string name_, sourceName_;
@@ -369,13 +380,13 @@ private:
 };
 
 class MemoryUnits : public SGUnits {
-public:
+  public:
     std::string ToMetres(double value, int32_t unitCode) override;
 };
 
 // The scene and its document in one object.
 class MemoryScene : public SGScene, public SGDocument, public std::enable_shared_from_this<MemoryScene> {
-public:
+  public:
     static std::shared_ptr<MemoryScene> create(const std::string& rootName);
 
     std::shared_ptr<MemoryObject> root() { return root_; }
@@ -388,7 +399,7 @@ public:
     SGObjectPtr GetRootObject() override { return root_; }
     int32_t GetUnits() override { return units_; }
 
-private:
+  private:
     MemoryScene() = default;
     std::shared_ptr<FieldRegistry> fields_;
     std::shared_ptr<MemoryObject> root_;
@@ -398,7 +409,7 @@ private:
 // What keepBonesWithin left out.
 struct BonesLeftOut {
     std::vector<std::string> bones; // as the modeller named them, each once
-    size_t vertices = 0;            // vertices that kept other joints' weights, scaled back to the sum they had
+    size_t vertices = 0; // vertices that kept other joints' weights, scaled back to the sum they had
 };
 // Leaves out, in the shapes below the group, the skin weights of bones that are
 // not in the group. A vertex that keeps weights of other bones gets them scaled

@@ -6,7 +6,7 @@ namespace tarnvale::shell {
 namespace {
 
 class ConsoleExportDialog : public frmExport {
-public:
+  public:
     ConsoleExportDialog(bool ask, std::optional<std::string> name, std::FILE* in, std::FILE* out)
         : ask_(ask), name_(std::move(name)), in_(in), out_(out) {}
 
@@ -16,11 +16,13 @@ public:
             OKButton_Click();
             return;
         }
-        std::fprintf(out_, "%s\n%s\n%s [%s]: ", Caption.c_str(), Label2.c_str(), Label1.c_str(), txtName.c_str());
+        std::fprintf(out_, "%s\n%s\n%s [%s]: ", Caption.c_str(), Label2.c_str(), Label1.c_str(),
+                     txtName.c_str());
         std::fflush(out_);
         std::string line;
         int c;
-        while ((c = std::fgetc(in_)) != EOF && c != '\n') line += static_cast<char>(c);
+        while ((c = std::fgetc(in_)) != EOF && c != '\n')
+            line += static_cast<char>(c);
         if (c == EOF && line.empty()) {
             std::fputc('\n', out_);
             CancelButton_Click();
@@ -46,7 +48,7 @@ public:
         OKButton_Click();
     }
 
-private:
+  private:
     bool ask_;
     std::optional<std::string> name_;
     std::FILE* in_;

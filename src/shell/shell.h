@@ -23,7 +23,7 @@ using platform::XmlElement;
 // The dialog that confirms an export: the driver fills txtName and Label2, shows it
 // modally and reads txtName and bCancel afterwards.
 class frmExport {
-public:
+  public:
     virtual ~frmExport() = default;
     std::string Caption = "FSX Export";
     std::string txtName;
@@ -33,7 +33,7 @@ public:
     // Shows the dialog modally; returns when OKButton or CancelButton hid it.
     virtual void Show() = 0;
 
-protected:
+  protected:
     // OK keeps the name without control characters: a text box holds none, and the
     // sidecar could not hold them as XML.
     void OKButton_Click();
@@ -41,7 +41,7 @@ protected:
 };
 
 class ExportDialogs {
-public:
+  public:
     virtual ~ExportDialogs() = default;
     virtual std::unique_ptr<frmExport> create() = 0;
 };
@@ -50,13 +50,13 @@ public:
 // default; Escape, then Enter, and end of input cancel). Elsewhere, or when told to: OK at once, with the
 // name given (if any) in place of the default.
 class ConsoleExportDialogs : public ExportDialogs {
-public:
+  public:
     ConsoleExportDialogs(bool askPerson, std::optional<std::string> name, std::FILE* in = stdin,
                          std::FILE* out = stderr)
         : ask_(askPerson), name_(std::move(name)), in_(in), out_(out) {}
     std::unique_ptr<frmExport> create() override;
 
-private:
+  private:
     bool ask_;
     std::optional<std::string> name_;
     std::FILE* in_;
@@ -101,7 +101,8 @@ double LaunchAndWait(platform::Processes& processes, std::string& commandLine, b
 inline constexpr const char* kSdkKey = "SOFTWARE\\Microsoft\\microsoft games\\Flight Simulator X SDK";
 
 // The one path at which the tool is looked for.
-std::string toolPath(platform::Registry& registry, const std::string& pluginFolder, const std::string& application);
+std::string toolPath(platform::Registry& registry, const std::string& pluginFolder,
+                     const std::string& application);
 // The tool's command line, byte by byte.
 std::string toolCommandLine(const std::string& toolPath, bool hasAnimation, const std::string& modelDefFile,
                             const std::string& exportFileName);
@@ -127,7 +128,7 @@ std::string guidText(const platform::Guid& guid);
 // ---- The main class -------------------------------------------------------------------
 
 class Tarnvale : public PluginImportExport {
-public:
+  public:
     // Reads the Template setting and locates the model definition.
     explicit Tarnvale(PlatformServices services);
 
@@ -175,13 +176,13 @@ public:
     std::string strFriendlyName;
     std::string strGuid;
 
-private:
+  private:
     // Sidecar document.
     XmlElement configDocumentOpen(const std::string& path);
     std::string friendlyNameGet(const SGObjectPtr& group);
     std::string modelGuidGet();
-    void exportStages(const std::string& ExportFileName, const std::string& fieldId, const std::string& attachId,
-                      const std::string& application, std::string& stage);
+    void exportStages(const std::string& ExportFileName, const std::string& fieldId,
+                      const std::string& attachId, const std::string& application, std::string& stage);
     void runTool(const std::string& ExportFileName, const std::string& application);
 
     PlatformServices sys_;

@@ -13,8 +13,9 @@ std::string sidecarPath(const std::string& exportFileName) {
 
 std::string guidText(const platform::Guid& g) {
     char buf[40];
-    std::snprintf(buf, sizeof buf, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", g.data1, g.data2, g.data3,
-                  g.data4[0], g.data4[1], g.data4[2], g.data4[3], g.data4[4], g.data4[5], g.data4[6], g.data4[7]);
+    std::snprintf(buf, sizeof buf, "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", g.data1, g.data2,
+                  g.data3, g.data4[0], g.data4[1], g.data4[2], g.data4[3], g.data4[4], g.data4[5], g.data4[6],
+                  g.data4[7]);
     return buf;
 }
 
@@ -31,7 +32,8 @@ XmlElement Tarnvale::configDocumentOpen(const std::string& path) {
 
 namespace {
 
-XmlElement appendTextElement(XmlDocument& doc, XmlElement parent, const std::string& name, const std::string& text) {
+XmlElement appendTextElement(XmlDocument& doc, XmlElement parent, const std::string& name,
+                             const std::string& text) {
     XmlElement e = parent.appendChild(doc.createElement(name));
     e.setText(text);
     return e;

@@ -40,7 +40,8 @@ void Tarnvale::PluginImportExport_Export(const std::string& ExportFileName, cons
                                          const std::vector<int32_t>&, const std::string&) {
     const std::string fieldId = fieldIdSetting(sys_.settings);
     const std::string attachId = attachIdSetting(sys_.settings);
-    const std::string application = sys_.settings.getSetting(kApplication, kSection, "Application", "xtomdl.exe");
+    const std::string application =
+        sys_.settings.getSetting(kApplication, kSection, "Application", "xtomdl.exe");
     strStatus.clear();
 
     std::string stage;
@@ -134,18 +135,11 @@ void Tarnvale::runTool(const std::string& ExportFileName, const std::string& app
 }
 
 void Tarnvale::pExportFSX(std::string& strOutputFile, SGObjectPtr& group) {
-    xfile::XFileContext fields{strTemplateFile,
-                               cgExportGroup,
-                               SceneGraph,
-                               strFriendlyName,
-                               strGuid,
-                               colObjectBones,
-                               lMaterialFieldId,
-                               lAttachFieldId,
-                               [this](const std::string& text) { AppendStatus(text); },
-                               sys_.clock,
-                               sys_.progress,
-                               sys_.workers};
+    xfile::XFileContext fields{
+        strTemplateFile,  cgExportGroup,  SceneGraph,
+        strFriendlyName,  strGuid,        colObjectBones,
+        lMaterialFieldId, lAttachFieldId, [this](const std::string& text) { AppendStatus(text); },
+        sys_.clock,       sys_.progress,  sys_.workers};
     xfile::XFileExporter(fields).pExportFSX(strOutputFile, group);
 }
 

@@ -15,8 +15,8 @@ constexpr size_t kValueBuffer = 1024;
 bool modTypes::RegistryRead(platform::Registry& registry, uint32_t hive, const std::string& keyPath,
                             const std::string& valueName, std::string& output) {
     platform::RegValue value;
-    if (!registry.openKey(hive, keyPath, kAllAccess) || !registry.queryValue(hive, keyPath, valueName, value) ||
-        value.data.size() > kValueBuffer) {
+    if (!registry.openKey(hive, keyPath, kAllAccess) ||
+        !registry.queryValue(hive, keyPath, valueName, value) || value.data.size() > kValueBuffer) {
         output.clear();
         return false;
     }
@@ -57,7 +57,8 @@ double modTypes::LaunchAndWait(platform::Processes& processes, std::string& comm
     }
 }
 
-std::string toolPath(platform::Registry& registry, const std::string& pluginFolder, const std::string& application) {
+std::string toolPath(platform::Registry& registry, const std::string& pluginFolder,
+                     const std::string& application) {
     std::string root;
     modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, kSdkKey, "SdkRootDir", root);
     if (!root.empty()) return root + "Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\" + application;

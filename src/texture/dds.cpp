@@ -15,33 +15,42 @@ namespace {
 
 constexpr int kMaxSide = 4096;
 
-uint32_t fourCc(Format f) { return f == Format::Dxt1 ? 0x31545844u : 0x35545844u; } // "DXT1", "DXT5"
+uint32_t fourCc(Format f) {
+    return f == Format::Dxt1 ? 0x31545844u : 0x35545844u;
+} // "DXT1", "DXT5"
 
 void put32(std::vector<uint8_t>& out, uint32_t v) {
-    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    for (int i = 0; i < 4; ++i)
+        out.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
 uint32_t get32(const std::vector<uint8_t>& in, size_t at) {
-    return uint32_t(in[at]) | uint32_t(in[at + 1]) << 8 | uint32_t(in[at + 2]) << 16 | uint32_t(in[at + 3]) << 24;
+    return uint32_t(in[at]) | uint32_t(in[at + 1]) << 8 | uint32_t(in[at + 2]) << 16 |
+           uint32_t(in[at + 3]) << 24;
 }
 
 // The 128 bytes before the data: "DDS ", the header, its pixel format.
-void writeHeader(std::vector<uint8_t>& out, int width, int height, int mips, Format format, uint32_t topLevelSize) {
+void writeHeader(std::vector<uint8_t>& out, int width, int height, int mips, Format format,
+                 uint32_t topLevelSize) {
     out.insert(out.end(), {'D', 'D', 'S', ' '});
     put32(out, 124);
-    put32(out, 0x1 | 0x2 | 0x4 | 0x1000 | 0x20000 | 0x80000); // caps, height, width, pixel format, mips, linear size
+    put32(out, 0x1 | 0x2 | 0x4 | 0x1000 | 0x20000 |
+                   0x80000); // caps, height, width, pixel format, mips, linear size
     put32(out, static_cast<uint32_t>(height));
     put32(out, static_cast<uint32_t>(width));
     put32(out, topLevelSize);
     put32(out, 0); // depth
     put32(out, static_cast<uint32_t>(mips));
-    for (int i = 0; i < 11; ++i) put32(out, 0);
+    for (int i = 0; i < 11; ++i)
+        put32(out, 0);
     put32(out, 32);  // pixel format size
     put32(out, 0x4); // a four-character code
     put32(out, fourCc(format));
-    for (int i = 0; i < 5; ++i) put32(out, 0);      // bit count and masks
-    put32(out, 0x1000 | 0x400000 | 0x8);           // texture, mipmap, complex
-    for (int i = 0; i < 4; ++i) put32(out, 0);
+    for (int i = 0; i < 5; ++i)
+        put32(out, 0);                   // bit count and masks
+    put32(out, 0x1000 | 0x400000 | 0x8); // texture, mipmap, complex
+    for (int i = 0; i < 4; ++i)
+        put32(out, 0);
 }
 
 Image resized(const Image& in, int width, int height, bool linear) {
@@ -51,7 +60,8 @@ Image resized(const Image& in, int width, int height, bool linear) {
     if (linear)
         stbir_resize_uint8(in.rgba.data(), in.width, in.height, 0, out.rgba.data(), width, height, 0, 4);
     else
-        stbir_resize_uint8_srgb(in.rgba.data(), in.width, in.height, 0, out.rgba.data(), width, height, 0, 4, 3, 0);
+        stbir_resize_uint8_srgb(in.rgba.data(), in.width, in.height, 0, out.rgba.data(), width, height, 0, 4,
+                                3, 0);
     return out;
 }
 
@@ -63,10 +73,12 @@ std::optional<Image> decode(const std::vector<uint8_t>& bytes, std::string& why)
         why = "the image is larger than 2 GiB";
         return std::nullopt;
     }
-    stbi_uc* pixels = stbi_load_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels, 4);
+    stbi_uc* pixels =
+        stbi_load_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels, 4);
     if (!pixels) {
         const char* reason = stbi_failure_reason();
-        why = std::string("not an image this program reads (PNG, JPEG, BMP, TGA): ") + (reason ? reason : "unknown");
+        why = std::string("not an image this program reads (PNG, JPEG, BMP, TGA): ") +
+              (reason ? reason : "unknown");
         return std::nullopt;
     }
     Image image{w, h, std::vector<uint8_t>(pixels, pixels + static_cast<size_t>(w) * h * 4)};
@@ -76,7 +88,8 @@ std::optional<Image> decode(const std::vector<uint8_t>& bytes, std::string& why)
 
 int powerOfTwoSide(int side) {
     int below = 1;
-    while (below * 2 <= side && below < kMaxSide) below *= 2;
+    while (below * 2 <= side && below < kMaxSide)
+        below *= 2;
     if (below >= kMaxSide) return kMaxSide;
     const int above = below * 2;
     return side - below < above - side ? below : above;
@@ -97,7 +110,8 @@ Dds encode(const Image& source, bool normalMap) {
         }
         opaque = false;
     } else {
-        for (size_t i = 3; i < base.rgba.size() && opaque; i += 4) opaque = base.rgba[i] == 255;
+        for (size_t i = 3; i < base.rgba.size() && opaque; i += 4)
+            opaque = base.rgba[i] == 255;
     }
     Dds dds;
     dds.width = base.width;
@@ -105,25 +119,31 @@ Dds encode(const Image& source, bool normalMap) {
     dds.format = opaque ? Format::Dxt1 : Format::Dxt5;
     const int flags = (opaque ? squish::kDxt1 : squish::kDxt5) | squish::kColourClusterFit;
     dds.mips = 1;
-    for (int w = base.width, h = base.height; w > 1 || h > 1; w = std::max(1, w / 2), h = std::max(1, h / 2)) ++dds.mips;
-    const auto topSize = static_cast<uint32_t>(squish::GetStorageRequirements(base.width, base.height, flags));
+    for (int w = base.width, h = base.height; w > 1 || h > 1; w = std::max(1, w / 2), h = std::max(1, h / 2))
+        ++dds.mips;
+    const auto topSize =
+        static_cast<uint32_t>(squish::GetStorageRequirements(base.width, base.height, flags));
     size_t total = 128;
-    for (int w = base.width, h = base.height, m = 0; m < dds.mips; ++m, w = std::max(1, w / 2), h = std::max(1, h / 2))
+    for (int w = base.width, h = base.height, m = 0; m < dds.mips;
+         ++m, w = std::max(1, w / 2), h = std::max(1, h / 2))
         total += static_cast<size_t>(squish::GetStorageRequirements(w, h, flags));
     dds.bytes.reserve(total);
     writeHeader(dds.bytes, dds.width, dds.height, dds.mips, dds.format, topSize);
     Image level = std::move(base);
     for (int m = 0; m < dds.mips; ++m) {
-        if (m > 0) level = resized(level, std::max(1, level.width / 2), std::max(1, level.height / 2), normalMap);
+        if (m > 0)
+            level = resized(level, std::max(1, level.width / 2), std::max(1, level.height / 2), normalMap);
         const size_t at = dds.bytes.size();
-        dds.bytes.resize(at + static_cast<size_t>(squish::GetStorageRequirements(level.width, level.height, flags)));
+        dds.bytes.resize(
+            at + static_cast<size_t>(squish::GetStorageRequirements(level.width, level.height, flags)));
         squish::CompressImage(level.rgba.data(), level.width, level.height, dds.bytes.data() + at, flags);
     }
     return dds;
 }
 
 std::optional<std::string> describe(const std::vector<uint8_t>& bytes) {
-    if (bytes.size() < 128 || std::memcmp(bytes.data(), "DDS ", 4) != 0 || get32(bytes, 4) != 124) return std::nullopt;
+    if (bytes.size() < 128 || std::memcmp(bytes.data(), "DDS ", 4) != 0 || get32(bytes, 4) != 124)
+        return std::nullopt;
     const uint32_t height = get32(bytes, 12), width = get32(bytes, 16), mips = std::max(1u, get32(bytes, 28));
     std::string format = "uncompressed";
     if (get32(bytes, 80) & 0x4) { // a four-character code names the format

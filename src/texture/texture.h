@@ -71,7 +71,7 @@ struct Options {
 // Writes the named textures into the folder from their images; independent
 // textures convert in parallel. A name two different images would take fails
 // and names both; a texture that cannot be found or decoded is skipped.
-std::vector<Outcome> writeTextures(const std::vector<std::string>& names, const std::vector<gltf::SourceImage>& images,
-                                   const Options& options);
+std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
+                                   const std::vector<gltf::SourceImage>& images, const Options& options);
 
 } // namespace tarnvale::texture

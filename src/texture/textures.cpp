@@ -20,11 +20,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
+bool startsWith(std::string_view s, std::string_view prefix) {
+    return s.substr(0, prefix.size()) == prefix;
+}
 
 std::string_view trimmed(std::string_view s) {
-    while (!s.empty() && (s.back() == '\r' || s.back() == ' ')) s.remove_suffix(1);
-    while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
+    while (!s.empty() && (s.back() == '\r' || s.back() == ' '))
+        s.remove_suffix(1);
+    while (!s.empty() && s.front() == ' ')
+        s.remove_prefix(1);
     return s;
 }
 
@@ -38,14 +42,17 @@ struct Job {
 };
 
 // The system's text for an error number; safe in the workers, unlike strerror.
-std::string errorText(int number) { return std::generic_category().message(number); }
+std::string errorText(int number) {
+    return std::generic_category().message(number);
+}
 
 bool readWhole(const std::string& path, std::vector<uint8_t>& out) {
     errno = 0;
     std::FILE* f = platform::openFile(path, "rb");
     if (!f) return false;
     uint8_t buffer[1 << 16];
-    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) out.insert(out.end(), buffer, buffer + n);
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;)
+        out.insert(out.end(), buffer, buffer + n);
     const bool ok = !std::ferror(f);
     std::fclose(f);
     return ok;
@@ -71,7 +78,8 @@ void run(const Job& job, Outcome& outcome, const std::string& folder) {
     const std::vector<uint8_t>* bytes = job.bytes.get();
     if (!bytes) {
         if (!readWhole(job.file, read)) {
-            outcome = {Outcome::Skipped, outcome.name, "", job.file + ": cannot be read: " + errorText(errno)};
+            outcome = {Outcome::Skipped, outcome.name, "",
+                       job.file + ": cannot be read: " + errorText(errno)};
             return;
         }
         bytes = &read;
@@ -80,8 +88,10 @@ void run(const Job& job, Outcome& outcome, const std::string& folder) {
     std::string why;
     // A DDS file is already what the simulator loads: it goes as it is.
     if (std::optional<std::string> dds = describe(*bytes)) {
-        if (!writeWhole(target, *bytes, why)) outcome = {Outcome::Failed, outcome.name, "", why};
-        else outcome.line = outcome.name + " " + *dds + " (copied)";
+        if (!writeWhole(target, *bytes, why))
+            outcome = {Outcome::Failed, outcome.name, "", why};
+        else
+            outcome.line = outcome.name + " " + *dds + " (copied)";
         return;
     }
     std::optional<Image> image = decode(*bytes, why);
@@ -102,14 +112,16 @@ std::map<std::string, std::vector<std::string>> filesBeside(const std::string& f
     static constexpr const char* kExtensions[] = {".dds", ".png", ".jpg", ".jpeg", ".bmp", ".tga"};
     std::map<std::string, std::vector<std::string>> out;
     std::error_code ec;
-    for (fs::directory_iterator it(platform::systemPath(folder.empty() ? "." : folder), ec), end; !ec && it != end;
-         it.increment(ec)) {
+    for (fs::directory_iterator it(platform::systemPath(folder.empty() ? "." : folder), ec), end;
+         !ec && it != end; it.increment(ec)) {
         if (!it->is_regular_file(ec)) continue;
         const std::string extension = platform::lowerCase(platform::utf8Path(it->path().extension()));
-        if (std::find(std::begin(kExtensions), std::end(kExtensions), extension) == std::end(kExtensions)) continue;
+        if (std::find(std::begin(kExtensions), std::end(kExtensions), extension) == std::end(kExtensions))
+            continue;
         out[ddsName(platform::utf8Path(it->path().filename()))].push_back(platform::utf8Path(it->path()));
     }
-    for (auto& [name, files] : out) std::sort(files.begin(), files.end());
+    for (auto& [name, files] : out)
+        std::sort(files.begin(), files.end());
     return out;
 }
 
@@ -123,9 +135,12 @@ std::vector<std::string> ddsNamesOf(std::string_view text) {
         const size_t end = text.find('\n');
         const std::string_view line = trimmed(text.substr(0, end));
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        if (line == "FS10Material {") inBlock = true;
-        else if (startsWith(line, "}  // FS10Material end")) inBlock = false;
-        else if (nameNext && line.size() >= 3 && line.front() == '"' && line.substr(line.size() - 2) == "\";") {
+        if (line == "FS10Material {")
+            inBlock = true;
+        else if (startsWith(line, "}  // FS10Material end"))
+            inBlock = false;
+        else if (nameNext && line.size() >= 3 && line.front() == '"' &&
+                 line.substr(line.size() - 2) == "\";") {
             const std::string name = platform::fromWindows1252(line.substr(1, line.size() - 3));
             const size_t chars = platform::characterCount(name);
             if (chars >= 4 && name.substr(platform::characterOffset(name, chars - 4)) == ".DDS" &&
@@ -143,10 +158,11 @@ std::string ddsName(const std::string& textureName) {
     return rule.NormalizeTextureName(name, warnings);
 }
 
-std::vector<Outcome> writeTextures(const std::vector<std::string>& names, const std::vector<gltf::SourceImage>& images,
-                                   const Options& options) {
+std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
+                                   const std::vector<gltf::SourceImage>& images, const Options& options) {
     std::map<std::string, std::vector<const gltf::SourceImage*>> byName;
-    for (const gltf::SourceImage& image : images) byName[ddsName(image.name)].push_back(&image);
+    for (const gltf::SourceImage& image : images)
+        byName[ddsName(image.name)].push_back(&image);
     std::optional<std::map<std::string, std::vector<std::string>>> beside;
 
     std::vector<Outcome> outcomes(names.size());
@@ -162,7 +178,8 @@ std::vector<Outcome> writeTextures(const std::vector<std::string>& names, const 
                 auto what = [](const gltf::SourceImage* s) {
                     return s->name + " (" + s->origin + (s->normalMap ? ", as a normal map" : "") + ")";
                 };
-                o.reason = "two images would both take this name: " + what(sources[0]) + " and " + what(sources[1]);
+                o.reason =
+                    "two images would both take this name: " + what(sources[0]) + " and " + what(sources[1]);
                 continue;
             }
             const gltf::SourceImage& s = *sources.front();
@@ -193,12 +210,15 @@ std::vector<Outcome> writeTextures(const std::vector<std::string>& names, const 
     threads = static_cast<unsigned>(std::min<size_t>(threads, jobs.size()));
     std::atomic<size_t> next{0};
     auto work = [&] {
-        for (size_t j; (j = next++) < jobs.size();) run(jobs[j], outcomes[jobs[j].outcome], options.folder);
+        for (size_t j; (j = next++) < jobs.size();)
+            run(jobs[j], outcomes[jobs[j].outcome], options.folder);
     };
     std::vector<std::thread> pool;
-    for (unsigned t = 1; t < threads; ++t) pool.emplace_back(work);
+    for (unsigned t = 1; t < threads; ++t)
+        pool.emplace_back(work);
     if (!jobs.empty()) work();
-    for (std::thread& t : pool) t.join();
+    for (std::thread& t : pool)
+        t.join();
     return outcomes;
 }
 

@@ -24,7 +24,8 @@ void writeInChunks(TextSink& file, platform::Workers* workers, size_t count, Chu
             part.openString(*text, 64 * 1024);
             (*shared)(begin, end, part);
             part.close();
-        }), text);
+        }),
+                        text);
     }
 }
 

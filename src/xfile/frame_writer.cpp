@@ -15,12 +15,13 @@ namespace {
 // The entries are lent by the shapes' records and given back with the frame, so
 // that a mesh of millions of vertices is not copied.
 class MergeRecordGuard {
-public:
+  public:
     MergeRecordGuard(ObjectBonesCollection& records, const SGShapePtr& shape,
                      const std::vector<std::pair<ObjectBones*, int32_t>>& sources)
         : records_(records) {
         bool weighted = false;
-        for (const auto& [source, offset] : sources) weighted = weighted || source->hasWeights();
+        for (const auto& [source, offset] : sources)
+            weighted = weighted || source->hasWeights();
         if (!weighted) return;
         auto record = std::make_shared<ObjectBones>();
         record->Add(shape);
@@ -28,8 +29,10 @@ public:
             // A shape merged twice lends its entries once; its second place gets copies.
             auto [lent, first] = lentAt_.try_emplace(source, offset);
             for (int32_t i = 1; i <= source->Count(); ++i) {
-                if (first) std::swap(record->Item(offset + i), source->Item(i));
-                else record->Item(offset + i) = record->Item(lent->second + i);
+                if (first)
+                    std::swap(record->Item(offset + i), source->Item(i));
+                else
+                    record->Item(offset + i) = record->Item(lent->second + i);
             }
         }
         records_.push_back(record);
@@ -40,12 +43,13 @@ public:
     ~MergeRecordGuard() {
         if (!added_) return;
         for (const auto& [source, offset] : lentAt_)
-            for (int32_t i = 1; i <= source->Count(); ++i) std::swap(source->Item(i), added_->Item(offset + i));
+            for (int32_t i = 1; i <= source->Count(); ++i)
+                std::swap(source->Item(i), added_->Item(offset + i));
         if (!records_.empty() && records_.back().get() == added_) records_.pop_back();
     }
     ObjectBones* record() const { return added_; }
 
-private:
+  private:
     ObjectBonesCollection& records_;
     std::unordered_map<ObjectBones*, int32_t> lentAt_;
     ObjectBones* added_ = nullptr;
@@ -54,7 +58,7 @@ private:
 // Attaches the merge shape to the node and detaches it however the frame ends, so
 // that the scene is as it was.
 class MergeShapeGuard {
-public:
+  public:
     MergeShapeGuard(const SGObjectPtr& node, SGShapePtr shape) : node_(node), shape_(std::move(shape)) {
         node_->AddShape(shape_);
     }
@@ -74,7 +78,7 @@ public:
         }
     }
 
-private:
+  private:
     SGObjectPtr node_;
     SGShapePtr shape_;
 };

@@ -15,9 +15,13 @@ namespace {
 // Slots of the materials array: indices 0 to 1000.
 constexpr int32_t kMaterialSlots = 1001;
 
-[[noreturn]] void outOfRange() { throw Failure(err::kSubscript, "Subscript out of range"); }
+[[noreturn]] void outOfRange() {
+    throw Failure(err::kSubscript, "Subscript out of range");
+}
 
-std::string real(float v) { return pFormatNumber(v); }
+std::string real(float v) {
+    return pFormatNumber(v);
+}
 
 } // namespace
 
@@ -74,13 +78,14 @@ void XFileExporter::pWriteMaterialList(const SGShapePtr& shape, TextSink& file, 
                   paddedNumber(materialCount) + "Materials\r\n" + plainNumber(triangleCount) + ";  // " +
                   paddedNumber(triangleCount) + "faces with materials\r\n");
     const size_t faces = faceMaterials.size();
-    writeInChunks(file, f_.workers, faces, [indices = std::move(faceMaterials)](size_t first, size_t end, TextSink& out) {
-        for (size_t i = first; i < end; ++i) {
-            char* p = out.claim(16);
-            if (i > 0) p = std::copy_n(",\r\n", 3, p);
-            out.commit(std::to_chars(p, p + 13, indices[i]).ptr);
-        }
-    });
+    writeInChunks(file, f_.workers, faces,
+                  [indices = std::move(faceMaterials)](size_t first, size_t end, TextSink& out) {
+                      for (size_t i = first; i < end; ++i) {
+                          char* p = out.claim(16);
+                          if (i > 0) p = std::copy_n(",\r\n", 3, p);
+                          out.commit(std::to_chars(p, p + 13, indices[i]).ptr);
+                      }
+                  });
     file.writeRaw(";\r\n");
     for (int32_t i = 0; i < materialCount; ++i) {
         materials[i]->SetName("mtl_" + meshName + "_" + plainNumber(i));

@@ -16,7 +16,7 @@ namespace {
 // vertex stands in some six triangles, and both lists name it. Each text is held
 // in one word, its digits from the lowest byte, zeros above them.
 class IndexTexts {
-public:
+  public:
     // Up to this many indices; those above are formatted where they stand.
     static constexpr int32_t kMaxIndices = 1 << 21;
     explicit IndexTexts(int32_t count) : texts_(static_cast<size_t>(std::clamp(count, 0, kMaxIndices))) {
@@ -34,13 +34,13 @@ public:
         return out + (71 - std::countl_zero(text)) / 8;
     }
 
-private:
+  private:
     std::vector<uint64_t> texts_;
 };
 
 // Writes one line of numbers at a time straight into the sink's buffer.
 class LineBuffer {
-public:
+  public:
     static constexpr size_t kMaxLine = 512;
     explicit LineBuffer(TextSink& file) : file_(file) {}
     void begin() { p_ = file_.claim(kMaxLine); }
@@ -52,30 +52,31 @@ public:
     void index(int32_t v, const IndexTexts& texts) { p_ = texts.write(v, p_); }
     void end() { file_.commit(p_); }
 
-private:
+  private:
     TextSink& file_;
     char* p_ = nullptr;
 };
 
 // A list of (x, y, z) records: "x; y; z;" each, joined by "," and a line end.
 template <typename Record>
-void writeTriples(TextSink& file, platform::Workers* workers, std::shared_ptr<const std::vector<Record>> records,
-                  int32_t count) {
-    writeInChunks(file, workers, static_cast<size_t>(count), [records](size_t first, size_t end, TextSink& out) {
-        LineBuffer line(out);
-        for (size_t i = first; i < end; ++i) {
-            line.begin();
-            if (i > 0) line.raw(",\r\n");
-            const Record& r = (*records)[i];
-            line.real(r.x);
-            line.raw("; ");
-            line.real(r.y);
-            line.raw("; ");
-            line.real(r.z);
-            line.raw(";");
-            line.end();
-        }
-    });
+void writeTriples(TextSink& file, platform::Workers* workers,
+                  std::shared_ptr<const std::vector<Record>> records, int32_t count) {
+    writeInChunks(file, workers, static_cast<size_t>(count),
+                  [records](size_t first, size_t end, TextSink& out) {
+                      LineBuffer line(out);
+                      for (size_t i = first; i < end; ++i) {
+                          line.begin();
+                          if (i > 0) line.raw(",\r\n");
+                          const Record& r = (*records)[i];
+                          line.real(r.x);
+                          line.raw("; ");
+                          line.real(r.y);
+                          line.raw("; ");
+                          line.real(r.z);
+                          line.raw(";");
+                          line.end();
+                      }
+                  });
 }
 
 const int32_t& entry(const std::vector<int32_t>& stream, size_t at) {
@@ -101,32 +102,34 @@ void writeTriangleList(TextSink& file, platform::Workers* workers, int32_t polyg
         if (n >= 3) written[poly / grain + 1] = 1;
         p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
     }
-    for (size_t c = 1; c < written.size(); ++c) written[c] = written[c] || written[c - 1];
-    writeInChunks(file, workers, polygons, [polygonStream, offset, indexTexts, grain, start = std::move(start),
-                                             written = std::move(written)](size_t firstPolygon, size_t end, TextSink& out) {
-        const std::vector<int32_t>& corners = *polygonStream;
-        const IndexTexts& texts = *indexTexts;
-        LineBuffer line(out);
-        size_t p = start[firstPolygon / grain];
-        bool first = !written[firstPolygon / grain];
-        for (size_t poly = firstPolygon; poly < end; ++poly) {
-            const int32_t n = entry(corners, p);
-            for (int32_t j = 0; j <= n - 3; ++j) {
-                line.begin();
-                if (!first) line.raw(",\r\n");
-                first = false;
-                line.raw(" 3;");
-                line.index(entry(corners, p + 1 + offset), texts);
-                line.raw(",");
-                line.index(entry(corners, p + 1 + 2 * (j + 1) + offset), texts);
-                line.raw(",");
-                line.index(entry(corners, p + 1 + 2 * (j + 2) + offset), texts);
-                line.raw(";");
-                line.end();
-            }
-            p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
-        }
-    });
+    for (size_t c = 1; c < written.size(); ++c)
+        written[c] = written[c] || written[c - 1];
+    writeInChunks(file, workers, polygons,
+                  [polygonStream, offset, indexTexts, grain, start = std::move(start),
+                   written = std::move(written)](size_t firstPolygon, size_t end, TextSink& out) {
+                      const std::vector<int32_t>& corners = *polygonStream;
+                      const IndexTexts& texts = *indexTexts;
+                      LineBuffer line(out);
+                      size_t p = start[firstPolygon / grain];
+                      bool first = !written[firstPolygon / grain];
+                      for (size_t poly = firstPolygon; poly < end; ++poly) {
+                          const int32_t n = entry(corners, p);
+                          for (int32_t j = 0; j <= n - 3; ++j) {
+                              line.begin();
+                              if (!first) line.raw(",\r\n");
+                              first = false;
+                              line.raw(" 3;");
+                              line.index(entry(corners, p + 1 + offset), texts);
+                              line.raw(",");
+                              line.index(entry(corners, p + 1 + 2 * (j + 1) + offset), texts);
+                              line.raw(",");
+                              line.index(entry(corners, p + 1 + 2 * (j + 2) + offset), texts);
+                              line.raw(";");
+                              line.end();
+                          }
+                          p += 2 * static_cast<size_t>(std::max(n, 0)) + 1;
+                      }
+                  });
 }
 
 } // namespace
@@ -200,7 +203,8 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     file.writeRaw(plainNumber(a.vertexCount) + ";  // " + name + " contains " + paddedNumber(a.vertexCount) +
                   "vertices\r\n");
     const int32_t polygonCount = shape->GetPolygonCount();
-    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshVertex>>(arrays, &a.vertices), a.vertexCount);
+    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshVertex>>(arrays, &a.vertices),
+                 a.vertexCount);
     file.writeRaw(";\r\n\r\n");
     meshProgress(polygonCount, 0.2);
 
@@ -218,7 +222,8 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
 
     file.writeRaw("MeshNormals {\r\n" + plainNumber(a.normalCount) + ";  // " + name + " has " +
                   paddedNumber(a.normalCount) + " normals\r\n");
-    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshNormal>>(arrays, &a.normals), a.normalCount);
+    writeTriples(file, f_.workers, std::shared_ptr<const std::vector<MeshNormal>>(arrays, &a.normals),
+                 a.normalCount);
     file.writeRaw(";\r\n" + plainNumber(triangleCount) + ";     // " + name + paddedNumber(triangleCount) +
                   " faces with normals\r\n");
     writeTriangleList(file, f_.workers, polygonCount, polygons, 1, indexTexts);
@@ -245,20 +250,20 @@ void XFileExporter::pWriteMesh(const SGShapePtr& shape, TextSink& file, const st
     const float shiftU = -std::floor(minU), shiftV = -std::floor(minV);
     file.writeRaw("MeshTextureCoords {\r\n" + plainNumber(a.vertexCount) + ";      // " +
                   paddedNumber(a.vertexCount) + " uv pairs\r\n");
-    writeInChunks(file, f_.workers, static_cast<size_t>(a.vertexCount), [arrays, shiftU, shiftV](size_t first, size_t end,
-                                                                                               TextSink& out) {
-        const std::vector<MeshVertex>& vertices = arrays->vertices;
-        LineBuffer pairs(out);
-        for (size_t i = first; i < end; ++i) {
-            pairs.begin();
-            if (i > 0) pairs.raw(",\r\n");
-            pairs.real(vertices[i].u + shiftU);
-            pairs.raw("; ");
-            pairs.real(vertices[i].v + shiftV);
-            pairs.raw(";");
-            pairs.end();
-        }
-    });
+    writeInChunks(file, f_.workers, static_cast<size_t>(a.vertexCount),
+                  [arrays, shiftU, shiftV](size_t first, size_t end, TextSink& out) {
+                      const std::vector<MeshVertex>& vertices = arrays->vertices;
+                      LineBuffer pairs(out);
+                      for (size_t i = first; i < end; ++i) {
+                          pairs.begin();
+                          if (i > 0) pairs.raw(",\r\n");
+                          pairs.real(vertices[i].u + shiftU);
+                          pairs.raw("; ");
+                          pairs.real(vertices[i].v + shiftV);
+                          pairs.raw(";");
+                          pairs.end();
+                      }
+                  });
     file.writeRaw(";\r\n\r\n} // end mesh text coords " + name + "\r\n} // end mesh " + name + "\r\n");
     meshProgress(polygonCount, 1.0);
 }

@@ -11,15 +11,13 @@ namespace tarnvale::xfile {
 
 namespace {
 
-template <typename T>
-T& itemAt(std::vector<T>& items, int32_t position) {
+template <typename T> T& itemAt(std::vector<T>& items, int32_t position) {
     if (position < 1 || position > static_cast<int32_t>(items.size()))
         throw Failure(err::kSubscript, "Subscript out of range: item " + std::to_string(position));
     return items[position - 1];
 }
 
-template <typename T>
-void removeAt(std::vector<T>& items, int32_t position) {
+template <typename T> void removeAt(std::vector<T>& items, int32_t position) {
     itemAt(items, position);
     items.erase(items.begin() + (position - 1));
 }
@@ -31,8 +29,12 @@ MeshWeight& PointBones::Add(SGObjectPtr Bone, float Weight) {
     return items_.back();
 }
 
-MeshWeight& PointBones::Item(int32_t vntIndexKey) { return itemAt(items_, vntIndexKey); }
-void PointBones::Remove(int32_t vntIndexKey) { removeAt(items_, vntIndexKey); }
+MeshWeight& PointBones::Item(int32_t vntIndexKey) {
+    return itemAt(items_, vntIndexKey);
+}
+void PointBones::Remove(int32_t vntIndexKey) {
+    removeAt(items_, vntIndexKey);
+}
 
 void ObjectBones::Add(const SGShapePtr& o) {
     if (!o) throw Failure(err::kObjectNotSet, "Object variable not set: no shape");
@@ -106,7 +108,8 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
         for (const MeshWeight& w : point) {
             if (!w.Bone) throw Failure(err::kObjectNotSet, "Object variable not set: a weight has no bone");
             const std::string& name = nameOf(w.Bone.get());
-            if (weightLength == 0 || std::bit_cast<uint32_t>(w.Weight) != std::bit_cast<uint32_t>(lastWeight)) {
+            if (weightLength == 0 ||
+                std::bit_cast<uint32_t>(w.Weight) != std::bit_cast<uint32_t>(lastWeight)) {
                 weightLength = static_cast<size_t>(formatNumberTo(w.Weight, weightText) - weightText);
                 lastWeight = w.Weight;
             }
@@ -122,7 +125,8 @@ void ObjectBones::Export(TextSink& i, const std::string& sname) const {
             i.commit(p);
         }
     }
-    for (size_t k = 0; k < unmade_; ++k) count(0);
+    for (size_t k = 0; k < unmade_; ++k)
+        count(0);
     i.writeRaw("} // End mesh skin weights ");
     i.write(sname);
     i.endLine();
@@ -132,7 +136,8 @@ void XFileExporter::pFindSkins(const SGObjectPtr& node) {
     // The shapes that have a record, so that a scene of many meshes is not searched
     // once per node.
     std::unordered_set<const SGShape*> recorded;
-    for (const auto& record : f_.colObjectBones) recorded.insert(record->Object.get());
+    for (const auto& record : f_.colObjectBones)
+        recorded.insert(record->Object.get());
     walkDepthFirst(
         node,
         [&](const SGObjectPtr& n, int32_t, size_t) {
@@ -145,10 +150,12 @@ void XFileExporter::pFindSkins(const SGObjectPtr& node) {
             // entries are made at their size at once, and take the bones over.
             std::vector<VertexWeight> weights = shape->GetVertexWeights();
             for (size_t k = 0, next; k < weights.size(); k = next) {
-                for (next = k + 1; next < weights.size() && weights[next].vertex == weights[k].vertex;) ++next;
+                for (next = k + 1; next < weights.size() && weights[next].vertex == weights[k].vertex;)
+                    ++next;
                 PointBones& point = record->Item(weights[k].vertex + 1);
                 point.reserve(next - k);
-                for (size_t j = k; j < next; ++j) point.Add(std::move(weights[j].bone), weights[j].weight);
+                for (size_t j = k; j < next; ++j)
+                    point.Add(std::move(weights[j].bone), weights[j].weight);
             }
             f_.colObjectBones.push_back(record);
         },
@@ -158,7 +165,8 @@ void XFileExporter::pFindSkins(const SGObjectPtr& node) {
 
 void XFileExporter::indexRecords() {
     recordOf_.clear();
-    for (const auto& record : f_.colObjectBones) recordOf_.try_emplace(record->Object.get(), record.get());
+    for (const auto& record : f_.colObjectBones)
+        recordOf_.try_emplace(record->Object.get(), record.get());
 }
 
 ObjectBones* XFileExporter::recordOf(const SGShape* shape) const {

@@ -10,7 +10,8 @@ namespace tarnvale::xfile {
 namespace {
 
 std::string upperAscii(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : s)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return s;
 }
 
@@ -31,7 +32,9 @@ double countWork(const SGObjectPtr& root) {
     return work;
 }
 
-bool hasLodWord(const std::string& name) { return upperAscii(name).find("LOD_") != std::string::npos; }
+bool hasLodWord(const std::string& name) {
+    return upperAscii(name).find("LOD_") != std::string::npos;
+}
 
 // A node value as the 32-bit whole number it is read as (rounded half to even).
 int32_t nodeValueAsLong(double v) {
@@ -88,7 +91,8 @@ void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExport
     while (tmpl.readLine(line)) {
         TokenScan scan = pScanToken(line);
         const std::string& t = scan.token;
-        bool known = t == "datetime" || t == "toM" || t == "hierarchy" || t == "guid" || t == "name" || t == "scene";
+        bool known =
+            t == "datetime" || t == "toM" || t == "hierarchy" || t == "guid" || t == "name" || t == "scene";
         if (!known) {
             out.writeRaw(line);
             out.endLine();
@@ -122,7 +126,8 @@ void XFileExporter::pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExport
 }
 
 void XFileExporter::reportProgress(double done) {
-    if (f_.progress && workTotal_ > 0) f_.progress->report("Creating X file", std::min(1.0, done / workTotal_));
+    if (f_.progress && workTotal_ > 0)
+        f_.progress->report("Creating X file", std::min(1.0, done / workTotal_));
 }
 
 void XFileExporter::frameDone() {
@@ -145,7 +150,9 @@ void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {
         return;
     }
     SGObjectPtr parent = cgExportGroup->GetParent();
-    if (!parent) throw Failure(err::kObjectNotSet, "Object variable not set: " + cgExportGroup->GetName() + " has no parent");
+    if (!parent)
+        throw Failure(err::kObjectNotSet,
+                      "Object variable not set: " + cgExportGroup->GetName() + " has no parent");
     SGNodeListPtr children = parent->GetChildren();
     int32_t count = children->GetCount();
     for (int32_t i = 0; i < count; ++i) {

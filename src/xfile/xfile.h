@@ -24,11 +24,17 @@ using platform::plainNumber;
 
 // A 32-bit float by the mask "0.00####": seven significant digits, then six
 // decimals at most, half away from zero; two at least.
-inline std::string pFormatNumber(float value) { return platform::formatMask(value, 2, 6); }
+inline std::string pFormatNumber(float value) {
+    return platform::formatMask(value, 2, 6);
+}
 // The same into out (at least kMaxNumberText bytes); gives the end.
-inline char* formatNumberTo(float value, char* out) { return platform::formatMaskTo(value, 2, 6, out); }
+inline char* formatNumberTo(float value, char* out) {
+    return platform::formatMaskTo(value, 2, 6, out);
+}
 // The exact reference of pFormatNumber, for tests.
-inline std::string formatNumberReference(float value) { return platform::formatMaskReference(value, 2, 6); }
+inline std::string formatNumberReference(float value) {
+    return platform::formatMaskReference(value, 2, 6);
+}
 // Lower case, every blank and every "?" replaced by "_".
 std::string pCleanName(const std::string& name);
 
@@ -80,7 +86,7 @@ TokenScan pScanToken(const std::string& line);
 
 // One bone's share in one vertex; the weight is not normalised.
 class MeshWeight {
-public:
+  public:
     SGObjectPtr Bone;
     float Weight = 0;
 };
@@ -88,7 +94,7 @@ public:
 // The weights of one vertex, in order, addressed from 1. Held by value: a skin
 // gives a few per vertex of meshes of millions.
 class PointBones {
-public:
+  public:
     // The new entry; valid until the next Add or Remove.
     MeshWeight& Add(SGObjectPtr Bone, float Weight);
     // Position from 1; fails outside the collection.
@@ -100,13 +106,13 @@ public:
     // Room for that many entries, for a vertex whose weights come at once.
     void reserve(size_t count) { items_.reserve(count); }
 
-private:
+  private:
     std::vector<MeshWeight> items_;
 };
 
 // The skin record of one mesh: a PointBones per vertex, at vertex index + 1.
 class ObjectBones {
-public:
+  public:
     SGShapePtr Object;
     // Sets Object and appends an empty PointBones per vertex of the shape.
     void Add(const SGShapePtr& o);
@@ -122,7 +128,7 @@ public:
     // record of the same position carries its weights.
     void appendCopyOf(int32_t vntIndexKey);
 
-private:
+  private:
     // Makes the empty entries that are only counted.
     void make();
     // By value: a record holds one per vertex of a mesh, nearly always empty. A
@@ -152,7 +158,9 @@ struct XFileContext {
 };
 
 // Items a chunk of writeInChunks holds.
-inline size_t chunkItems(const platform::Workers* workers) { return workers ? workers->grain() : 4096; }
+inline size_t chunkItems(const platform::Workers* workers) {
+    return workers ? workers->grain() : 4096;
+}
 
 // Writes items [first, end) of a long run into the sink.
 using ChunkFormat = std::function<void(size_t first, size_t end, TextSink& out)>;
@@ -166,7 +174,7 @@ using ChunkFormat = std::function<void(size_t first, size_t end, TextSink& out)>
 void writeInChunks(TextSink& file, platform::Workers* workers, size_t count, ChunkFormat format);
 
 class XFileExporter {
-public:
+  public:
     explicit XFileExporter(XFileContext& fields) : f_(fields) {}
 
     // Writes the X file: copies the template line by line and expands its tokens.
@@ -178,7 +186,8 @@ public:
     // The "//" comment tree of the node and its descendants, indented by depth.
     void pWriteHierarchy(const SGObjectPtr& node, TextSink& file, int16_t depth);
     // One Mesh block: positions, triangles, materials, normals, skin, texture pairs.
-    void pWriteMesh(const SGShapePtr& shape, TextSink& file, const std::string& meshName, const SGObjectPtr& node);
+    void pWriteMesh(const SGShapePtr& shape, TextSink& file, const std::string& meshName,
+                    const SGObjectPtr& node);
     // Moves polygons of virtual cockpit materials to the end with v mirrored.
     void pFlipTextureV(const SGShapePtr& shape);
     // Skin records of the meshes below node, into colObjectBones.
@@ -187,8 +196,9 @@ public:
     void pWriteMaterialList(const SGShapePtr& shape, TextSink& file, const std::string& meshName,
                             int32_t triangleCount);
     // The distinct materials by first use, and each triangle's index among them.
-    void pBuildMaterialTable(const SGShapePtr& shape, std::vector<int32_t>& faceMaterials, int32_t triangleCount,
-                             std::vector<SGMaterialPtr>& materials, int32_t& materialCount);
+    void pBuildMaterialTable(const SGShapePtr& shape, std::vector<int32_t>& faceMaterials,
+                             int32_t triangleCount, std::vector<SGMaterialPtr>& materials,
+                             int32_t& materialCount);
     // One Material block with its FS10Material block.
     void pWriteMaterial(const SGMaterialPtr& material, TextSink& file);
 
@@ -197,7 +207,7 @@ public:
     // The file name of a path: the text behind its last backslash.
     static std::string pTextureName(const std::string& path);
 
-private:
+  private:
     std::string metreFactor(SGUnits& units);
     void writeScene(TextSink& file, SGObjectPtr& cgExportGroup);
     void pWritePartData(const SGObjectPtr& node, TextSink& file);

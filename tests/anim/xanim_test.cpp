@@ -39,12 +39,18 @@ struct AnimFixture {
     }
 };
 
-KeyRecord rot(float t, float x, float y, float z, float w) { return {0, t, 2, x, y, z, w, 0}; }
-KeyRecord pos(float t, float x, float y, float z, float w = 0) { return {0, t, 0, x, y, z, w, 0}; }
+KeyRecord rot(float t, float x, float y, float z, float w) {
+    return {0, t, 2, x, y, z, w, 0};
+}
+KeyRecord pos(float t, float x, float y, float z, float w = 0) {
+    return {0, t, 0, x, y, z, w, 0};
+}
 
 TEST(XAnim, DocumentLayoutAndAttributeOrder) {
-    AnimFixture f(R"(<Animation name="wheel" guid="G" type="Sim" typeParam="AutoPlay" typeParam2="x" length="100"/>)");
-    f.part("Wheel 1", {rot(0, 0, 0, 0, 1), rot(50, 0, 0, 0.5f, 0.866025f), pos(25, 1, 2, 3), pos(50, 1, 2, 4)});
+    AnimFixture f(
+        R"(<Animation name="wheel" guid="G" type="Sim" typeParam="AutoPlay" typeParam2="x" length="100"/>)");
+    f.part("Wheel 1",
+           {rot(0, 0, 0, 0, 1), rot(50, 0, 0, 0.5f, 0.866025f), pos(25, 1, 2, 3), pos(50, 1, 2, 4)});
     std::string text = f.run();
     EXPECT_TRUE(f.hasAnimation);
     EXPECT_EQ(text, readFile(sourcePath("tests/data/wheel.xanim")));
@@ -54,8 +60,8 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
     struct Part {
         std::string name;
         std::vector<KeyRecord> keys;
-        int parent = -1;         // index of an earlier part, -1 for the root
-        Vec3 at{};               // its translation, the rest position of its keys
+        int parent = -1; // index of an earlier part, -1 for the root
+        Vec3 at{};       // its translation, the rest position of its keys
     };
     struct Row {
         const char* what;
@@ -67,14 +73,17 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
     const std::vector<Row> rows = {
         {"two keys are no animation, but the children are walked",
          R"(<Animation name="gear" length="10"/><Animation name="door" length="10"/>)",
-         {{"gear", {pos(0, 0, 0, 0), pos(1, 5, 5, 5)}}, {"door", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}, 0}},
-         {"partName=\"door\""}, {"partName=\"gear\""}},
+         {{"gear", {pos(0, 0, 0, 0), pos(1, 5, 5, 5)}},
+          {"door", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}, 0}},
+         {"partName=\"door\""},
+         {"partName=\"gear\""}},
         {"times follow the declared length; without one they stay, and the length is the last time",
          R"(<Animation name="flap" length="100"/><Animation name="slat"/>)",
          {{"flap", {pos(0, 0, 0, 0), pos(25, 1, 0, 0), pos(50, 2, 0, 0)}},
           {"slat", {pos(0, 0, 0, 0), pos(0.5f, 1, 0, 0), pos(1.5f, 2, 0, 0)}}},
          {"<Keyframe time=\"50.00\" type=\"Vector\" data=\"1.00;0.00;0.00;0.00\"/>",
-          "<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" length=\"100\">",
+          "<Anim name=\"flap\" guid=\"\" type=\"Standard\" typeParam=\"AutoPlay\" typeParam2=\"\" "
+          "length=\"100\">",
           "<Keyframe time=\"0.50\"", "partName=\"slat\" length=\"1.5\""},
          {}},
         {"lengths are a Single's text: seven digits, no exponent",
@@ -87,7 +96,8 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
          R"(<Animation name="wheel"/><Animation name="other"/>)",
          {{"wheel_a", {pos(0, 0, 0, 0), pos(5, 1, 0, 0), pos(10, 2, 0, 0)}},
           {"wheel_b", {pos(0, 0, 0, 0), pos(10, 1, 0, 0), pos(20, 2, 0, 0)}}},
-         {"partName=\"wheel_b\" length=\"10\">\n      <Keyframe time=\"0.00\" type=\"Vector\" data=\"0.00;0.00;0.00;0.00\"/>\n"
+         {"partName=\"wheel_b\" length=\"10\">\n      <Keyframe time=\"0.00\" type=\"Vector\" "
+          "data=\"0.00;0.00;0.00;0.00\"/>\n"
           "      <Keyframe time=\"5.00\" type=\"Vector\" data=\"1.00"},
          {"<Anim name=\"other\""}},
         {"positions are relative to the rest position; the fourth value stays",
@@ -95,13 +105,18 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
          {{"gear", {pos(0, 1, 2, 3, 7), pos(1, 1, 2, 4, 7), pos(2, 1, 2, 5, 7)}, -1, {1, 2, 3}}},
          {"data=\"0.00;0.00;0.00;7.00\"", "data=\"0.00;0.00;2.00;7.00\""},
          {}},
-        {"a constant stream is dropped", R"(<Animation name="door" length="10"/><Animation name="x"/>)",
+        {"a constant stream is dropped",
+         R"(<Animation name="door" length="10"/><Animation name="x"/>)",
          {{"door", {rot(0, 0, 0, 0, 1), pos(1, 0, 0, 0), rot(2, 0, 0, 0, 1), pos(3, 0, 1, 0)}}},
-         {"name=\"Position\""}, {"Rotation"}},
-        {"data equal as written count as equal", R"(<Animation name="door" length="10"/><Animation name="x"/>)",
+         {"name=\"Position\""},
+         {"Rotation"}},
+        {"data equal as written count as equal",
+         R"(<Animation name="door" length="10"/><Animation name="x"/>)",
          {{"door", {rot(0, 0, 0, 0, 1), rot(2, 0, 0, -0.0000001f, 1), pos(3, 0, 1, 0)}}},
-         {""}, {}},
-        {"the base rotation is the earliest rotation key", R"(<Animation name="prop" length="2"/><Animation name="x"/>)",
+         {""},
+         {}},
+        {"the base rotation is the earliest rotation key",
+         R"(<Animation name="prop" length="2"/><Animation name="x"/>)",
          {{"prop", {rot(2, 0, 0, 0, 1), pos(0, 1, 1, 1), rot(1, 0, h, 0, h), rot(1, 1, 0, 0, 0)}}},
          {"<Keyframe time=\"1.00\" type=\"Quaternion\" data=\"0.00;0.00;0.00;1.00\"/>",
           "<Keyframe time=\"2.00\" type=\"Quaternion\" data=\"0.00;0.707107;0.00;0.707107\"/>"},
@@ -109,12 +124,15 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
         {"an existing Anim is found by a name its definition's name contains",
          R"(<Animation name="wheel" length="10"/><Animation name="c_wheel_left" length="50"/>)",
          {{"wheel", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}},
-          {"c_wheel_left", {rot(0, 0, 0, 0, 1), rot(1, 1, 0, 0, 0), rot(2, 0, 1, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
+          {"c_wheel_left",
+           {rot(0, 0, 0, 0, 1), rot(1, 1, 0, 0, 0), rot(2, 0, 1, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
          {"name=\"Rotation\" partName=\"c_wheel_left\" length=\"10\"",
           "</AnimStream>\n    <AnimStream id=\"2\" name=\"Position\" partName=\"c_wheel_left\""},
          {"name=\"c_wheel_left\" guid"}},
-        {"a length that is no number counts as undeclared", R"(<Animation name="a" length="abc"/><Animation name="b" length=" 12.5xyz"/>)",
-         {{"a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(4, 2, 0, 0)}}, {"b", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
+        {"a length that is no number counts as undeclared",
+         R"(<Animation name="a" length="abc"/><Animation name="b" length=" 12.5xyz"/>)",
+         {{"a", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(4, 2, 0, 0)}},
+          {"b", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)}}},
          {"typeParam2=\"\" length=\"4\">", "partName=\"b\" length=\"12.5\""},
          {}},
     };
@@ -128,8 +146,11 @@ TEST(XAnim, WalkTimesLengthsStreamsAndAnims) {
         const std::string text = f.run();
         EXPECT_EQ(f.hasAnimation, !text.empty()) << r.what;
         for (const auto& s : r.present)
-            EXPECT_TRUE(s.empty() ? text.empty() : text.find(s) != std::string::npos) << r.what << ": " << s << "\n" << text;
-        for (const auto& s : r.absent) EXPECT_EQ(text.find(s), std::string::npos) << r.what << ": " << s;
+            EXPECT_TRUE(s.empty() ? text.empty() : text.find(s) != std::string::npos)
+                << r.what << ": " << s << "\n"
+                << text;
+        for (const auto& s : r.absent)
+            EXPECT_EQ(text.find(s), std::string::npos) << r.what << ": " << s;
     }
     for (auto [text, number] : {std::pair{"abc", 0.0f}, {"-2.5e1x", -25.0f}, {".5", 0.5f}})
         EXPECT_FLOAT_EQ(anim::leadingNumber(text), number) << text;
@@ -156,13 +177,16 @@ TEST(AnimationMatch, LongestPrefixFirstOfEqualAndFallback) {
     for (const Row& r : rows) {
         AnimFixture f(r.defs);
         platform::XmlElement found = anim::XAnimExporter(f.ctx).pFindAnimationDef(r.part);
-        EXPECT_EQ(found ? found.attribute("name").value_or("?") : std::string(), r.chosen) << r.part << " in " << r.defs;
+        EXPECT_EQ(found ? found.attribute("name").value_or("?") : std::string(), r.chosen)
+            << r.part << " in " << r.defs;
     }
 }
 
 TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
-    const std::pair<const char*, const char*> rows[] = { // a definition's attributes, the Anim's head
-        {R"(name="a")", R"(<Anim name="a" guid="" type="Standard" typeParam="AutoPlay" typeParam2="" length=")"},
+    const std::pair<const char*, const char*> rows[] = {
+        // a definition's attributes, the Anim's head
+        {R"(name="a")",
+         R"(<Anim name="a" guid="" type="Standard" typeParam="AutoPlay" typeParam2="" length=")"},
         {R"(name="a" typeParam="P" typeparam="Q" typeParam2="R" typeparam2="")",
          R"(<Anim name="a" guid="" type="Standard" typeParam="Q" typeParam2="R" length=")"},
         {R"(name="a" TypeParam="P" type="" guid="")",
@@ -179,7 +203,9 @@ TEST(AnimationMatch, AnimAttributesDefaultsAndOverrides) {
 }
 
 // One ulp of a 32-bit float at v.
-double ulp(float v) { return std::nextafter(std::fabs(v), INFINITY) - std::fabs(v); }
+double ulp(float v) {
+    return std::nextafter(std::fabs(v), INFINITY) - std::fabs(v);
+}
 
 TEST(QuatMultiply, AgreesWithDoublePrecisionWithinOneUlpAndGivesTheIdentity) {
     std::mt19937 rng(7);
@@ -211,19 +237,36 @@ TEST(XAnimExport, DriverSavesTheFileOnlyWhenAStreamRemains) {
         bool file;            // a new XANIM file
         std::string ends;     // what the export left
     };
-    const std::string done = "x xanim config | information FSX Export: Export to D/plane.x Completed.; | P\\xtomdl.exe";
+    const std::string done =
+        "x xanim config | information FSX Export: Export to D/plane.x Completed.; | P\\xtomdl.exe";
     const std::string tool = " /dict:\"P\\modeldef.xml\" \"D/plane.x\"";
     const std::string failed = "x xanim | critical FS10 Export: Creating XANIM file\r";
     const std::vector<Row> rows = {
-        {"keys that turn", {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 1, 0), rot(2, 0, 0, 0, 1)}, "", true, done + " /xanim" + tool},
-        {"constant keys", {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)}, "", false, done + tool},
-        {"no definition for the part", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
-         "<ModelInfo><Animation name=\"a\"/><Animation name=\"NONRANDOMAMBIENT\"/></ModelInfo>", false,
+        {"keys that turn",
+         {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 1, 0), rot(2, 0, 0, 0, 1)},
+         "",
+         true,
+         done + " /xanim" + tool},
+        {"constant keys",
+         {rot(0, 0, 0, 0, 1), rot(1, 0, 0, 0, 1), rot(2, 0, 0, 0, 1)},
+         "",
+         false,
+         done + tool},
+        {"no definition for the part",
+         {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
+         "<ModelInfo><Animation name=\"a\"/><Animation name=\"NONRANDOMAMBIENT\"/></ModelInfo>",
+         false,
          failed + "91 - Object variable not set: no animation definition; |"},
-        {"a definition without a name", {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
-         "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>", false,
+        {"a definition without a name",
+         {pos(0, 0, 0, 0), pos(1, 1, 0, 0), pos(2, 2, 0, 0)},
+         "<ModelInfo><Animation guid=\"x\"/><Animation name=\"wheel\"/></ModelInfo>",
+         false,
          failed + "94 - Invalid use of Null: an Animation node has no name; |"},
-        {"all keys at time zero", {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)}, "", false, failed + "11 - Division by zero; |"},
+        {"all keys at time zero",
+         {pos(0, 0, 0, 0), pos(0, 1, 0, 0), pos(0, 2, 0, 0)},
+         "",
+         false,
+         failed + "11 - Division by zero; |"},
     };
     for (const Row& r : rows) {
         Rig rig;

@@ -1,10 +1,10 @@
 // The tarnvale command run as a user runs it: a process, its exit code and its
 // standard error.
+#include "../bench/glb_writer.h"
 #include "app/command.h"
 #include "editor/scripted.h"
 #include "gltf/gltf.h"
 #include "gltf/gltf_builder.h"
-#include "../bench/glb_writer.h"
 
 namespace tarnvale::test {
 namespace {
@@ -12,16 +12,21 @@ namespace {
 // Runs the command on a terminal of its own (util-linux's script), with `typed`
 // (printf's escapes) as the keys pressed; gives the exit code.
 int tarnvaleAtTerminal(const std::string& args, const std::string& typed, const TempDir& d) {
-    return run("{ printf '" + typed + "' | script -qec '\"" + TARNVALE_BIN + "\" " + args + "' /dev/null; }", d).code;
+    return run("{ printf '" + typed + "' | script -qec '\"" + TARNVALE_BIN + "\" " + args + "' /dev/null; }",
+               d)
+        .code;
 }
 
-std::string example() { return sourcePath("examples/trainer.gltf"); }
+std::string example() {
+    return sourcePath("examples/trainer.gltf");
+}
 
 // The example beside the output, the boxes on standard error; a second run
 // keeps the name given to the first, and the GUID.
 TEST(Command, ExportsTheExampleBesideTheOutputAndKeepsItsNameAcrossRuns) {
     TempDir d;
-    RunResult r = tarnvale("export " + example() + " -o " + d.file("trainer.x") + " --name 'Club Trainer'", d);
+    RunResult r =
+        tarnvale("export " + example() + " -o " + d.file("trainer.x") + " --name 'Club Trainer'", d);
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_NE(r.err.find("[plain] Tarnvale\nxtomdl.exe was not found in the SDK or Morvane plugins folder\n"
                          "Please convert the X and XANIM files from the command line.\n"),
@@ -85,11 +90,13 @@ TEST(Command, ExitCodesAndWhatStandardErrorSays) {
     const std::string edit = " material edit " + d.file("absent.gltf") + " --material Paint";
     RunResult helped = tarnvale(edit, d, "QT_QPA_PLATFORM=offscreen ");
     EXPECT_EQ(helped.code, 2);
-    EXPECT_NE(helped.err.find("tarnvale: cannot read " + d.file("absent.gltf")), std::string::npos) << helped.err;
+    EXPECT_NE(helped.err.find("tarnvale: cannot read " + d.file("absent.gltf")), std::string::npos)
+        << helped.err;
     fs::copy_file(TARNVALE_BIN, d.folder("alone") + "/tarnvale");
     RunResult alone = run("QT_QPA_PLATFORM=offscreen " + d.file("alone/tarnvale") + edit, d);
     EXPECT_EQ(alone.code, 2);
-    EXPECT_NE(alone.err.find("tarnvale-qt, which shows the windows, is not installed"), std::string::npos) << alone.err;
+    EXPECT_NE(alone.err.find("tarnvale-qt, which shows the windows, is not installed"), std::string::npos)
+        << alone.err;
 #endif
     // A group takes its node's LOD siblings, in order.
     ASSERT_EQ(tarnvale("export " + example() + to + " --group trainer_LOD_0", d).code, 0);
@@ -107,7 +114,8 @@ TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
         EXPECT_EQ(r.code, code) << args << r.err;
         std::vector<json> lines;
         std::istringstream in(r.out);
-        for (std::string line; std::getline(in, line);) lines.push_back(json::parse(line));
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(json::parse(line));
         return lines;
     };
     const std::string a = d.file("a.x");
@@ -115,15 +123,18 @@ TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
     ASSERT_GE(done.size(), 3u);
     EXPECT_EQ(done.front()["stage"], "Creating X file");
     EXPECT_EQ(done[done.size() - 2]["box"]["title"], "FSX Export");
-    EXPECT_EQ(std::count_if(done.begin(), done.end(), [](const json& l) { return l.contains("box"); }), 1); // no tool
+    EXPECT_EQ(std::count_if(done.begin(), done.end(), [](const json& l) { return l.contains("box"); }),
+              1); // no tool
     EXPECT_EQ(done.back(), json({{"result", {{"code", 0}, {"files", {a, a + "anim", d.file("a.config")}}}}}));
     const std::vector<json> failed = report(example() + " -o " + a + " --plugin-dir " + d.folder("empty"), 1);
     EXPECT_EQ(failed[failed.size() - 2]["box"]["icon"], "critical");
-    EXPECT_EQ(failed[failed.size() - 2]["box"]["text"].get<std::string>().rfind("Creating X file\n53 - ", 0), 0u);
+    EXPECT_EQ(failed[failed.size() - 2]["box"]["text"].get<std::string>().rfind("Creating X file\n53 - ", 0),
+              0u);
     const std::vector<json> unread = report(d.file("none.gltf") + " -o " + a, 2);
     EXPECT_EQ(unread.back(), json({{"result", {{"code", 2}, {"files", json::array()}}}}));
     EXPECT_EQ(unread.front()["error"].get<std::string>().rfind("cannot read " + d.file("none.gltf"), 0), 0u);
-    const json kept = json::parse(tarnvale("sidecar " + a, d).out), none = json::parse(tarnvale("sidecar " + d.file("b.x"), d).out);
+    const json kept = json::parse(tarnvale("sidecar " + a, d).out),
+               none = json::parse(tarnvale("sidecar " + d.file("b.x"), d).out);
     EXPECT_EQ(kept["name"], "Club");
     EXPECT_EQ(kept["guid"].get<std::string>().size(), 36u);
     EXPECT_EQ(none, json({{"name", nullptr}, {"guid", nullptr}}));
@@ -150,8 +161,13 @@ TEST(Command, AnyNumberOfThreadsWritesTheSameFiles) {
         for (const char* threads : {"1", "2", "5"}) {
             // Each in a folder of its own, beside the same sidecar: the same GUID.
             const std::string out = d.folder(threads) + "/m.x";
-            if (threads != std::string("1")) fs::copy_file(d.file("1/m.config"), d.file(threads + std::string("/m.config")));
-            ASSERT_EQ(tarnvale("export \"" + scene + "\" -o " + out + " --yes --quiet --no-tool --threads " + threads, d).code, 0)
+            if (threads != std::string("1"))
+                fs::copy_file(d.file("1/m.config"), d.file(threads + std::string("/m.config")));
+            ASSERT_EQ(tarnvale("export \"" + scene + "\" -o " + out + " --yes --quiet --no-tool --threads " +
+                                   threads,
+                               d)
+                          .code,
+                      0)
                 << scene;
         }
         for (const char* threads : {"2", "5"})
@@ -160,7 +176,8 @@ TEST(Command, AnyNumberOfThreadsWritesTheSameFiles) {
                     << scene << " on " << threads << " threads: " << kind;
         EXPECT_GT(fs::file_size(d.file("1/m.x")), 1000u);
         EXPECT_GT(fs::file_size(d.file("1/m.xanim")), 100u);
-        for (const char* threads : {"1", "2", "5"}) fs::remove_all(d.file(threads));
+        for (const char* threads : {"1", "2", "5"})
+            fs::remove_all(d.file(threads));
     }
 }
 
@@ -169,7 +186,8 @@ TEST(Command, AtATerminalTheDialogAsksForTheName) {
     // The name, then Enter for each of the two boxes (tool not found, closing).
     const std::string to = "export " + example() + " -o ";
     EXPECT_EQ(tarnvaleAtTerminal(to + d.file("a.x"), "Typed Name\\n\\n\\n", d), 0);
-    EXPECT_NE(readFile(d.file("a.config")).find("<FriendlyName>Typed Name</FriendlyName>"), std::string::npos);
+    EXPECT_NE(readFile(d.file("a.config")).find("<FriendlyName>Typed Name</FriendlyName>"),
+              std::string::npos);
     // An arrow key's sequence and control characters never reach the name.
     EXPECT_EQ(tarnvaleAtTerminal(to + d.file("c.x"), "Club\\x1B[D\\x01 Two\\n\\n\\n", d), 0);
     EXPECT_NE(readFile(d.file("c.config")).find("<FriendlyName>Club Two</FriendlyName>"), std::string::npos);
@@ -182,8 +200,8 @@ TEST(Command, AtATerminalTheDialogAsksForTheName) {
 
 TEST(Command, InstalledCommandFindsItsDataFolder) {
     TempDir d;
-    std::string cmd = "cmake --install \"" + std::string(TARNVALE_BUILD_DIR) + "\" --prefix \"" + d.file("prefix") +
-                      "\" > /dev/null 2>&1";
+    std::string cmd = "cmake --install \"" + std::string(TARNVALE_BUILD_DIR) + "\" --prefix \"" +
+                      d.file("prefix") + "\" > /dev/null 2>&1";
     ASSERT_EQ(std::system(cmd.c_str()), 0);
     ASSERT_TRUE(fs::exists(d.file("prefix/share/tarnvale/Tarnvale.X")));
     ASSERT_TRUE(fs::exists(d.file("prefix/share/tarnvale/modeldef.xml")));
@@ -195,9 +213,9 @@ TEST(Command, InstalledCommandFindsItsDataFolder) {
     EXPECT_TRUE(fs::exists(d.file("a.xanim")));
 #ifdef TARNVALE_WITH_QT_HELPER
     // Its windows come from the helper installed beside it, which reads the scene.
-    RunResult edit = test::run("QT_QPA_PLATFORM=offscreen \"" + d.file("prefix/bin/tarnvale") + "\" material edit " +
-                             d.file("absent.gltf") + " --material Paint",
-                         d);
+    RunResult edit = test::run("QT_QPA_PLATFORM=offscreen \"" + d.file("prefix/bin/tarnvale") +
+                                   "\" material edit " + d.file("absent.gltf") + " --material Paint",
+                               d);
     EXPECT_EQ(edit.code, 2);
     EXPECT_NE(edit.err.find("tarnvale: cannot read " + d.file("absent.gltf")), std::string::npos) << edit.err;
 #endif
@@ -206,8 +224,9 @@ TEST(Command, InstalledCommandFindsItsDataFolder) {
 // A .glb with two materials, one carrying a text of its own, and a binary chunk.
 std::string materialScene(const TempDir& d) {
     GltfBuilder b;
-    b.doc["materials"] = json::array({{{"name", "Paint"}, {"extras", {{"FS10", "SrcBlend=Zero"}, {"note", 1.5}}}},
-                                      {{"name", "Glass"}, {"alphaMode", "BLEND"}, {"doubleSided", true}}});
+    b.doc["materials"] =
+        json::array({{{"name", "Paint"}, {"extras", {{"FS10", "SrcBlend=Zero"}, {"note", 1.5}}}},
+                     {{"name", "Glass"}, {"alphaMode", "BLEND"}, {"doubleSided", true}}});
     b.node({{"name", "n"}, {"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}, {{"material", 0}})}});
     b.bin.append(20000, '\x5A'); // bytes no accessor reads: they must stay as they are
     return b.saveGlb(d.file("scene.glb"));
@@ -228,15 +247,20 @@ TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
     const std::string shown = readFile(d.file("stdout.txt"));
     // The reader's text for a double-sided material, the derived record's form, its block.
     EXPECT_NE(shown.find("material \"Glass\"\nFS10: SrcBlend=One;DstBlend=Zero;AlphaTestFunction=Never;"
-                         "EmissiveData=Blend;DoubleSided=1\ntext form: SpecRed=0;"), std::string::npos) << shown;
+                         "EmissiveData=Blend;DoubleSided=1\ntext form: SpecRed=0;"),
+              std::string::npos)
+        << shown;
     EXPECT_NE(shown.find("DoubleSided=1;"), std::string::npos);
     EXPECT_NE(shown.find("\nFS10Material {\n1.0;1.0;1.0;1.0;;\n"), std::string::npos);
     RunResult unknown = tarnvale("material show " + scene + " --material Chrome", d);
     EXPECT_EQ(unknown.code, 2);
-    EXPECT_NE(unknown.err.find("no material named \"Chrome\"; its materials: \"Paint\", \"Glass\""), std::string::npos);
-    RunResult headless = tarnvale("material edit " + scene + " --material Paint", d, "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM ");
+    EXPECT_NE(unknown.err.find("no material named \"Chrome\"; its materials: \"Paint\", \"Glass\""),
+              std::string::npos);
+    RunResult headless = tarnvale("material edit " + scene + " --material Paint", d,
+                                  "env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM ");
     EXPECT_EQ(headless.code, 2);
-    EXPECT_NE(headless.err.find("material show and material apply work without"), std::string::npos) << headless.err;
+    EXPECT_NE(headless.err.find("material show and material apply work without"), std::string::npos)
+        << headless.err;
 
     // Edit, driven as a person would: a preset, then OK. Only extras.FS10 changes.
     const auto [before, chunks] = glbParts(readFile(scene));
@@ -266,22 +290,30 @@ TEST(MaterialCommand, ShowEditApplyAndTheirFailures) {
     f.form.loadLibraryFile(d.file("saved.FSXMat"));
     f.form.click("cmdOK");
     const std::string beforeApply = readFile(scene);
-    RunResult failed = tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d,
-                                "trap '' XFSZ; ulimit -f 16; ");
+    RunResult failed =
+        tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d,
+                 "trap '' XFSZ; ulimit -f 16; ");
     EXPECT_EQ(failed.code, 1);
-    EXPECT_NE(failed.err.find("is unchanged: cannot write it: File too large"), std::string::npos) << failed.err;
+    EXPECT_NE(failed.err.find("is unchanged: cannot write it: File too large"), std::string::npos)
+        << failed.err;
     EXPECT_EQ(readFile(scene), beforeApply);
-    for (const auto& e : fs::directory_iterator(d.path())) EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u);
-    ASSERT_EQ(tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d).code, 0);
+    for (const auto& e : fs::directory_iterator(d.path()))
+        EXPECT_NE(e.path().filename().string().rfind(".tarnvale", 0), 0u);
+    ASSERT_EQ(
+        tarnvale("material apply " + scene + " --material Glass --from " + d.file("saved.FSXMat"), d).code,
+        0);
     EXPECT_EQ(glbParts(readFile(scene)).first["materials"][1]["extras"]["FS10"], expected->toString());
     // A partial library file names no blend and no alpha test: the lists show a
     // new record's items, and neither the text nor the block holds an empty name.
     writeFile(d.file("partial.FSXMat"), "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;Power=40\r\n");
-    ASSERT_EQ(tarnvale("material apply " + scene + " --material Paint --from " + d.file("partial.FSXMat"), d).code, 0);
+    ASSERT_EQ(
+        tarnvale("material apply " + scene + " --material Paint --from " + d.file("partial.FSXMat"), d).code,
+        0);
     ASSERT_EQ(tarnvale("material show " + scene + " --material Paint", d).code, 0);
     const std::string partial = readFile(d.file("stdout.txt"));
     EXPECT_NE(partial.find("SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;"), std::string::npos) << partial;
-    for (const char* blank : {"SrcBlend=;", "DstBlend=;", "AlphaTestFunction=;", "\"\"; // blend", "; \"\";", "\"\";  // Alpha"})
+    for (const char* blank :
+         {"SrcBlend=;", "DstBlend=;", "AlphaTestFunction=;", "\"\"; // blend", "; \"\";", "\"\";  // Alpha"})
         EXPECT_EQ(partial.find(blank), std::string::npos) << blank << " in " << partial;
     EXPECT_NE(partial.find("AlphaTestFunction=Never;"), std::string::npos) << partial;
 }
@@ -295,7 +327,9 @@ TEST(MaterialCommand, OnStandardInputAsOnASceneFile) {
         "pbrMetallicRoughness": {"roughnessFactor": 0.5}, "extras": {"FS10": "SrcBlend=Zero"}}]})";
     writeFile(d.file("m.gltf"), document);
     writeFile(d.file("scene.gltf"), document);
-    auto onInput = [&](const std::string& args) { return tarnvale("material " + args + " --stdin", d, "", d.file("m.gltf")); };
+    auto onInput = [&](const std::string& args) {
+        return tarnvale("material " + args + " --stdin", d, "", d.file("m.gltf"));
+    };
     const json preset = json::parse(onInput("apply --preset gloss").out);
     ASSERT_EQ(tarnvale("material apply " + d.file("scene.gltf") + " --material Paint --preset 2", d).code, 0);
     EXPECT_EQ(preset["text"], json::parse(readFile(d.file("scene.gltf")))["materials"][0]["extras"]["FS10"]);
@@ -328,8 +362,10 @@ TEST(MaterialCommand, OnStandardInputAsOnASceneFile) {
 TEST(MaterialCommand, PickedColoursAndSlashPathsReachTheSceneAndTheXFile) {
     TempDir d;
     GltfBuilder b;
-    b.doc["materials"] = json::array({{{"name", "Night"}, {"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
-                                       {"extras", {{"FS10", "EmissiveTexture=/home/pat/textures/night.dds"}}}}});
+    b.doc["materials"] =
+        json::array({{{"name", "Night"},
+                      {"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
+                      {"extras", {{"FS10", "EmissiveTexture=/home/pat/textures/night.dds"}}}}});
     b.node({{"name", "n"}, {"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0}, {0, 1, 2}, {{"material", 0}})}});
     const std::string scene = b.saveGltf(d.file("night.gltf"));
     struct Window : editor::FormWindow {
@@ -346,7 +382,8 @@ TEST(MaterialCommand, PickedColoursAndSlashPathsReachTheSceneAndTheXFile) {
     const json doc = json::parse(readFile(scene));
     EXPECT_EQ(doc["extensionsUsed"], json::array({"KHR_materials_specular"}));
     EXPECT_EQ(doc["materials"][0]["extensions"]["KHR_materials_specular"].dump(),
-              "{\"specularColorFactor\":[0.6000000238418579,0.4000000059604645,0.20000000298023224],\"specularFactor\":1}");
+              "{\"specularColorFactor\":[0.6000000238418579,0.4000000059604645,0.20000000298023224],"
+              "\"specularFactor\":1}");
     ASSERT_EQ(tarnvale("material show " + scene, d).code, 0);
     const std::string shown = readFile(d.file("stdout.txt"));
     EXPECT_NE(shown.find("\nFS10Material {\n1.0;1.0;1.0;1.0;;\n0.6;0.4;0.2;;\n"), std::string::npos) << shown;
@@ -359,11 +396,15 @@ TEST(MaterialCommand, PickedColoursAndSlashPathsReachTheSceneAndTheXFile) {
     // cannot be written gives way to the user's, and says so.
     RunResult missing = tarnvale("material library --plugin-dir " + d.file("nowhere"), d);
     EXPECT_EQ(missing.code, 2);
-    EXPECT_NE(missing.err.find("the plug-in folder " + d.file("nowhere") + " does not exist"), std::string::npos);
-    RunResult readOnly = tarnvale("material library --plugin-dir /proc", d, "XDG_DATA_HOME=" + d.file("data") + " ");
+    EXPECT_NE(missing.err.find("the plug-in folder " + d.file("nowhere") + " does not exist"),
+              std::string::npos);
+    RunResult readOnly =
+        tarnvale("material library --plugin-dir /proc", d, "XDG_DATA_HOME=" + d.file("data") + " ");
     EXPECT_EQ(readOnly.code, 0);
-    EXPECT_NE(readOnly.err.find("/proc cannot be written; the material library is in " + d.file("data") + "/tarnvale"),
-              std::string::npos) << readOnly.err;
+    EXPECT_NE(readOnly.err.find("/proc cannot be written; the material library is in " + d.file("data") +
+                                "/tarnvale"),
+              std::string::npos)
+        << readOnly.err;
 }
 
 TEST(ProgressLine, ShowsStageAndShareAfterTheDelayAndClears) {

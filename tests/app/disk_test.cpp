@@ -20,7 +20,9 @@ struct SmallDisk {
         const std::string options = "size=" + std::to_string(pages * 4) + "k";
         mounted = ::geteuid() == 0 && ::mount("tmpfs", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
     }
-    bool readOnly() { return ::mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0; }
+    bool readOnly() {
+        return ::mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    }
     ~SmallDisk() {
         if (mounted) ::umount(folder.c_str());
     }
@@ -31,37 +33,91 @@ TEST(DiskFaults, EachEndsInTheFailureBoxAndKeepsWhatWasThere) {
     const std::string scene = sourcePath("examples/trainer.gltf"), args = " --yes --no-tool";
     // A whole export gives the sizes that the small disks below are cut to.
     ASSERT_EQ(tarnvale("export " + scene + " -o " + d.file("whole.x") + args, d).code, 0);
-    auto pages = [&](const char* e) { return (fs::file_size(d.file(std::string("whole.") + e)) + 4095) / 4096; };
+    auto pages = [&](const char* e) {
+        return (fs::file_size(d.file(std::string("whole.") + e)) + 4095) / 4096;
+    };
     const std::string plugin = d.folder("plugin");
     fs::copy_file(sourcePath("data/modeldef.xml"), plugin + "/modeldef.xml");
     fs::create_directory(plugin + "/Tarnvale.X"); // a template that cannot be read
-    const std::string oldConfig = "<?xml version=\"1.0\"?>\n<TarnvaleConfig version=\"1.0\"><FriendlyName>Kept"
-                                  "</FriendlyName><GUID>0123ABCD-0A0B-4C0D-0102-030405060708</GUID></TarnvaleConfig>\n";
+    const std::string oldConfig =
+        "<?xml version=\"1.0\"?>\n<TarnvaleConfig version=\"1.0\"><FriendlyName>Kept"
+        "</FriendlyName><GUID>0123ABCD-0A0B-4C0D-0102-030405060708</GUID></TarnvaleConfig>\n";
     struct Row {
         const char* what;
-        std::string folder;  // of the output, below the test's
-        size_t diskPages;    // a small disk of this size there; 0: none
-        bool readOnly;       // that disk mounted read-only once the old files are in
+        std::string folder;           // of the output, below the test's
+        size_t diskPages;             // a small disk of this size there; 0: none
+        bool readOnly;                // that disk mounted read-only once the old files are in
         std::vector<std::string> old; // files there before: m.config, m.xanim
-        std::string options; // of the command
-        std::string before;  // ahead of it on the line
-        std::string box;     // the failure box; the test's folder reads D
+        std::string options;          // of the command
+        std::string before;           // ahead of it on the line
+        std::string box;              // the failure box; the test's folder reads D
     };
     const Row rows[] = {
-        {"no output folder", "missing", 0, false, {}, "", "", "Creating X file\n76 - D/missing/m.x: No such file or directory"},
-        {"the output a folder", "dir", 0, false, {}, "", "", "Creating X file\n75 - D/dir/m.x: Is a directory"},
-        {"a file-size limit", "limit", 0, false, {"config", "xanim"}, "", "trap '' XFSZ; ulimit -f 16; ",
+        {"no output folder",
+         "missing",
+         0,
+         false,
+         {},
+         "",
+         "",
+         "Creating X file\n76 - D/missing/m.x: No such file or directory"},
+        {"the output a folder",
+         "dir",
+         0,
+         false,
+         {},
+         "",
+         "",
+         "Creating X file\n75 - D/dir/m.x: Is a directory"},
+        {"a file-size limit",
+         "limit",
+         0,
+         false,
+         {"config", "xanim"},
+         "",
+         "trap '' XFSZ; ulimit -f 16; ",
          "Creating X file\n75 - D/limit/m.x: File too large"},
-        {"a template that is a folder", "t", 0, false, {"config", "xanim"}, " --plugin-dir " + plugin, "",
+        {"a template that is a folder",
+         "t",
+         0,
+         false,
+         {"config", "xanim"},
+         " --plugin-dir " + plugin,
+         "",
          "Creating X file\n75 - D/plugin\\Tarnvale.X: Is a directory"},
-        {"the disk full at the X file", "x", pages("x") / 2 + 2, false, {"config", "xanim"}, "", "",
+        {"the disk full at the X file",
+         "x",
+         pages("x") / 2 + 2,
+         false,
+         {"config", "xanim"},
+         "",
+         "",
          "Creating X file\n75 - D/x/m.x: No space left on device"},
         // The old files take a page each; a new one is written beside the old.
-        {"the disk full at the XANIM", "xanim", pages("x") + 3, false, {"config", "xanim"}, "", "",
+        {"the disk full at the XANIM",
+         "xanim",
+         pages("x") + 3,
+         false,
+         {"config", "xanim"},
+         "",
+         "",
          "Creating XANIM file\n75 - D/xanim/m.xanim: No space left on device"},
-        {"the disk full at the sidecar", "config", pages("x") + 1 + pages("xanim"), false, {"config"}, "", "",
+        {"the disk full at the sidecar",
+         "config",
+         pages("x") + 1 + pages("xanim"),
+         false,
+         {"config"},
+         "",
+         "",
          "Creating XANIM file\n75 - D/config/m.config: No space left on device"},
-        {"a read-only disk", "ro", 8, true, {"config", "xanim"}, "", "", "Creating X file\n75 - D/ro/m.x: Read-only file system"},
+        {"a read-only disk",
+         "ro",
+         8,
+         true,
+         {"config", "xanim"},
+         "",
+         "",
+         "Creating X file\n75 - D/ro/m.x: Read-only file system"},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.what);
@@ -76,16 +132,20 @@ TEST(DiskFaults, EachEndsInTheFailureBoxAndKeepsWhatWasThere) {
         }
         if (r.folder != "missing") fs::create_directories(folder + (r.folder == "dir" ? "/m.x" : ""));
         const std::map<std::string, std::string> old = {{"config", oldConfig}, {"xanim", "<old/>"}};
-        for (const std::string& e : r.old) writeFile(folder + "/m." + e, old.at(e));
+        for (const std::string& e : r.old)
+            writeFile(folder + "/m." + e, old.at(e));
         if (r.readOnly) {
             ASSERT_TRUE(disk->readOnly());
         }
-        const RunResult run = tarnvale("export " + scene + " -o " + folder + "/m.x" + args + r.options, d, r.before);
+        const RunResult run =
+            tarnvale("export " + scene + " -o " + folder + "/m.x" + args + r.options, d, r.before);
         EXPECT_EQ(run.code, 1);
         std::string err = run.err;
-        for (size_t at; (at = err.find(d.path())) != std::string::npos;) err.replace(at, d.path().size(), "D");
+        for (size_t at; (at = err.find(d.path())) != std::string::npos;)
+            err.replace(at, d.path().size(), "D");
         EXPECT_NE(err.find("[critical] FS10 Export\n" + r.box + "\n"), std::string::npos) << err;
-        for (const std::string& e : r.old) EXPECT_EQ(readFile(folder + "/m." + e), old.at(e)) << e;
+        for (const std::string& e : r.old)
+            EXPECT_EQ(readFile(folder + "/m." + e), old.at(e)) << e;
         EXPECT_EQ(fs::is_directory(folder + "/m.x"), r.folder == "dir");
         // No new file left behind, and no partial X file for the tests' DirectX reader.
         std::error_code ec;
@@ -120,7 +180,8 @@ TEST(DiskFaults, TheMaterialEditLeavesTheSceneAsItWas) {
         }
         const RunResult run = tarnvale("material apply " + path + " --material Paint --preset Gloss", d);
         EXPECT_EQ(run.code, 1);
-        EXPECT_NE(run.err.find(path + " is unchanged: cannot write it: " + text), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(path + " is unchanged: cannot write it: " + text), std::string::npos)
+            << run.err;
         EXPECT_EQ(readFile(path), scene);
         EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder), fs::directory_iterator()), 1);
     }

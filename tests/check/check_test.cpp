@@ -10,9 +10,11 @@ namespace {
 
 // The head of a DDS or PNG file: enough for its size to be read.
 std::string imageHead(bool dds, uint32_t width, uint32_t height) {
-    std::string s = dds ? std::string("DDS |\0\0\0\0\0\0\0", 12) : std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
+    std::string s =
+        dds ? std::string("DDS |\0\0\0\0\0\0\0", 12) : std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16);
     for (uint32_t v : dds ? std::vector<uint32_t>{height, width} : std::vector<uint32_t>{width, height})
-        for (int k = 0; k < 4; ++k) s += static_cast<char>((dds ? v >> (8 * k) : v >> (24 - 8 * k)) & 0xFF);
+        for (int k = 0; k < 4; ++k)
+            s += static_cast<char>((dds ? v >> (8 * k) : v >> (24 - 8 * k)) & 0xFF);
     return s + (dds ? std::string(108, '\0') : std::string("\x08\x02\0\0\0\0\0\0\0", 9));
 }
 
@@ -37,10 +39,13 @@ struct Scene {
     std::string modelDef() const { return options.pluginDir + "/modeldef.xml"; }
     // plane_LOD_100 and a sibling below plane, with the level exported.
     void lods(json sibling) {
-        b.node({{"name", "plane"}, {"children", {b.node({{"name", "plane_LOD_100"}}, false), b.node(sibling, false)}}});
+        b.node({{"name", "plane"},
+                {"children", {b.node({{"name", "plane_LOD_100"}}, false), b.node(sibling, false)}}});
         options.group = "plane_LOD_100";
     }
-    void keys(int node, std::vector<float> times, std::vector<float> at) { b.animation("move" + std::to_string(node), {{node, "translation", times, at, "LINEAR"}}); }
+    void keys(int node, std::vector<float> times, std::vector<float> at) {
+        b.animation("move" + std::to_string(node), {{node, "translation", times, at, "LINEAR"}});
+    }
     void material(json m) {
         b.doc["materials"].push_back(std::move(m));
         b.doc["meshes"][mesh]["primitives"][0]["material"] = b.doc["materials"].size() - 1;
@@ -56,8 +61,10 @@ struct Scene {
         part()["children"] = {b.node({{"name", "bone"}}, false)};
         json& attributes = b.doc["meshes"][mesh]["primitives"][0]["attributes"];
         for (size_t k = 0; 12 * k < joints.size(); ++k) {
-            attributes["JOINTS_" + std::to_string(k)] = b.bytes({&joints[12 * k], &joints[12 * k] + 12}, "VEC4", false);
-            attributes["WEIGHTS_" + std::to_string(k)] = b.floats({&weights[12 * k], &weights[12 * k] + 12}, "VEC4");
+            attributes["JOINTS_" + std::to_string(k)] =
+                b.bytes({&joints[12 * k], &joints[12 * k] + 12}, "VEC4", false);
+            attributes["WEIGHTS_" + std::to_string(k)] =
+                b.floats({&weights[12 * k], &weights[12 * k] + 12}, "VEC4");
         }
         b.doc["skins"] = json::array({{{"joints", {0, part()["children"][0]}}}});
         part()["skin"] = 0;
@@ -78,49 +85,101 @@ struct Broken {
     std::function<void(Scene&)> breakIt;
 };
 
-const char* const kNamed = "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never";
+const char* const kNamed =
+    "IsVCTexture=1;SrcBlend=One;DstBlend=Zero;EmissiveData=Blend;AlphaTestFunction=Never";
 
 const Broken kBroken[] = {
     {"template-missing", "error", "", [](Scene& s) { fs::remove(s.options.pluginDir + "/Tarnvale.X"); }},
     {"modeldef-missing", "error", "", [](Scene& s) { fs::remove(s.modelDef()); }},
     {"modeldef-xml", "error", "", [](Scene& s) { writeFile(s.modelDef(), "<ModelInfo><Animation"); }},
-    {"modeldef-animations", "error", "", [](Scene& s) { writeFile(s.modelDef(), "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>"); }},
-    {"animation-unmatched", "error", "aileron_left", [](Scene& s) {
-         writeFile(s.modelDef(), "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
+    {"modeldef-animations", "error", "",
+     [](Scene& s) { writeFile(s.modelDef(), "<ModelInfo><Animation name=\"l_aileron\"/></ModelInfo>"); }},
+    {"animation-unmatched", "error", "aileron_left",
+     [](Scene& s) {
+         writeFile(s.modelDef(),
+                   "<ModelInfo><Animation name=\"l_aileron\"/><Animation name=\"rudder\"/></ModelInfo>");
          s.part()["name"] = "aileron_left";
      }},
     {"animation-ambient", "warning", "gizmo", [](Scene& s) { s.part()["name"] = "gizmo"; }},
-    {"animation-no-length", "error", "l_aileron_2", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0}); }},
-    {"animation-still", "warning", "l_aileron_2", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0}); }},
-    {"reader-skipped", "warning", "", [](Scene& s) { s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0}); }},
-    {"name-collision", "warning", "Wheel", [](Scene& s) {
+    {"animation-no-length", "error", "l_aileron_2",
+     [](Scene& s) {
+         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 0, 0}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
+     }},
+    {"animation-still", "warning", "l_aileron_2",
+     [](Scene& s) {
+         s.keys(s.b.node({{"name", "l_aileron_2"}}), {0, 1, 2}, {0, 1, 0, 0, 1, 0, 0, 1, 0});
+     }},
+    {"reader-skipped", "warning", "",
+     [](Scene& s) {
+         s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0});
+     }},
+    {"name-collision", "warning", "Wheel",
+     [](Scene& s) {
          s.b.node({{"name", "gear"}, {"children", {s.b.node({{"name", "wheel"}}, false)}}});
          s.b.node({{"name", "Wheel"}});
      }},
-    {"name-mapped", "info", "wing.001", [](Scene& s) { s.b.node({{"name", "wing.001"}}); }},
-    {"mesh-materials", "error", "l_aileron", [](Scene& s) { // 1002 primitives, each of a material of its own
-         json& prims = s.b.doc["meshes"][s.mesh]["primitives"];
-         for (int m = 0; m < 1002; ++m) s.b.doc["materials"].push_back(json::object()), prims[m] = prims[0], prims[m]["material"] = m;
+    {"name-mapped", "info", "wing.001",
+     [](Scene& s) {
+         s.b.node({{"name", "wing.001"}});
      }},
-    {"mesh-no-triangles", "error", "l_aileron", [](Scene& s) { s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1}); }},
-    {"mirrored", "info", "l_aileron", [](Scene& s) { // its child mirrors too, and is not told of
+    {"mesh-materials", "error", "l_aileron",
+     [](Scene& s) { // 1002 primitives, each of a material of its own
+         json& prims = s.b.doc["meshes"][s.mesh]["primitives"];
+         for (int m = 0; m < 1002; ++m)
+             s.b.doc["materials"].push_back(json::object()), prims[m] = prims[0], prims[m]["material"] = m;
+     }},
+    {"mesh-no-triangles", "error", "l_aileron",
+     [](Scene& s) {
+         s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
+     }},
+    {"mirrored", "info", "l_aileron",
+     [](Scene& s) { // its child mirrors too, and is not told of
          s.part()["scale"] = {-1, 1, 1};
          s.part()["children"] = {s.b.node({{"name", "also_mirrored"}}, false)};
      }},
-    {"material-empty-name", "error", "glass", [](Scene& s) { s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}}); }},
-    {"cockpit-no-texture", "error", "panel", [](Scene& s) { s.material({{"name", "panel"}, {"extras", {{"FS10", kNamed}}}}); }},
-    {"texture-missing", "error", "skin", [](Scene& s) { s.image({{"uri", "gone.dds"}}); }},
-    {"texture-size", "warning", "skin", [](Scene& s) { s.image({{"bufferView", s.b.bufferView(imageHead(true, 300, 256))}}); }},
-    {"texture-not-dds", "warning", "skin", [](Scene& s) { s.image({{"bufferView", s.b.bufferView(imageHead(false, 256, 256))}}); }},
-    {"lod-gap", "warning", "plane_LOD_50", [](Scene& s) { s.lods({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}}); }},
-    {"lod-sibling", "warning", "wheels", [](Scene& s) { s.lods({{"name", "wheels"}}); }},
-    {"partdata-xml", "error", "l_aileron", [](Scene& s) { s.part()["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
-    {"partdata-root", "error", "l_aileron", [](Scene& s) { s.part()["extras"]["FS10att"] = "<Visibility/>"; }},
-    {"skin-weights", "warning", "l_aileron", [](Scene& s) { s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0}); }},
-    {"skin-influences", "warning", "l_aileron", [](Scene& s) { // vertex 0: eight bones at 1/8
-         s.skin(std::vector<uint8_t>(24, 1), {.125f, .125f, .125f, .125f, 1, 0, 0, 0, 1, 0, 0, 0, .125f, .125f, .125f, .125f, 0, 0, 0, 0, 0, 0, 0, 0});
+    {"material-empty-name", "error", "glass",
+     [](Scene& s) {
+         s.material({{"name", "glass"}, {"extras", {{"FS10", "SrcBlend=;AlphaTestFunction=;"}}}});
      }},
-    {"skin-joints-outside", "warning", "", [](Scene& s) {
+    {"cockpit-no-texture", "error", "panel",
+     [](Scene& s) {
+         s.material({{"name", "panel"}, {"extras", {{"FS10", kNamed}}}});
+     }},
+    {"texture-missing", "error", "skin",
+     [](Scene& s) {
+         s.image({{"uri", "gone.dds"}});
+     }},
+    {"texture-size", "warning", "skin",
+     [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView(imageHead(true, 300, 256))}});
+     }},
+    {"texture-not-dds", "warning", "skin",
+     [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView(imageHead(false, 256, 256))}});
+     }},
+    {"lod-gap", "warning", "plane_LOD_50",
+     [](Scene& s) {
+         s.lods({{"name", "plane_LOD_50"}, {"extras", {{"visible", false}}}});
+     }},
+    {"lod-sibling", "warning", "wheels",
+     [](Scene& s) {
+         s.lods({{"name", "wheels"}});
+     }},
+    {"partdata-xml", "error", "l_aileron",
+     [](Scene& s) { s.part()["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
+    {"partdata-root", "error", "l_aileron",
+     [](Scene& s) { s.part()["extras"]["FS10att"] = "<Visibility/>"; }},
+    {"skin-weights", "warning", "l_aileron",
+     [](Scene& s) {
+         s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0});
+     }},
+    {"skin-influences", "warning", "l_aileron",
+     [](Scene& s) { // vertex 0: eight bones at 1/8
+         s.skin(std::vector<uint8_t>(24, 1), {.125f, .125f, .125f, .125f, 1, 0, 0, 0, 1, 0, 0, 0,
+                                              .125f, .125f, .125f, .125f, 0, 0, 0, 0, 0, 0, 0, 0});
+     }},
+    {"skin-joints-outside", "warning", "",
+     [](Scene& s) {
          s.skin({1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0});
          s.b.node({{"name", "rig"}, {"children", s.part()["children"]}}); // the joint, moved out of the group
          s.part().erase("children");
@@ -144,31 +203,39 @@ TEST(Check, EachBrokenSceneGivesItsOneFinding) {
         covered.insert(c.kind);
     }
     // Every rule has its broken scene.
-    for (const check::Rule& r : check::rules()) EXPECT_TRUE(covered.count(r.kind)) << r.kind;
+    for (const check::Rule& r : check::rules())
+        EXPECT_TRUE(covered.count(r.kind)) << r.kind;
 }
 
 TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) {
     Scene s;
     s.part()["extras"]["FS10att"] = "<Visibility/>";
     s.b.node({{"name", "wing.001"}});
-    const std::string scene = s.b.saveGltf(s.dir.file("s.gltf")), plugin = " --plugin-dir " + s.options.pluginDir;
+    const std::string scene = s.b.saveGltf(s.dir.file("s.gltf")),
+                      plugin = " --plugin-dir " + s.options.pluginDir;
     RunResult r = tarnvale("check " + scene + plugin, s.dir);
     EXPECT_EQ(r.code, 1);
-    EXPECT_EQ(r.out, scene + ": 1 error, 0 warnings, 1 note\n"
-                     "  node l_aileron (frm-l_aileron)\n"
-                     "    error   partdata-root: its part data's root is Visibility, and the compiler reads only "
-                     "FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">\n"
-                     "  node wing.001 (frm-wing_001)\n"
-                     "    info    name-mapped: the X file cannot hold its name as it is, so it becomes wing_001 (the "
-                     "frame frm-wing_001)\n");
+    EXPECT_EQ(
+        r.out,
+        scene +
+            ": 1 error, 0 warnings, 1 note\n"
+            "  node l_aileron (frm-l_aileron)\n"
+            "    error   partdata-root: its part data's root is Visibility, and the compiler reads only "
+            "FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">\n"
+            "  node wing.001 (frm-wing_001)\n"
+            "    info    name-mapped: the X file cannot hold its name as it is, so it becomes wing_001 (the "
+            "frame frm-wing_001)\n");
     const std::string x = s.dir.file("s.x"), args = " -o " + x + plugin + " --yes --no-tool --check";
     r = tarnvale("export " + scene + args, s.dir);
     EXPECT_EQ(r.code, 1);
     EXPECT_NE(r.err.find("partdata-root"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("tarnvale: the check found 1 error, so nothing was exported"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("tarnvale: the check found 1 error, so nothing was exported"), std::string::npos)
+        << r.err;
     EXPECT_FALSE(fs::exists(x));
     r = tarnvale("export " + scene + args + " --report json", s.dir);
-    EXPECT_NE(r.out.find("{\"finding\":{\"frame\":\"frm-l_aileron\",\"kind\":\"partdata-root\""), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("{\"finding\":{\"frame\":\"frm-l_aileron\",\"kind\":\"partdata-root\""),
+              std::string::npos)
+        << r.out;
     EXPECT_NE(r.out.find("{\"result\":{\"code\":1,\"files\":[]}}"), std::string::npos) << r.out;
     // Warnings and notes do not stop it.
     s.part()["extras"]["FS10att"] = "<FSMakeMdlData/>";
@@ -177,7 +244,8 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
     EXPECT_TRUE(fs::exists(x));
     // Clean: the base scene, and the example as it is exported in full (a note: its image is resized).
     const auto [code, report] = Scene().check();
-    EXPECT_EQ(std::make_pair(code, report["counts"]), std::make_pair(0, json({{"error", 0}, {"warning", 0}, {"info", 0}})));
+    EXPECT_EQ(std::make_pair(code, report["counts"]),
+              std::make_pair(0, json({{"error", 0}, {"warning", 0}, {"info", 0}})));
     r = tarnvale("check " + sourcePath("examples/trainer.gltf") + " --textures --json", s.dir);
     EXPECT_EQ(r.code, 0);
     EXPECT_EQ(json::parse(r.out)["counts"], json({{"error", 0}, {"warning", 0}, {"info", 1}})) << r.out;

@@ -20,8 +20,10 @@ struct ScriptedBoxes : editor::DialogBoxes {
             if (!answers.empty()) answers.pop_front();
             return false;
         }
-        if (colour) cdlg.Color = std::stoi(*answers.front());
-        else cdlg.FileName = *answers.front();
+        if (colour)
+            cdlg.Color = std::stoi(*answers.front());
+        else
+            cdlg.FileName = *answers.front();
         answers.pop_front();
         return true;
     }
@@ -41,8 +43,9 @@ struct ScriptedForm {
     std::shared_ptr<material::FS10Material> record;
     editor::frmOptions form;
 
-    explicit ScriptedForm(std::shared_ptr<material::FS10Material> r = std::make_shared<material::FS10Material>(),
-                          const std::string& library = "")
+    explicit ScriptedForm(
+        std::shared_ptr<material::FS10Material> r = std::make_shared<material::FS10Material>(),
+        const std::string& library = "")
         : record(std::move(r)), form(boxes, library.empty() ? dir.path() : library) {
         form.EditMaterial = record;
         form.Form_Load();

@@ -5,8 +5,8 @@
 #include "support.h"
 
 #include <cstring>
-#include <tuple>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 // The glTF library's encoder, built into the reader.
 namespace tinygltf {
@@ -18,14 +18,16 @@ namespace tarnvale::test {
 using json = nlohmann::json;
 
 class GltfBuilder {
-public:
+  public:
     json doc = {{"asset", {{"version", "2.0"}}}, {"scene", 0}, {"scenes", json::array({json::object()})}};
     std::string bin;
 
     int floats(const std::vector<float>& v, const char* type) {
         return accessor(v.data(), v.size() * 4, 5126, countOf(v.size(), type), type);
     }
-    int indices(const std::vector<uint16_t>& v) { return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR"); }
+    int indices(const std::vector<uint16_t>& v) {
+        return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR");
+    }
     // Unsigned bytes, normalised or not (joints and weights of skins).
     int bytes(const std::vector<uint8_t>& v, const char* type, bool normalized) {
         int a = accessor(v.data(), v.size(), 5121, countOf(v.size(), type), type);
@@ -34,8 +36,8 @@ public:
     }
     // An accessor of `count` elements whose values are `base` (none: zeros) with the
     // elements at `at` replaced by `values`.
-    int sparse(const std::vector<float>& base, const char* type, size_t count, const std::vector<uint16_t>& at,
-               const std::vector<float>& values) {
+    int sparse(const std::vector<float>& base, const char* type, size_t count,
+               const std::vector<uint16_t>& at, const std::vector<float>& values) {
         int a = base.empty() ? -1 : floats(base, type);
         if (a < 0) {
             doc["accessors"].push_back({{"componentType", 5126}, {"count", count}, {"type", type}});
@@ -48,14 +50,18 @@ public:
         return a;
     }
     // An animation of (node, path, times, values, interpolation) channels.
-    void animation(const std::string& name, const std::vector<std::tuple<int, const char*, std::vector<float>,
-                                                                         std::vector<float>, const char*>>& channels) {
+    void animation(
+        const std::string& name,
+        const std::vector<std::tuple<int, const char*, std::vector<float>, std::vector<float>, const char*>>&
+            channels) {
         json a = {{"name", name}, {"samplers", json::array()}, {"channels", json::array()}};
         for (const auto& [node, path, times, values, interpolation] : channels) {
             const char* type = std::string(path) == "rotation" ? "VEC4" : "VEC3";
-            a["samplers"].push_back(
-                {{"input", floats(times, "SCALAR")}, {"output", floats(values, type)}, {"interpolation", interpolation}});
-            a["channels"].push_back({{"sampler", a["samplers"].size() - 1}, {"target", {{"node", node}, {"path", path}}}});
+            a["samplers"].push_back({{"input", floats(times, "SCALAR")},
+                                     {"output", floats(values, type)},
+                                     {"interpolation", interpolation}});
+            a["channels"].push_back(
+                {{"sampler", a["samplers"].size() - 1}, {"target", {{"node", node}, {"path", path}}}});
         }
         doc["animations"].push_back(a);
     }
@@ -67,13 +73,15 @@ public:
     }
     // An image held in the buffer; gives the image index.
     int image(const std::string& bytes, const std::string& name) {
-        doc["images"].push_back({{"bufferView", view(bytes.data(), bytes.size())}, {"mimeType", "image/png"}});
+        doc["images"].push_back(
+            {{"bufferView", view(bytes.data(), bytes.size())}, {"mimeType", "image/png"}});
         if (!name.empty()) doc["images"].back()["name"] = name;
         return static_cast<int>(doc["images"].size() - 1);
     }
     int bufferView(const std::string& bytes) { return view(bytes.data(), bytes.size()); }
     // A mesh of one triangle list primitive; gives the mesh index.
-    int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx, json extra = json::object()) {
+    int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx,
+                  json extra = json::object()) {
         json prim = {{"attributes", {{"POSITION", floats(positions, "VEC3")}}}};
         if (!idx.empty()) prim["indices"] = indices(idx);
         prim.update(extra);
@@ -83,16 +91,21 @@ public:
     // A .gltf with its buffer in a data: URI, or in the file `binName` beside it.
     std::string saveGltf(const std::string& path, const std::string& binName = "") {
         json d = withBuffer();
-        if (!bin.empty()) d["buffers"][0]["uri"] = binName.empty() ? "data:application/octet-stream;base64," + base64(bin) : binName;
-        if (!bin.empty() && !binName.empty()) writeFile(path.substr(0, path.find_last_of('/') + 1) + binName, bin);
+        if (!bin.empty())
+            d["buffers"][0]["uri"] =
+                binName.empty() ? "data:application/octet-stream;base64," + base64(bin) : binName;
+        if (!bin.empty() && !binName.empty())
+            writeFile(path.substr(0, path.find_last_of('/') + 1) + binName, bin);
         writeFile(path, d.dump());
         return path;
     }
     std::string saveGlb(const std::string& path) {
         std::string j = withBuffer().dump();
-        while (j.size() % 4) j += ' ';
+        while (j.size() % 4)
+            j += ' ';
         std::string b = bin;
-        while (b.size() % 4) b += '\0';
+        while (b.size() % 4)
+            b += '\0';
         std::string out;
         auto u32 = [&out](uint32_t v) { out.append(reinterpret_cast<const char*>(&v), 4); };
         out = "glTF";
@@ -110,12 +123,13 @@ public:
         return path;
     }
 
-private:
+  private:
     static size_t countOf(size_t n, const std::string& type) {
         return n / (type == "MAT4" ? 16 : type == "VEC4" ? 4 : type == "VEC3" ? 3 : type == "VEC2" ? 2 : 1);
     }
     int view(const void* data, size_t bytes) {
-        while (bin.size() % 4) bin += '\0';
+        while (bin.size() % 4)
+            bin += '\0';
         doc["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", bin.size()}, {"byteLength", bytes}});
         bin.append(static_cast<const char*>(data), bytes);
         return static_cast<int>(doc["bufferViews"].size() - 1);
@@ -132,9 +146,11 @@ private:
         if (!bin.empty()) d["buffers"] = json::array({{{"byteLength", bin.size()}}});
         return d;
     }
-public:
+
+  public:
     static std::string base64(const std::string& s) {
-        return tinygltf::base64_encode(reinterpret_cast<const unsigned char*>(s.data()), static_cast<unsigned>(s.size()));
+        return tinygltf::base64_encode(reinterpret_cast<const unsigned char*>(s.data()),
+                                       static_cast<unsigned>(s.size()));
     }
 };
 

@@ -14,17 +14,16 @@ using gltf::SceneError;
 
 const std::vector<float> kTriangle = {0, 0, 0, 1, 0, 0, 0, 1, 0};
 
-std::shared_ptr<scene::MemoryObject> child(const std::shared_ptr<scene::MemoryScene>& s, const std::string& name) {
+std::shared_ptr<scene::MemoryObject> child(const std::shared_ptr<scene::MemoryScene>& s,
+                                           const std::string& name) {
     auto n = s->root()->findByName(name);
     EXPECT_TRUE(n) << name;
     return n;
 }
 
-
 // Reads the builder's document from both containers (and a .gltf with an external
 // .bin) and hands each scene over.
-template <typename Check>
-void forBothContainers(GltfBuilder& b, Check check) {
+template <typename Check> void forBothContainers(GltfBuilder& b, Check check) {
     TempDir d;
     check(readScene(b.saveGltf(d.file("scene.gltf"))));
     check(readScene(b.saveGlb(d.file("scene.glb"))));
@@ -49,11 +48,13 @@ std::string describe(const SGShapePtr& shape) {
         out << s->positions()[i].x << "," << s->positions()[i].y << "," << s->positions()[i].z << "/"
             << s->uvs()[i].u << "," << s->uvs()[i].v << " ";
     out << "n";
-    for (const Vec3& n : s->normals()) out << " " << n.x << "," << n.y << "," << n.z;
+    for (const Vec3& n : s->normals())
+        out << " " << n.x << "," << n.y << "," << n.z;
     for (int32_t p = 0; p < s->GetPolygonCount(); ++p) {
         out << " |";
         SGFace f = s->GetPolygon(p);
-        for (int32_t c = 0; c < f.GetCornerCount(); ++c) out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c);
+        for (int32_t c = 0; c < f.GetCornerCount(); ++c)
+            out << " " << f.GetCornerVertex(c) << ":" << f.GetCornerNormal(c);
     }
     return out.str();
 }
@@ -62,10 +63,14 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
     GltfBuilder b;
     b.doc["scenes"][0]["name"] = "My Scene";
     const float h = std::sqrt(0.5f); // 90 degrees about +Y, then a translation
-    int leaf = b.node({{"name", "trs"}, {"translation", {1, 2, 3}}, {"rotation", {0, h, 0, h}},
-                       {"extras", {{"visible", false}, {"FS10att", "<part/>"}}}}, false);
+    int leaf = b.node({{"name", "trs"},
+                       {"translation", {1, 2, 3}},
+                       {"rotation", {0, h, 0, h}},
+                       {"extras", {{"visible", false}, {"FS10att", "<part/>"}}}},
+                      false);
     b.node({{"children", {leaf}}, {"extensions", {{"KHR_node_visibility", {{"visible", false}}}}}});
-    int mat = b.node({{"name", "mat"}, {"matrix", {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 1, 2, 3, 1}},
+    int mat = b.node({{"name", "mat"},
+                      {"matrix", {0, 0, -1, 0, 0, 1, 0, 0, 1, 0, 0, 0, 1, 2, 3, 1}},
                       {"extras", {{"visible", true}}}});
     b.doc["skins"] = json::array({{{"joints", {mat}}}});
     forBothContainers(b, [](gltf::LoadedScene s) {
@@ -76,13 +81,15 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
         EXPECT_EQ(top->GetName(), "node_1");
         EXPECT_EQ(top->children()[0]->GetParent(), top);
         EXPECT_EQ(std::vector<double>({top->GetNodeValue(), child(s.scene, "trs")->GetNodeValue(),
-                                       child(s.scene, "mat")->GetNodeValue()}), std::vector<double>({0, 0, 1}));
+                                       child(s.scene, "mat")->GetNodeValue()}),
+                  std::vector<double>({0, 0, 1}));
         EXPECT_EQ(child(s.scene, "trs")->GetFieldText(root->FindObjectField("FS10att")), "<part/>");
         for (const char* name : {"trs", "mat"}) {
             auto n = child(s.scene, name);
             Matrix16 m = n->GetRelativeMatrix(n->GetParent(), 0);
             const float expected[16] = {0, 0, 1, 0, 0, 1, 0, 0, -1, 0, 0, 0, -1, 2, 3, 1};
-            for (int i = 0; i < 16; ++i) EXPECT_NEAR(m[i], expected[i], 1e-6) << name << " element " << i;
+            for (int i = 0; i < 16; ++i)
+                EXPECT_NEAR(m[i], expected[i], 1e-6) << name << " element " << i;
             EXPECT_FLOAT_EQ(n->GetRelativePosition(n->GetParent(), 0).x, -1);
         }
         auto bone = child(s.scene, "mat")->GetShape(); // a joint of a skin
@@ -95,10 +102,16 @@ TEST(GltfReader, NodesNamesTransformsFieldsVisibilityAndBones) {
 
 TEST(GltfReader, NamesBecomeXIdentifiersKeptApartAmongSiblings) {
     // Siblings in file order: the glTF name and the scene's (node 8 has none).
-    const std::vector<std::pair<std::string, std::string>> rows = {
-        {"antenna.001", "antenna_001"}, {"\u00C9levator", "_levator"}, {"3D Wing", "_3D Wing"},
-        {"-tail", "_-tail"}, {"wing_001", "wing_001"}, {"wing.001", "wing_001_2"}, {"Wing 001", "Wing 001_3"},
-        {"\u65E5\u672C", "__"}, {"", "node_8"}, {"ok-Name_9", "ok-Name_9"}};
+    const std::vector<std::pair<std::string, std::string>> rows = {{"antenna.001", "antenna_001"},
+                                                                   {"\u00C9levator", "_levator"},
+                                                                   {"3D Wing", "_3D Wing"},
+                                                                   {"-tail", "_-tail"},
+                                                                   {"wing_001", "wing_001"},
+                                                                   {"wing.001", "wing_001_2"},
+                                                                   {"Wing 001", "Wing 001_3"},
+                                                                   {"\u65E5\u672C", "__"},
+                                                                   {"", "node_8"},
+                                                                   {"ok-Name_9", "ok-Name_9"}};
     GltfBuilder b;
     b.doc["scenes"][0]["name"] = "Scene.v2";
     b.doc["materials"] = json::array({{{"name", "Paint.001"}}});
@@ -112,7 +125,8 @@ TEST(GltfReader, NamesBecomeXIdentifiersKeptApartAmongSiblings) {
     Rig rig;
     const std::vector<XFrame> frames = XReader(exportedX(b, rig)).frames();
     std::string written;
-    for (const XFrame& f : frames.at(0).children.at(0).children) written += f.name + " ";
+    for (const XFrame& f : frames.at(0).children.at(0).children)
+        written += f.name + " ";
     EXPECT_EQ(frames[0].name + " " + frames[0].children[0].name + " | " + written,
               "frm-scene_v2 frm-body_001 | frm-antenna_001 frm-_levator frm-_3d_wing frm-_-tail frm-wing_001 "
               "frm-wing_001_2 frm-wing_001_3 frm-__ frm-node_8 frm-ok-name_9 ");
@@ -120,7 +134,8 @@ TEST(GltfReader, NamesBecomeXIdentifiersKeptApartAmongSiblings) {
     auto body = rig.scene->root()->children().at(0);
     for (size_t i = 0; i < rows.size(); ++i) {
         const auto& node = body->children().at(i);
-        EXPECT_EQ(node->GetName() + " | " + node->shownName(), rows[i].second + " | " + (i == 8 ? "node_8" : rows[i].first));
+        EXPECT_EQ(node->GetName() + " | " + node->shownName(),
+                  rows[i].second + " | " + (i == 8 ? "node_8" : rows[i].first));
     }
     EXPECT_EQ(rig.scene->root()->findByName("wing.001"), body->children()[5]);
     EXPECT_EQ(rig.scene->root()->shownName(), "Scene.v2");
@@ -140,7 +155,8 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
     // without pairs; strips keep their winding; sparse data on a base or zeros.
     const Row rows[] = {
         {"m", b.triangles({1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}, {0, 1, 2, 0, 2, 3}),
-         "-1,2,3/0,0 -4,5,6/0,0 -7,8,9/0,0 -0,0,0/0,0 n -0,0,0 0.408248,0.816497,-0.408248 | 0:0 2:0 1:0 | 0:1 3:1 2:1"},
+         "-1,2,3/0,0 -4,5,6/0,0 -7,8,9/0,0 -0,0,0/0,0 n -0,0,0 0.408248,0.816497,-0.408248 | 0:0 2:0 1:0 | "
+         "0:1 3:1 2:1"},
         {"strip", b.triangles(quad, {}, {{"mode", 5}}),
          "-0,0,0/0,0 -1,0,0/0,0 -0,1,0/0,0 -1,1,0/0,0 n -0,-0,1 0,0,1 | 0:0 2:0 1:0 | 2:1 3:1 1:1"},
         {"fan", b.triangles(quad, {}, {{"mode", 6}}),
@@ -148,13 +164,16 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
         {"lines", b.triangles(quad, {}, {{"mode", 1}}), "none"},
         {"sparse",
          b.triangles(kTriangle, {},
-                     {{"attributes", {{"POSITION", b.sparse(kTriangle, "VEC3", 3, {1}, {5, 6, 7})},
-                                      {"TEXCOORD_0", b.sparse({}, "VEC2", 3, {2}, {0.5f, 0.25f})}}}}),
+                     {{"attributes",
+                       {{"POSITION", b.sparse(kTriangle, "VEC3", 3, {1}, {5, 6, 7})},
+                        {"TEXCOORD_0", b.sparse({}, "VEC2", 3, {2}, {0.5f, 0.25f})}}}}),
          "-0,0,0/0,0 -5,6,7/0,0 -0,1,0/0.5,0.25 n 0.813733,-0,0.581238 | 0:0 2:0 1:0"},
     };
-    for (const Row& r : rows) b.node({{"name", r.node}, {"mesh", r.mesh}});
+    for (const Row& r : rows)
+        b.node({{"name", r.node}, {"mesh", r.mesh}});
     forBothContainers(b, [&](gltf::LoadedScene s) {
-        for (const Row& r : rows) EXPECT_EQ(describe(child(s.scene, r.node)->GetShape()), r.shape) << r.node;
+        for (const Row& r : rows)
+            EXPECT_EQ(describe(child(s.scene, r.node)->GetShape()), r.shape) << r.node;
         ASSERT_EQ(s.warnings.size(), 1u);
         EXPECT_NE(s.warnings[0].find("points and lines"), std::string::npos);
     });
@@ -168,24 +187,30 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
 void countFacesAgainstNormals(const XFrame& f, const std::array<double, 16>& parent, int& faces, int& wrong) {
     std::array<double, 16> world{};
     for (int i = 0; i < 16; ++i)
-        for (int k = 0; k < 4; ++k) world[i] += f.matrix[i / 4 * 4 + k] * parent[k * 4 + i % 4];
+        for (int k = 0; k < 4; ++k)
+            world[i] += f.matrix[i / 4 * 4 + k] * parent[k * 4 + i % 4];
     auto at = [&](const std::array<double, 3>& p) {
         std::array<double, 3> r{};
-        for (int c = 0; c < 3; ++c) r[c] = p[0] * world[c] + p[1] * world[4 + c] + p[2] * world[8 + c] + world[12 + c];
+        for (int c = 0; c < 3; ++c)
+            r[c] = p[0] * world[c] + p[1] * world[4 + c] + p[2] * world[8 + c] + world[12 + c];
         return r;
     };
     for (const XMesh& mesh : f.meshes)
         for (size_t t = 0; t < mesh.faces.size(); ++t) {
             const auto &p = mesh.positions[mesh.faces[t][0]], &n = mesh.normals[mesh.normalFaces[t][0]];
-            const auto a = at(p), b = at(mesh.positions[mesh.faces[t][1]]), c = at(mesh.positions[mesh.faces[t][2]]),
+            const auto a = at(p), b = at(mesh.positions[mesh.faces[t][1]]),
+                       c = at(mesh.positions[mesh.faces[t][2]]),
                        tip = at({p[0] + n[0], p[1] + n[1], p[2] + n[2]});
-            const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+            const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]},
+                         v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
             const double along = (u[1] * v[2] - u[2] * v[1]) * (tip[0] - a[0]) +
-                                 (u[2] * v[0] - u[0] * v[2]) * (tip[1] - a[1]) + (u[0] * v[1] - u[1] * v[0]) * (tip[2] - a[2]);
+                                 (u[2] * v[0] - u[0] * v[2]) * (tip[1] - a[1]) +
+                                 (u[0] * v[1] - u[1] * v[0]) * (tip[2] - a[2]);
             ++faces;
             if (along <= 0) ++wrong;
         }
-    for (const XFrame& c : f.children) countFacesAgainstNormals(c, world, faces, wrong);
+    for (const XFrame& c : f.children)
+        countFacesAgainstNormals(c, world, faces, wrong);
 }
 
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
@@ -196,9 +221,12 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     std::vector<float> pos, nrm;
     for (const auto& t : tris) {
         float e1[3], e2[3], n[3];
-        for (int k = 0; k < 3; ++k) e1[k] = p[t[1]][k] - p[t[0]][k], e2[k] = p[t[2]][k] - p[t[0]][k];
-        n[0] = e1[1] * e2[2] - e1[2] * e2[1], n[1] = e1[2] * e2[0] - e1[0] * e2[2], n[2] = e1[0] * e2[1] - e1[1] * e2[0];
-        for (int v : t) pos.insert(pos.end(), p[v], p[v] + 3), nrm.insert(nrm.end(), n, n + 3);
+        for (int k = 0; k < 3; ++k)
+            e1[k] = p[t[1]][k] - p[t[0]][k], e2[k] = p[t[2]][k] - p[t[0]][k];
+        n[0] = e1[1] * e2[2] - e1[2] * e2[1], n[1] = e1[2] * e2[0] - e1[0] * e2[2],
+        n[2] = e1[0] * e2[1] - e1[1] * e2[0];
+        for (int v : t)
+            pos.insert(pos.end(), p[v], p[v] + 3), nrm.insert(nrm.end(), n, n + 3);
     }
     GltfBuilder b;
     int mesh = b.triangles(pos, {});
@@ -221,20 +249,24 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
 
 TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
     GltfBuilder b;
-    b.doc["materials"] = json::array(
-        {{{"name", "Paint"},
-          {"alphaMode", "BLEND"},
-          {"pbrMetallicRoughness",
-           {{"baseColorFactor", {0.5, 0.25, 1, 0.4}}, {"roughnessFactor", 1.0}, {"baseColorTexture", {{"index", 0}}}}},
-          {"normalTexture", {{"index", 1}}},
-          {"emissiveFactor", {0.1, 0.2, 0.3}},
-          {"extras", {{"FS10", "UseGlobalEnv=1"}, {"number", 3}}}},
-         {{"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
-          {"normalTexture", {{"index", 1}}},
-          {"extensions",
-           {{"KHR_materials_specular", {{"specularColorFactor", {0.5, 0.5, 0.5}}, {"specularFactor", 0.5}}}}}}});
+    b.doc["materials"] =
+        json::array({{{"name", "Paint"},
+                      {"alphaMode", "BLEND"},
+                      {"pbrMetallicRoughness",
+                       {{"baseColorFactor", {0.5, 0.25, 1, 0.4}},
+                        {"roughnessFactor", 1.0},
+                        {"baseColorTexture", {{"index", 0}}}}},
+                      {"normalTexture", {{"index", 1}}},
+                      {"emissiveFactor", {0.1, 0.2, 0.3}},
+                      {"extras", {{"FS10", "UseGlobalEnv=1"}, {"number", 3}}}},
+                     {{"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
+                      {"normalTexture", {{"index", 1}}},
+                      {"extensions",
+                       {{"KHR_materials_specular",
+                         {{"specularColorFactor", {0.5, 0.5, 0.5}}, {"specularFactor", 0.5}}}}}}});
     b.doc["textures"] = json::array({{{"source", 0}}, {{"source", 1}}});
-    b.doc["images"] = json::array({{{"uri", "tex/a%20b.png"}}, {{"name", "bumps"}, {"mimeType", "image/jpeg"}, {"bufferView", 0}}});
+    b.doc["images"] = json::array(
+        {{{"uri", "tex/a%20b.png"}}, {{"name", "bumps"}, {"mimeType", "image/jpeg"}, {"bufferView", 0}}});
     int m0 = b.triangles(kTriangle, {}, {{"material", 0}});
     b.doc["meshes"][m0]["primitives"].push_back(b.doc["meshes"][m0]["primitives"][0]);
     b.node({{"name", "a"}, {"mesh", m0}});
@@ -248,24 +280,26 @@ TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
         auto describe = [&](const SGMaterialPtr& m) {
             std::ostringstream out;
             const Rgba d = m->GetDiffuse();
-            out << m->GetName() << " " << d.r << "," << d.g << "," << d.b << "," << d.a << " e" << m->GetEmissive().b
-                << " s" << m->GetSpecular().r << " p" << m->GetPower() << " "
+            out << m->GetName() << " " << d.r << "," << d.g << "," << d.b << "," << d.a << " e"
+                << m->GetEmissive().b << " s" << m->GetSpecular().r << " p" << m->GetPower() << " "
                 << m->GetMaterialField(s.scene->root()->FindMaterialField("FS10"));
             if (SGTexturesPtr t = m->GetTextures())
-                out << " [" << t->GetFileName() << "|" << t->GetBumpFileName() << "|" << t->GetSpecularFileName() << "|"
-                    << t->GetDetailFileName() << "]";
+                out << " [" << t->GetFileName() << "|" << t->GetBumpFileName() << "|"
+                    << t->GetSpecularFileName() << "|" << t->GetDetailFileName() << "]";
             return out.str();
         };
         EXPECT_EQ(material("a", 0), material("a", 1));
         EXPECT_EQ(material("c", 0), material("d", 0));
-        EXPECT_EQ(describe(material("a", 0)), "Paint 0.5,0.25,1,0.4 e0.3 s1 p0 UseGlobalEnv=1 [tex\\a b.png|bumps.jpg|.|.]");
+        EXPECT_EQ(describe(material("a", 0)),
+                  "Paint 0.5,0.25,1,0.4 e0.3 s1 p0 UseGlobalEnv=1 [tex\\a b.png|bumps.jpg|.|.]");
         // A bump map but no diffuse texture: no diffuse name at all.
         EXPECT_EQ(describe(material("b", 0)), "material_1 1,1,1,1 e0 s0.25 p220  [|bumps.jpg|.|.]");
         EXPECT_EQ(describe(material("c", 0)), "default 1,1,1,1 e0 s1 p0 ");
         EXPECT_LT(s.scene->root()->FindMaterialField("number"), 0);
     });
     const std::pair<float, float> powers[] = {{1.0f, 0}, {0.95f, 0}, {0.5f, 220}, {0.0f, 1}, {0.2f, 1}};
-    for (auto [roughness, power] : powers) EXPECT_FLOAT_EQ(gltf::powerFromRoughness(roughness), power) << roughness;
+    for (auto [roughness, power] : powers)
+        EXPECT_FLOAT_EQ(gltf::powerFromRoughness(roughness), power) << roughness;
     EXPECT_GT(gltf::powerFromRoughness(0.9f), 248.0f);
 }
 
@@ -309,8 +343,10 @@ TEST(GltfReader, MaterialIntentReachesTheXFile) {
         const size_t begin = x.find("Material " + name + " {"), end = x.find("// end material " + name);
         ASSERT_NE(end, std::string::npos) << name;
         const std::string block = x.substr(begin, end - begin);
-        for (const auto& s : rows[i].present) EXPECT_NE(block.find(s), std::string::npos) << name << ": " << s;
-        for (const auto& s : rows[i].absent) EXPECT_EQ(block.find(s), std::string::npos) << name << ": " << s;
+        for (const auto& s : rows[i].present)
+            EXPECT_NE(block.find(s), std::string::npos) << name << ": " << s;
+        for (const auto& s : rows[i].absent)
+            EXPECT_EQ(block.find(s), std::string::npos) << name << ": " << s;
     }
     EXPECT_EQ(rig.boxes.shown.back().text.find("Warning - ."), std::string::npos);
 }
@@ -326,8 +362,8 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         const char* what;
         std::function<void(GltfBuilder&, int)> build;
         double sampleRate;
-        std::vector<std::array<float, 6>> keys; // time, kind, then x, y, z, w as the scene gives them
-        std::vector<std::string> warnings;     // texts a warning must hold
+        std::vector<std::array<float, 6>> keys;    // time, kind, then x, y, z, w as the scene gives them
+        std::vector<std::string> warnings;         // texts a warning must hold
         std::optional<std::string> animation = {}; // --animation
     };
     const float m = 0.05f / std::sqrt(0.9375f), h = std::sqrt(0.5f); // midpoints on the arc
@@ -338,8 +374,12 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
                                  {n, "rotation", {0, 0.5f}, {0.1f, 0.2f, 0.3f, 0.9f, 0, 0, 0, 1}, "LINEAR"}});
          },
          30,
-         {{0, 0, -1, 2, 3, 0}, {0.25f, 0, -2.5f, 3.5f, 4.5f, 0}, {0.5f, 0, -4, 5, 6, 0}, {0, 2, 0.1f, -0.2f, -0.3f, 0.9f},
-          {0.25f, 2, m, -2 * m, -3 * m, 19 * m}, {0.5f, 2, 0, -0, -0, 1}},
+         {{0, 0, -1, 2, 3, 0},
+          {0.25f, 0, -2.5f, 3.5f, 4.5f, 0},
+          {0.5f, 0, -4, 5, 6, 0},
+          {0, 2, 0.1f, -0.2f, -0.3f, 0.9f},
+          {0.25f, 2, m, -2 * m, -3 * m, 19 * m},
+          {0.5f, 2, 0, -0, -0, 1}},
          {}},
         {"the first of several animations keeps a part; the warning names them and --animation",
          [](GltfBuilder& b, int n) {
@@ -349,7 +389,11 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
              b.animation("Run", {{n, "translation", {0, 3}, {0, 0, 0, 9, 0, 0}, "LINEAR"}});
          },
          30,
-         {{0, 0, 0, 0, 0, 0}, {0.5f, 0, -0.5f, 0, 0, 0}, {1, 0, -1, 0, 0, 0}, {0, 2, 0, 0, 0, 1}, {1, 2, 0, 0, -h, h},
+         {{0, 0, 0, 0, 0, 0},
+          {0.5f, 0, -0.5f, 0, 0, 0},
+          {1, 0, -1, 0, 0, 0},
+          {0, 2, 0, 0, 0, 1},
+          {1, 2, 0, 0, -h, h},
           {2, 2, 0, -0, -1, 0}},
          {"\"Walk\" is left out on part (kept: \"Survey\")", "\"Run\" is left out on part (kept: \"Survey\")",
           "--animation NAME"}},
@@ -363,20 +407,27 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
          {},
          "animation 1"},
         {"two keys at one time stay two: the part is named as not animated",
-         [](GltfBuilder& b, int n) { b.animation("snap", {{n, "translation", {1, 1}, {0, 0, 0, 1, 0, 0}, "LINEAR"}}); },
+         [](GltfBuilder& b, int n) {
+             b.animation("snap", {{n, "translation", {1, 1}, {0, 0, 0, 1, 0, 0}, "LINEAR"}});
+         },
          30,
          {{1, 0, 0, 0, 0, 0}, {1, 0, -1, 0, 0, 0}},
          {"fewer than 3 keys, so not animated (the simulator needs 3): part"}},
         {"a key on the far hemisphere is turned to the near one",
          [](GltfBuilder& b, int n) {
-             b.animation("turn", {{n, "rotation", {0, 1, 2}, {0, 0, 0.1f, 0.995f, 0, 0, -0.2f, -0.98f, 0, 0, 0.3f, 0.954f},
+             b.animation("turn", {{n,
+                                   "rotation",
+                                   {0, 1, 2},
+                                   {0, 0, 0.1f, 0.995f, 0, 0, -0.2f, -0.98f, 0, 0, 0.3f, 0.954f},
                                    "LINEAR"}});
          },
          30,
          {{0, 2, 0, -0, -0.1f, 0.995f}, {1, 2, 0, -0, -0.2f, 0.98f}, {2, 2, 0, -0, -0.3f, 0.954f}},
          {}},
         {"scale that leaves the rest is left out with a warning naming the nodes",
-         [](GltfBuilder& b, int n) { b.animation("grow", {{n, "scale", {0, 1}, {1, 1, 1, 1, 1.001f, 1}, "LINEAR"}}); },
+         [](GltfBuilder& b, int n) {
+             b.animation("grow", {{n, "scale", {0, 1}, {1, 1, 1, 1, 1.001f, 1}, "LINEAR"}});
+         },
          30,
          {},
          {"scale and morph-weight animation is not exported", ": part"}},
@@ -393,18 +444,29 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
              b.animation("flip", {{n, "translation", {0, 1, 2}, {1, 0, 0, 2, 0, 0, 3, 0, 0}, "STEP"}});
          },
          30,
-         {{0, 0, -1, 0, 0, 0}, {0.999f, 0, -1, 0, 0, 0}, {1, 0, -2, 0, 0, 0}, {1.999f, 0, -2, 0, 0, 0}, {2, 0, -3, 0, 0, 0}},
+         {{0, 0, -1, 0, 0, 0},
+          {0.999f, 0, -1, 0, 0, 0},
+          {1, 0, -2, 0, 0, 0},
+          {1.999f, 0, -2, 0, 0, 0},
+          {2, 0, -3, 0, 0, 0}},
          {}},
         {"cubic splines are sampled on the curve: keys at 0, 1 and 1.5, samples at the quarters",
          [](GltfBuilder& b, int n) { // per key: in-tangent, value, out-tangent
-             b.animation("ease", {{n, "translation", {0, 1, 1.5f}, {0, 0, 0, 0, 0, 0, 4, 0, 0, -2, 0, 0, 2, 0, 0, 1, 0,
-                                                                    0, 0, 0, 0, 3, 0, 0, 0, 0, 0}, "CUBICSPLINE"}});
+             b.animation("ease",
+                         {{n,
+                           "translation",
+                           {0, 1, 1.5f},
+                           {0, 0, 0, 0, 0, 0, 4, 0, 0, -2, 0, 0, 2, 0, 0, 1, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0},
+                           "CUBICSPLINE"}});
          },
          4,
          [] {
              std::vector<std::array<float, 6>> keys;
              for (float t : {0.0f, 0.25f, 0.5f, 0.75f, 1.0f, 1.25f, 1.5f})
-                 keys.push_back({t, 0, -(t <= 1 ? hermite(0, 4, -2, 2, 1, t) : hermite(2, 1, 0, 3, 0.5f, (t - 1) / 0.5f)), 0, 0, 0});
+                 keys.push_back(
+                     {t, 0,
+                      -(t <= 1 ? hermite(0, 4, -2, 2, 1, t) : hermite(2, 1, 0, 3, 0.5f, (t - 1) / 0.5f)), 0,
+                      0, 0});
              return keys;
          }(),
          {}},
@@ -427,13 +489,17 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
         auto keys = child(s.scene, "part")->GetKeyframes(0, 999999);
         ASSERT_EQ(keys.size(), r.keys.size()) << r.what;
         for (size_t k = 0; k < keys.size(); ++k) {
-            const float got[6] = {keys[k].time, float(keys[k].kind), keys[k].kx, keys[k].ky, keys[k].kz, keys[k].kw};
-            for (int c = 0; c < 6; ++c) EXPECT_NEAR(got[c], r.keys[k][c], 1e-5) << r.what << " key " << k << " value " << c;
+            const float got[6] = {keys[k].time, float(keys[k].kind), keys[k].kx,
+                                  keys[k].ky,   keys[k].kz,          keys[k].kw};
+            for (int c = 0; c < 6; ++c)
+                EXPECT_NEAR(got[c], r.keys[k][c], 1e-5) << r.what << " key " << k << " value " << c;
         }
         std::string all;
-        for (const auto& w : s.warnings) all += w + "\n";
+        for (const auto& w : s.warnings)
+            all += w + "\n";
         EXPECT_EQ(s.warnings.size(), r.warnings.empty() ? 0u : 1u) << r.what << ": " << all;
-        for (const auto& w : r.warnings) EXPECT_NE(all.find(w), std::string::npos) << r.what << ": " << all;
+        for (const auto& w : r.warnings)
+            EXPECT_NE(all.find(w), std::string::npos) << r.what << ": " << all;
     }
 }
 
@@ -442,7 +508,8 @@ TEST(GltfReader, AnimationChannelsBecomeKeysTheSimulatorInterpolates) {
 TEST(GltfReader, GlbBufferZeroIsFoundOnlyWhereItIsBeyondDoubt) {
     const std::pair<std::string, uint64_t> rows[] = {
         {R"({"buffers":[{"byteLength":120}]})", 120},
-        {R"({ "asset" : {"buffers":[{"byteLength":7}]}, "buffers" : [ { "extras":{"byteLength":5}, "byteLength" : 120 } ,{"byteLength":9}] })", 120},
+        {R"({ "asset" : {"buffers":[{"byteLength":7}]}, "buffers" : [ { "extras":{"byteLength":5}, "byteLength" : 120 } ,{"byteLength":9}] })",
+         120},
         {R"({"x":"]}\"{[","buffers":[{"name":"a\\\\","byteLength":3}],"y":[1,{"z":null}]})", 3},
         {R"({"buffers":[{"byteLength":3,"uri":"a.bin"}]})", 0},
         {R"({"buffers":[{"byteLength":3,"byteLength":8}]})", 0},
@@ -481,62 +548,80 @@ TEST(GltfReader, BadFilesGiveAReason) {
     };
     std::vector<Row> rows = {
         {"truncated.glb", glb.substr(0, glb.size() - 10), ""},
-        {"long.glb", [&] { // buffer 0 longer than the binary chunk
+        {"long.glb",
+         [&] { // buffer 0 longer than the binary chunk
              std::string g = glb;
-             for (size_t at = g.find("\"buffers\":[{\"byteLength\":") + 25; std::isdigit(g[at]); ++at) g[at] = '9';
+             for (size_t at = g.find("\"buffers\":[{\"byteLength\":") + 25; std::isdigit(g[at]); ++at)
+                 g[at] = '9';
              return g;
-         }(), "Must be equal or less than binary size"},
-        {"image.glb", [&] {
+         }(),
+         "Must be equal or less than binary size"},
+        {"image.glb",
+         [&] {
              GltfBuilder b = good;
              b.doc["textures"] = {{{"source", b.image("PNG", "")}}};
              b.doc["bufferViews"].back()["byteOffset"] = 1u << 20;
              b.doc["materials"] = {{{"pbrMetallicRoughness", {{"baseColorTexture", {{"index", 0}}}}}}};
              b.doc["meshes"][0]["primitives"][0]["material"] = 0;
              return readFile(b.saveGlb(d.file("variant.glb")));
-         }(), "image 0: buffer view 2 lies outside its buffer"},
+         }(),
+         "image 0: buffer view 2 lies outside its buffer"},
         {"header.glb", glb.substr(0, 14), ""},
         {"bad.gltf", "{\"asset\": {\"version\": \"2.0\"}, \"nodes\": [", ""},
         {"empty.gltf", "", ""},
         {"index.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["mesh"] = 7; }), "mesh 7"},
         {"child.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["children"] = {5}; }), "node 5"},
         {"cycle.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["children"] = {0}; }), "twice"},
-        {"accessor.gltf", variant([](GltfBuilder& b) { b.doc["accessors"][0]["count"] = 1000; }), "past the end"},
-        {"offset.gltf", variant([](GltfBuilder& b) { b.doc["bufferViews"][0]["byteOffset"] = 1u << 30; }), ""},
+        {"accessor.gltf", variant([](GltfBuilder& b) { b.doc["accessors"][0]["count"] = 1000; }),
+         "past the end"},
+        {"offset.gltf", variant([](GltfBuilder& b) { b.doc["bufferViews"][0]["byteOffset"] = 1u << 30; }),
+         ""},
         {"vertex.gltf", variant([](GltfBuilder& b) {
              b.bin[36] = 9; // first index now 9, past the three vertices
-         }), "index past"},
+         }),
+         "index past"},
         {"nan.gltf", variant([](GltfBuilder& b) {
              float nan = std::nanf("");
              std::memcpy(b.bin.data() + 4, &nan, 4);
-         }), "not a number"},
-        {"stride.gltf", variant([](GltfBuilder& b) { // interleaved: every 16 bytes, the second one not a number
+         }),
+         "not a number"},
+        {"stride.gltf",
+         variant([](GltfBuilder& b) { // interleaved: every 16 bytes, the second one not a number
              b.doc["bufferViews"][0]["byteStride"] = 16;
              b.doc["accessors"][0]["count"] = 2;
              float nan = std::nanf("");
              std::memcpy(b.bin.data() + 20, &nan, 4);
-         }), "not a number"},
-        {"matrix.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["matrix"] = std::vector<double>(16, 1e39); }),
+         }),
+         "not a number"},
+        {"matrix.gltf",
+         variant([](GltfBuilder& b) { b.doc["nodes"][0]["matrix"] = std::vector<double>(16, 1e39); }),
          "node 0 has a transform that is not finite"},
         {"keys.gltf", variant([](GltfBuilder& b) {
              b.animation("a", {{0, "translation", {0, 1}, {0, 0, 0, std::nanf(""), 0, 0}, "LINEAR"}});
-         }), "animation 0 channel 0 has a key that is not a number"},
-        {"material.gltf", variant([](GltfBuilder& b) { b.doc["meshes"][0]["primitives"][0]["material"] = 3; }),
-         "material 3"},
+         }),
+         "animation 0 channel 0 has a key that is not a number"},
+        {"material.gltf",
+         variant([](GltfBuilder& b) { b.doc["meshes"][0]["primitives"][0]["material"] = 3; }), "material 3"},
         {"sparse.gltf", variant([](GltfBuilder& b) {
-             b.doc["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = b.sparse(kTriangle, "VEC3", 3, {3}, {1, 1, 1});
+             b.doc["meshes"][0]["primitives"][0]["attributes"]["POSITION"] =
+                 b.sparse(kTriangle, "VEC3", 3, {3}, {1, 1, 1});
          }),
          "sparse index 3"},
         {"nested.gltf", variant([](GltfBuilder& b) {
              b.doc["extras"] = json::array();
              json* deep = &b.doc["extras"];
-             for (int i = 0; i < 2000; ++i) deep = &(*deep = json::array({json::array()}))[0];
-         }), "nests deeper than 1000"},
+             for (int i = 0; i < 2000; ++i)
+                 deep = &(*deep = json::array({json::array()}))[0];
+         }),
+         "nests deeper than 1000"},
         {"chain.gltf", variant([](GltfBuilder& b) {
              // A chain of 100,000 nested nodes: refused quickly, without recursion.
-             for (int i = 1; i <= 100000; ++i) b.doc["nodes"].push_back({{"children", {i + 1}}});
+             for (int i = 1; i <= 100000; ++i)
+                 b.doc["nodes"].push_back({{"children", {i + 1}}});
              b.doc["nodes"].back().erase("children");
              b.doc["nodes"][0]["children"] = {1};
-         }), "deeper than 10000 levels"},
+         }),
+         "deeper than 10000 levels"},
     };
     // The checker's outline read, which keeps no geometry, refuses alike.
     for (bool outline : {false, true})
@@ -549,7 +634,8 @@ TEST(GltfReader, BadFilesGiveAReason) {
                 readScene(d.file(r.name), options);
                 ADD_FAILURE() << r.name << " was read" << (outline ? " in outline" : "");
             } catch (const SceneError& e) {
-                EXPECT_NE(std::string(e.what()).find(r.reason), std::string::npos) << r.name << ": " << e.what();
+                EXPECT_NE(std::string(e.what()).find(r.reason), std::string::npos)
+                    << r.name << ": " << e.what();
             }
         }
     EXPECT_THROW(readScene(d.file("missing.gltf")), SceneError);

@@ -16,8 +16,7 @@
 namespace tarnvale::test {
 namespace {
 
-template <typename W>
-W* widget(QWidget& dialog, const char* name) {
+template <typename W> W* widget(QWidget& dialog, const char* name) {
     W* w = dialog.findChild<W*>(name);
     EXPECT_TRUE(w) << name;
     return w;
@@ -103,11 +102,12 @@ TEST(QtEditor, EveryWidgetStandsWhereTheModelPutsIt) {
     EXPECT_EQ(dialog->size(), QSize(gui::pixels(9990, 96), gui::pixels(4905, 96)));
     for (const editor::ControlState& c : f.form.controls()) {
         QWidget* w = widget<QWidget>(*dialog, c.layout->name);
-        const QRect expected(gui::pixels(c.rect.left, 96), gui::pixels(c.rect.top, 96), gui::pixels(c.rect.width, 96),
-                             gui::pixels(c.rect.height, 96));
+        const QRect expected(gui::pixels(c.rect.left, 96), gui::pixels(c.rect.top, 96),
+                             gui::pixels(c.rect.width, 96), gui::pixels(c.rect.height, 96));
         EXPECT_EQ(w->geometry(), expected) << c.layout->name;
         EXPECT_EQ(w->toolTip().toStdString(), c.toolTip) << c.layout->name;
-        const std::string parent = c.layout->page < 0 ? "frmOptions" : "picOptions(" + std::to_string(c.layout->page) + ")";
+        const std::string parent =
+            c.layout->page < 0 ? "frmOptions" : "picOptions(" + std::to_string(c.layout->page) + ")";
         EXPECT_EQ(w->parentWidget()->objectName().toStdString(), parent) << c.layout->name;
     }
 }

@@ -27,20 +27,32 @@ TEST(FS10Material, DefaultTextFormAndBlockGolden) {
     EXPECT_EQ(warnings, "");
     // The block's fixed texts, line by line, whatever the values: the compiler
     // reads them so. A block of one value is its name, its value's end and "}".
-    std::vector<std::string> ends = {"FS10Material {", ";;", ";;", ";  // Spec power", ";  // detail and bump scales",
-                                     ";  // scale env level", "; // use global env", "; // mod env inv diff alpha",
-                                     "; // mod env spec alpha", "; // fresnel diff, spec, env",
-                                     "; // precip use, offset, offset val", "; // specmap power", "; // blend"};
+    std::vector<std::string> ends = {"FS10Material {",
+                                     ";;",
+                                     ";;",
+                                     ";  // Spec power",
+                                     ";  // detail and bump scales",
+                                     ";  // scale env level",
+                                     "; // use global env",
+                                     "; // mod env inv diff alpha",
+                                     "; // mod env spec alpha",
+                                     "; // fresnel diff, spec, env",
+                                     "; // precip use, offset, offset val",
+                                     "; // specmap power",
+                                     "; // blend"};
     auto blocks = [&](std::initializer_list<const char*> names, const char* value = ";") {
-        for (const char* name : names) ends.insert(ends.end(), {std::string(name) + " {", value, "}"});
+        for (const char* name : names)
+            ends.insert(ends.end(), {std::string(name) + " {", value, "}"});
     };
-    blocks({"BlendDiffuseByBaseAlpha", "BlendDiffuseByInverseSpecularMapAlpha", "AllowBloom", "SpecularBloomFloor",
-            "EmissiveData"});
-    ends.insert(ends.end(), {"AlphaData  {", ";  // ZTest Alpha", ";  // Alpha test threshold",
-                             ";  // Alpha test function", ";  // Perform final alpha write", ";  // Final alpha value",
-                             "}", "EnhancedParameters  {", ";  // Assume vertical normal", ";  // Z-Write alpha",
-                             ";  // No Z-Write", ";  // Volume shadow", ";  // No shadow", ";  // PRelit vertices", "}"});
-    blocks({"BaseMaterialSkin", "DoubleSidedMaterial", "BlendConstantSetting", "ForceTextureAddressWrapSetting"});
+    blocks({"BlendDiffuseByBaseAlpha", "BlendDiffuseByInverseSpecularMapAlpha", "AllowBloom",
+            "SpecularBloomFloor", "EmissiveData"});
+    ends.insert(ends.end(),
+                {"AlphaData  {", ";  // ZTest Alpha", ";  // Alpha test threshold",
+                 ";  // Alpha test function", ";  // Perform final alpha write", ";  // Final alpha value",
+                 "}", "EnhancedParameters  {", ";  // Assume vertical normal", ";  // Z-Write alpha",
+                 ";  // No Z-Write", ";  // Volume shadow", ";  // No shadow", ";  // PRelit vertices", "}"});
+    blocks({"BaseMaterialSkin", "DoubleSidedMaterial", "BlendConstantSetting",
+            "ForceTextureAddressWrapSetting"});
     blocks({"ForceTextureAddressClampSetting"}, "; ");
     blocks({"BaseMaterialSpecular", "NoSpecularBloom", "EmissiveBloom", "BloomData", "AmbientLightScale"});
     ends.push_back("}  // FS10Material end");
@@ -54,8 +66,14 @@ TEST(FS10Material, DefaultTextFormAndBlockGolden) {
 }
 
 TEST(FS10Material, NumberFormsOfTheBlock) {
-    for (auto [v, formatted] : {std::pair{1.0f, "1.0"}, {202.0f, "202.0"}, {0.9f, "0.9"}, {0.3f, "0.3"}, {0.0f, "0.0"},
-                                        {0.12345678f, "0.1234568"}, {-2.5f, "-2.5"}, {1e8f, "100000000.0"}})
+    for (auto [v, formatted] : {std::pair{1.0f, "1.0"},
+                                {202.0f, "202.0"},
+                                {0.9f, "0.9"},
+                                {0.3f, "0.3"},
+                                {0.0f, "0.0"},
+                                {0.12345678f, "0.1234568"},
+                                {-2.5f, "-2.5"},
+                                {1e8f, "100000000.0"}})
         EXPECT_EQ(FS10Material::FormatSingle(v), formatted) << v;
     FS10Material m;
     m.AlphaTestValue = 0.5f;
@@ -92,10 +110,14 @@ TEST(FS10Material, TextureNameRule) {
         bool warned;
     };
     const std::vector<Row> rows = {
-        {"a.jpeg", 0, "A.JDDS", true},      {"mydds", 0, "MYDDS", false},
-        {"SKIN.dds", 0, "SKIN.DDS", false}, {"C:\\T\\skin.DDS", 0, "SKIN.DDS", false},
-        {"tex/skin.bmp", 0, "TEX/SKIN.DDS", true}, {"panel.bmp", 1, "PANEL", false},
-        {"C:\\vc\\gauges.v2.bmp", 1, "GAUGES.V2", false}, {"a", 0, "A", true},
+        {"a.jpeg", 0, "A.JDDS", true},
+        {"mydds", 0, "MYDDS", false},
+        {"SKIN.dds", 0, "SKIN.DDS", false},
+        {"C:\\T\\skin.DDS", 0, "SKIN.DDS", false},
+        {"tex/skin.bmp", 0, "TEX/SKIN.DDS", true},
+        {"panel.bmp", 1, "PANEL", false},
+        {"C:\\vc\\gauges.v2.bmp", 1, "GAUGES.V2", false},
+        {"a", 0, "A", true},
         {"wing.bm\xC3\xA9", 0, "WING.DDS", true}, // the last three characters, not bytes
     };
     for (const Row& r : rows) {
@@ -115,20 +137,24 @@ TEST(FS10Material, TextFormLoadsByItsRulesAndRoundTrips) {
     };
     const Row rows[] = {
         // Keys match in any case; texts the line lacks are emptied, numbers keep their value.
-        {10, "SRCBLEND=Zero", "SrcBlend=Zero;DstBlend=;EmissiveData=;AlphaTestFunction=;DetailScale=1;SpecRed=0.9"},
+        {10, "SRCBLEND=Zero",
+         "SrcBlend=Zero;DstBlend=;EmissiveData=;AlphaTestFunction=;DetailScale=1;SpecRed=0.9"},
         // The first of two equal keys wins (here no number); a flag out of range is 1;
         // a ";" cuts a value; a key is matched whole, not as the start of another.
         {10,
-         "EmissiveTexture=a=b.dds;FinalAlphaValue=12;DetailScale=abc;BumpScale=;AllowBloom=70000;DetailScale=3;"
+         "EmissiveTexture=a=b.dds;FinalAlphaValue=12;DetailScale=abc;BumpScale=;AllowBloom=70000;DetailScale="
+         "3;"
          "prelitvertices=1;FinalAlpha=1;SpecBlueX=9;specblue=0.5;EmissiveData=x;y",
          "EmissiveTexture=a=b.dds;FinalAlphaValue=12;FinalAlpha=1;DetailScale=1;BumpScale=1;AllowBloom=1;"
          "PreLitVertices=1;SpecBlue=0.5;EmissiveData=x"},
         {0, "", "SpecRed=0;BaseMaterialSpec=0"}, // a low power clears the specular
         {3, "", "SpecGreen=0.9;BaseMaterialSpec=1"},
         {100,
-         "SpecRed=0.25;DetailScale=2.5;UseGlobalEnv=1;SrcBlend=SrcAlpha;EmissiveTexture=night.dds;IsVCTexture=1;"
+         "SpecRed=0.25;DetailScale=2.5;UseGlobalEnv=1;SrcBlend=SrcAlpha;EmissiveTexture=night.dds;"
+         "IsVCTexture=1;"
          "FinalAlphaValue=128;AmbientLightScale=0.1234567",
-         "SpecRed=0.25;DetailScale=2.5;UseGlobalEnv=1;IsVCTexture=1;FinalAlphaValue=128;AmbientLightScale=0.1234567"},
+         "SpecRed=0.25;DetailScale=2.5;UseGlobalEnv=1;IsVCTexture=1;FinalAlphaValue=128;AmbientLightScale=0."
+         "1234567"},
     };
     for (const Row& r : rows) {
         FS10Material m, again;

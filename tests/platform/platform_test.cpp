@@ -10,7 +10,10 @@ namespace fs = std::filesystem;
 TEST(Text, CodePageCharactersAndCase) {
     EXPECT_EQ(toWindows1252("abc\xC3\xA9\xE2\x82\xAC"), "abc\xE9\x80"); // é and the euro sign
     EXPECT_EQ(toWindows1252("\xE6\x97\xA5"), "?");                      // not in the code page
-    EXPECT_EQ(toWindows1252("\xFF" "a"), "\xFF" "a");                   // a stray byte stands for itself
+    EXPECT_EQ(toWindows1252("\xFF"
+                            "a"),
+              "\xFF"
+              "a"); // a stray byte stands for itself
     EXPECT_EQ(fromWindows1252("\xE9\x80"), "\xC3\xA9\xE2\x82\xAC");
     EXPECT_EQ(characterCount("wing.bm\xC3\xA9"), 8u);
     EXPECT_EQ(upperCase("\xC3\xA9lev \xC5\xA1\xC3\xBF \xD0\xB4"), "\xC3\x89LEV \xC5\xA0\xC5\xB8 \xD0\xB4");
@@ -35,17 +38,20 @@ TEST(Text, CodePageCharactersAndCase) {
 TEST(Text, FilesDecodeFromTheirEncoding) {
     auto utf16 = [](const std::string& s, bool mark) {
         std::string out = mark ? "\xFF\xFE" : "";
-        for (char c : s) out += c, out += '\0';
+        for (char c : s)
+            out += c, out += '\0';
         return out;
     };
     const std::pair<std::string, std::string> rows[] = {
         {utf16("R\r\n", true), "R\r\n"},
         {utf16("R\n", false), "R\n"},
-        {std::string("\xFF\xFE\xE9\0\x3D\xD8\x00\xDE", 8), "\xC3\xA9\xF0\x9F\x98\x80"}, // é and a pair of surrogates
+        {std::string("\xFF\xFE\xE9\0\x3D\xD8\x00\xDE", 8),
+         "\xC3\xA9\xF0\x9F\x98\x80"}, // é and a pair of surrogates
         {"\xEF\xBB\xBFR\xC3\xA9", "R\xC3\xA9"},
         {"R\xE9", "R\xC3\xA9"}, // not UTF-8: Windows-1252
     };
-    for (const auto& [bytes, text] : rows) EXPECT_EQ(decodeTextFile(bytes), text);
+    for (const auto& [bytes, text] : rows)
+        EXPECT_EQ(decodeTextFile(bytes), text);
 }
 
 TEST(TextSink, ColumnsPrintZonesCodePageAndBufferEdges) {
@@ -63,12 +69,14 @@ TEST(TextSink, ColumnsPrintZonesCodePageAndBufferEdges) {
     s.nextPrintZone();
     s.write("\xC3\xA9");
     const std::string chunk(1000, 'x');
-    for (int i = 0; i < 3000; ++i) s.writeRaw(chunk); // crosses the buffer
+    for (int i = 0; i < 3000; ++i)
+        s.writeRaw(chunk); // crosses the buffer
     s.close();
-    EXPECT_EQ(test::readFile(d.file("o.txt")),
-              "}" + std::string(27, ' ') + "\r\n" + std::string(14, ' ') + "\xE9" + std::string(3000000, 'x'));
-    EXPECT_NE(test::failureOf([&] { s.open("/nonexistent-folder/x.x"); }, err::kPathNotFound).find("No such file"),
-              std::string::npos);
+    EXPECT_EQ(test::readFile(d.file("o.txt")), "}" + std::string(27, ' ') + "\r\n" + std::string(14, ' ') +
+                                                   "\xE9" + std::string(3000000, 'x'));
+    EXPECT_NE(
+        test::failureOf([&] { s.open("/nonexistent-folder/x.x"); }, err::kPathNotFound).find("No such file"),
+        std::string::npos);
 }
 
 // Texts made on another thread take their places in the file, whatever is written
@@ -80,7 +88,8 @@ TEST(TextSink, TextsMadeElsewhereTakeTheirPlaces) {
     auto later = [&](std::string text, bool fails = false) {
         auto made = std::make_shared<std::string>();
         return std::pair{workers.post([&go, made, text, fails] {
-                             while (!go) std::this_thread::yield();
+                             while (!go)
+                                 std::this_thread::yield();
                              if (fails) throw Failure(err::kOverflow, "Overflow");
                              *made = text;
                          }),
@@ -122,7 +131,8 @@ TEST(TextSink, AFileWrittenAgainKeepsItsModeAndItsLinks) {
     TempDir d;
     const std::string file = d.file("plain.x"), target = d.file("target.x"), hard = d.file("hard.x"),
                       soft = d.file("soft.x");
-    for (const std::string& f : {file, target}) test::writeFile(f, "old");
+    for (const std::string& f : {file, target})
+        test::writeFile(f, "old");
     const fs::perms mode = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
     fs::permissions(file, mode);
     fs::create_hard_link(target, hard);
@@ -146,7 +156,8 @@ TEST(TextSource, LineEndsOfEveryKindAndFilesThatCannotBeRead) {
     src.open(d.file("t"));
     std::string line;
     std::vector<std::string> got;
-    while (src.readLine(line)) got.push_back(line);
+    while (src.readLine(line))
+        got.push_back(line);
     EXPECT_EQ(got, (std::vector<std::string>{"a", "b", "c", "d"}));
     // A folder opens as a file would, and a read can fail: both are failures.
     EXPECT_THROW(src.open(d.path()), Failure);
@@ -157,15 +168,20 @@ TEST(TextSource, LineEndsOfEveryKindAndFilesThatCannotBeRead) {
 TEST(IniSettings, SectionsAndKeysIgnoreCaseAndLinesHaveNoLimit) {
     TempDir d;
     const std::string longPath = "C:\\" + std::string(500, 'p') + "\\Tarnvale.X";
-    const std::string text = "; comment\r\n[morvaneplugin\\TARNVALE]\r\nfieldid=Mine\r\nApplication = \"tool.exe\"\r\n"
-                             "FieldId=Second\r\nTemplate=" + longPath + "\r\n[Other]\r\nAttachId=no\r\n";
+    const std::string text =
+        "; comment\r\n[morvaneplugin\\TARNVALE]\r\nfieldid=Mine\r\nApplication = \"tool.exe\"\r\n"
+        "FieldId=Second\r\nTemplate=" +
+        longPath + "\r\n[Other]\r\nAttachId=no\r\n";
     std::string utf16 = "\xFF\xFE"; // as a Windows editor saves "Unicode"
-    for (char c : text) utf16 += c, utf16 += '\0';
+    for (char c : text)
+        utf16 += c, utf16 += '\0';
     for (const std::string& file : {"\xEF\xBB\xBF" + text, utf16}) {
         test::writeFile(d.file("s.ini"), file);
         IniSettings s(d.file("s.ini"));
-        const std::pair<const char*, std::string> rows[] = {
-            {"FieldId", "Mine"}, {"Application", "tool.exe"}, {"AttachId", "FS10att"}, {"Template", longPath}};
+        const std::pair<const char*, std::string> rows[] = {{"FieldId", "Mine"},
+                                                            {"Application", "tool.exe"},
+                                                            {"AttachId", "FS10att"},
+                                                            {"Template", longPath}};
         for (const auto& [key, value] : rows)
             EXPECT_EQ(s.getSetting("MorvanePlugin", "Tarnvale", key, "FS10att"), value) << key;
     }
@@ -188,7 +204,8 @@ TEST(RegFile, ParsesStringsDwordsAndHexInEitherEncoding) {
         return out;
     };
     std::string lf = text;
-    for (size_t at; (at = lf.find('\r')) != std::string::npos;) lf.erase(at, 1);
+    for (size_t at; (at = lf.find('\r')) != std::string::npos;)
+        lf.erase(at, 1);
     TempDir d;
     for (const std::string& file : {text, lf, utf16(text, true), utf16(lf, false)}) {
         test::writeFile(d.file("r.reg"), file);
@@ -211,14 +228,16 @@ TEST(RegFile, ParsesStringsDwordsAndHexInEitherEncoding) {
 
 TEST(SplitCommandLine, WindowsRules) {
     const std::pair<const char*, std::vector<std::string>> rows[] = {
-        {R"(C:\t\x.exe /dict:"C:\a b\m.xml" "C:\o\p.x")", {R"(C:\t\x.exe)", R"(/dict:C:\a b\m.xml)", R"(C:\o\p.x)"}},
+        {R"(C:\t\x.exe /dict:"C:\a b\m.xml" "C:\o\p.x")",
+         {R"(C:\t\x.exe)", R"(/dict:C:\a b\m.xml)", R"(C:\o\p.x)"}},
         {R"(C:\Program Files\x.exe /a)", {R"(C:\Program)", R"(Files\x.exe)", "/a"}},
         {R"(a\\"b c" d)", {R"(a\b c)", "d"}},
         {R"(a\"b c)", {R"(a"b)", "c"}},
         {R"("a""b" c)", {R"(a"b)", "c"}},
         {"  x   y  ", {"x", "y"}},
     };
-    for (const auto& [line, args] : rows) EXPECT_EQ(splitCommandLine(line), args) << line;
+    for (const auto& [line, args] : rows)
+        EXPECT_EQ(splitCommandLine(line), args) << line;
 }
 
 TEST(Guids, RandomVersionFour) {

@@ -23,7 +23,8 @@ TEST(Xml, TrickyButWellFormedDocuments) {
     test::TempDir d;
     test::writeFile(d.file("secret.txt"), "secret");
     const std::string text =
-        "<!DOCTYPE r [<!ENTITY e \"E\"><!ENTITY x SYSTEM \"" + d.file("secret.txt") + "\">]>"
+        "<!DOCTYPE r [<!ENTITY e \"E\"><!ENTITY x SYSTEM \"" + d.file("secret.txt") +
+        "\">]>"
         "<r><?FriendlyName not this?><FriendlyName a=\"&e;\">a<!--c-->b<![CDATA[<c>]]>&amp;&e;</FriendlyName>"
         "<Secret>&x;</Secret><ModelInfo/></r>";
     test::writeFile(d.file("t.xml"), text);
@@ -52,7 +53,8 @@ TEST(Xml, DocumentsKeepTheEncodingTheyDeclare) {
     };
     const std::string utf16 = [] {
         std::string s = "\xFF\xFE";
-        for (char c : std::string("<?xml version=\"1.0\" encoding=\"UTF-16\"?><c><n>\xE9</n></c>")) s += c, s += '\0';
+        for (char c : std::string("<?xml version=\"1.0\" encoding=\"UTF-16\"?><c><n>\xE9</n></c>"))
+            s += c, s += '\0';
         return s;
     }();
     const Row rows[] = {
@@ -67,7 +69,7 @@ TEST(Xml, DocumentsKeepTheEncodingTheyDeclare) {
         ASSERT_TRUE(doc.load(d.file("e.xml"))) << r.what;
         XmlElement n = doc.documentElement().child("n");
         EXPECT_EQ(n.text(), "\xC3\xA9") << r.what; // é, as the program holds text
-        n.setText("\xC3\x80\xC3\xA9");          // Àé
+        n.setText("\xC3\x80\xC3\xA9");             // Àé
         doc.save(d.file("s.xml"));
         const std::string saved = test::readFile(d.file("s.xml"));
         EXPECT_EQ(saved.rfind(r.savedStarts, 0), 0u) << r.what;
@@ -110,12 +112,14 @@ TEST(Xml, CompactDocumentsReadAndSaveAsTheLibrarysDo) {
              EXPECT_EQ(r.childElements().size(), 2u);
              EXPECT_EQ(r.childElements()[0], b);
          },
-         "<?xml version=\"1.0\"?>\n<AnimLib version=\"9.1\"><b/><Anim name=\"a&amp;b&lt;c&gt;&quot;d'&#10;&#13;&#9;\xC3\xA9\xE2\x82\xAC\" guid=\"again\"><AnimStream "
+         "<?xml version=\"1.0\"?>\n<AnimLib version=\"9.1\"><b/><Anim "
+         "name=\"a&amp;b&lt;c&gt;&quot;d'&#10;&#13;&#9;\xC3\xA9\xE2\x82\xAC\" guid=\"again\"><AnimStream "
          "length=\"100\"><Keyframe time=\"0.00\"/></AnimStream></Anim></AnimLib>\n"},
         {"deeper than the indentation goes", "",
          [&](XmlDocument& doc) {
              XmlElement e = begin(doc, "d0");
-             for (int i = 1; i < 40; ++i) e = e.appendChild(doc.createElement("d" + std::to_string(i)));
+             for (int i = 1; i < 40; ++i)
+                 e = e.appendChild(doc.createElement("d" + std::to_string(i)));
              e.setAttribute("at", "bottom");
          }},
         {"text, which the library writes", "",

@@ -19,7 +19,8 @@ std::shared_ptr<MemoryShape> strip(int n, float uOffset = 0) {
 
 std::vector<Corner> corners(std::initializer_list<int> vs) {
     std::vector<Corner> c;
-    for (int v : vs) c.push_back({v, 0, v});
+    for (int v : vs)
+        c.push_back({v, 0, v});
     return c;
 }
 
@@ -68,11 +69,13 @@ TEST(MemoryShape, MergeSharesAndEditsGoToAPieceOfTheMergesOwn) {
 
 TEST(MemoryShape, CompactStorageTurnsGeneralAndWideWhenNeeded) {
     auto s = strip(70000);
-    for (int i = 1; i < 5; ++i) s->normals().push_back({0, float(i), 0});
+    for (int i = 1; i < 5; ++i)
+        s->normals().push_back({0, float(i), 0});
     auto m = named("m");
     s->addPolygon(m, std::vector<Corner>{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}); // one index per corner
-    s->addPolygon(m, corners({0, 1, 2, 3}));                                 // no longer all triangles
-    s->addPolygon(m, std::vector<Corner>{{4, 0, 1}, {3, 0, 2}, {69999, 4, 65535}}); // indices differ, and need 32 bits
+    s->addPolygon(m, corners({0, 1, 2, 3}));                                // no longer all triangles
+    s->addPolygon(
+        m, std::vector<Corner>{{4, 0, 1}, {3, 0, 2}, {69999, 4, 65535}}); // indices differ, and need 32 bits
     s->DeletePolygons({1});
     EXPECT_EQ(describePolygons(s), "|m 0:0:0,0 1:1:1,0 2:2:2,0 |m 4:0:1,0 3:0:2,0 69999:4:65535,0");
     EXPECT_THROW(s->DeletePolygons({2}), Failure);
@@ -81,7 +84,8 @@ TEST(MemoryShape, CompactStorageTurnsGeneralAndWideWhenNeeded) {
     SGFace f = s->AddPolygon();
     f.AddCorner(2, 0, s->AddUV(0.5f, -0.25f));
     s->GetPolygon(0).AddCorner(5, 0, 5);
-    EXPECT_EQ(describePolygons(s), "|m 0:0:0,0 1:1:1,0 2:2:2,0 5:0:5,0 |m 4:0:1,0 3:0:2,0 69999:4:65535,0 |- 2:0:0.5,-0.25");
+    EXPECT_EQ(describePolygons(s),
+              "|m 0:0:0,0 1:1:1,0 2:2:2,0 5:0:5,0 |m 4:0:1,0 3:0:2,0 69999:4:65535,0 |- 2:0:0.5,-0.25");
     EXPECT_THROW(f.AddCorner(99999, 0, 0), Failure);
 
     IndexArray a;
@@ -105,10 +109,12 @@ TEST(MemoryShape, MeshArraysGiveARecordPerPositionAndPair) {
     MeshArrays a;
     s->GetMeshArrays(a);
     ASSERT_EQ(a.vertexCount, 6);
-    EXPECT_EQ(std::vector<float>({a.vertices[5].x, a.vertices[5].u, a.vertices[2].u, a.vertices[4].x, a.vertices[4].u}),
+    EXPECT_EQ(std::vector<float>(
+                  {a.vertices[5].x, a.vertices[5].u, a.vertices[2].u, a.vertices[4].x, a.vertices[4].u}),
               std::vector<float>({2, 7, 2, 9, 0}));
     EXPECT_EQ(a.normalCount, 1);
-    std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1, 0, 3, 1, 0, 5, 0, 0, 0, 3, 3, 0, 0, 0, 1, 0};
+    std::vector<int32_t> stream{4, 0, 0, 1, 0, 2, 0, 3, 0, 3, 5, 0, 3, 0, 1,
+                                0, 3, 1, 0, 5, 0, 0, 0, 3, 3, 0, 0, 0, 1, 0};
     EXPECT_EQ(a.polygons, stream);
 }
 

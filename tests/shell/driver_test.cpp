@@ -36,35 +36,47 @@ TEST(Driver, EachWayAnExportEnds) {
     auto modelDef = [](std::string content) {
         return [content](Rig& r) {
             r.installTool();
-            if (content.empty()) fs::remove(r.pluginFolder + "/modeldef.xml");
-            else writeFile(r.pluginFolder + "/modeldef.xml", content);
+            if (content.empty())
+                fs::remove(r.pluginFolder + "/modeldef.xml");
+            else
+                writeFile(r.pluginFolder + "/modeldef.xml", content);
         };
     };
     auto templateFile = [](std::string file) {
         return [file](Rig& r) {
-            r.settings.values["MorvanePlugin\\Tarnvale\\Template"] = file[0] == '/' ? file : r.pluginFolder + "/" + file;
+            r.settings.values["MorvanePlugin\\Tarnvale\\Template"] =
+                file[0] == '/' ? file : r.pluginFolder + "/" + file;
             writeFile(r.dir.file("plane.x"), "an older X file"); // emptied all the same
         };
     };
     std::vector<Row> rows = {
         {"complete", [](Rig& r) { r.installTool(); }, "x config |" + done + tool},
-        {"cancelled: nothing written, no box", [](Rig& r) { r.installTool(), r.dialogs.cancel = true; }, " | |"},
+        {"cancelled: nothing written, no box", [](Rig& r) { r.installTool(), r.dialogs.cancel = true; },
+         " | |"},
         {"no tool", [](Rig& r) { r.settings.values["MorvanePlugin\\Tarnvale\\Application"] = "conv.exe"; },
-         "x config | plain Tarnvale: conv.exe was not found in the SDK or Morvane plugins folder\rPlease convert the X and "
-         "XANIM files from the command line.;" + done},
+         "x config | plain Tarnvale: conv.exe was not found in the SDK or Morvane plugins folder\rPlease "
+         "convert the X and "
+         "XANIM files from the command line.;" +
+             done},
         {"one animation defined", modelDef("<ModelInfo><Animation name=\"only\"/></ModelInfo>"), gate},
         {"no model definition", modelDef(""), gate},
         {"a model definition that is no XML", modelDef("not xml at all"), gate},
         // A missing template, a folder, a read that fails, a missing folder for the
         // X file: the failure box, naming the file, never a completed export.
-        {"missing template", templateFile("missing.X"), xFailed + "53 - P/missing.X: No such file or directory; |"},
+        {"missing template", templateFile("missing.X"),
+         xFailed + "53 - P/missing.X: No such file or directory; |"},
         {"template is a folder", templateFile("."), xFailed + "75 - P/.: Is a directory; |"},
-        {"template read fails", templateFile("/proc/self/mem"), xFailed + "75 - /proc/self/mem: Input/output error; |"},
+        {"template read fails", templateFile("/proc/self/mem"),
+         xFailed + "75 - /proc/self/mem: Input/output error; |"},
         {"no folder for the X file", nullptr,
-         " | critical FS10 Export: Creating X file\r76 - D/none/plane.x: No such file or directory; |", "none/plane.x"},
+         " | critical FS10 Export: Creating X file\r76 - D/none/plane.x: No such file or directory; |",
+         "none/plane.x"},
     };
     for (const XmlDefect& defect : kXmlDefects)
-        rows.push_back({defect.what, modelDef(defect.apply("<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>")), gate});
+        rows.push_back(
+            {defect.what,
+             modelDef(defect.apply("<ModelInfo><Animation name=\"a\"/><Animation name=\"b\"/></ModelInfo>")),
+             gate});
     for (const Row& r : rows) {
         Rig rig;
         if (r.setup) r.setup(rig);
@@ -93,7 +105,8 @@ TEST(Driver, CompleteExportShowsTheDialogRegistersTheFieldsAndWritesTheFiles) {
     // The default template for an empty scene; the X file carries the name from
     // before the dialog, the sidecar the edited one.
     EXPECT_EQ(readFile(out), readFile(sourcePath("tests/data/empty_scene.x")));
-    EXPECT_NE(readFile(rig.dir.file("plane.config")).find("<FriendlyName>Edited Name</FriendlyName>"), std::string::npos);
+    EXPECT_NE(readFile(rig.dir.file("plane.config")).find("<FriendlyName>Edited Name</FriendlyName>"),
+              std::string::npos);
     // Settings name the fields; a field that exists is taken, not made again.
     Rig other;
     other.settings.values["MorvanePlugin\\Tarnvale\\FieldId"] = "Mat";
@@ -114,7 +127,8 @@ TEST(Driver, DeepTreesExportWithoutRecursion) {
     writeFile(rig.dir.file("frames.X"), "#scene#\r\n");
     rig.settings.values["MorvanePlugin\\Tarnvale\\Template"] = rig.dir.file("frames.X");
     std::shared_ptr<scene::MemoryObject> node = rig.scene->root();
-    for (int i = 0; i < 100000; ++i) node = node->addChild(i == 50000 ? "wheel" : "n");
+    for (int i = 0; i < 100000; ++i)
+        node = node->addChild(i == 50000 ? "wheel" : "n");
     node->AddShape(std::make_shared<scene::MemoryShape>());
     rig.scene->root()->findByName("wheel")->setKeyframes(
         {{0, 0, 0, 0, 0, 0, 0, 0}, {0, 1, 0, 1, 0, 0, 0, 0}, {0, 2, 0, 2, 0, 0, 0, 0}});
@@ -158,7 +172,8 @@ TEST(Driver, FailuresBeforeAnyStageAndOnAFreshInstanceAreReported) {
 
 TEST(Driver, SidecarPathTakesTheLastDot) {
     for (auto [file, sidecar] : {std::pair{"C:\\models\\plane.x", "C:\\models\\plane.config"},
-                                 {"C:\\a.b\\plane", "C:\\a.config"}, {"plane", "config"},
+                                 {"C:\\a.b\\plane", "C:\\a.config"},
+                                 {"plane", "config"},
                                  {"/tmp/v1.2/plane.x", "/tmp/v1.2/plane.config"}})
         EXPECT_EQ(shell::sidecarPath(file), sidecar);
 }

@@ -17,26 +17,33 @@ TEST(Sidecar, KeepsNameAndGuidAndWhatElseItHolds) {
         std::function<void(Rig&)> setup;
         std::string shownName, shownGuid, after; // after: "" for the new file's form
     };
-    const std::string fresh = kDeclaration + "<TarnvaleConfig version=\"1.0\"><FriendlyName>Scene Root</FriendlyName>"
-                                             "<GUID>" + kGuid + "</GUID></TarnvaleConfig>\n";
+    const std::string fresh = kDeclaration +
+                              "<TarnvaleConfig version=\"1.0\"><FriendlyName>Scene Root</FriendlyName>"
+                              "<GUID>" +
+                              kGuid + "</GUID></TarnvaleConfig>\n";
     std::vector<Row> rows = {
-        {"a new file: name, then GUID", std::nullopt, [](Rig& r) { r.dialogs.answerName = "My Plane"; }, "Scene Root",
-         kGuid, kDeclaration + "<TarnvaleConfig version=\"1.0\"><FriendlyName>My Plane</FriendlyName><GUID>" + kGuid +
-                    "</GUID></TarnvaleConfig>\n"},
+        {"a new file: name, then GUID", std::nullopt, [](Rig& r) { r.dialogs.answerName = "My Plane"; },
+         "Scene Root", kGuid,
+         kDeclaration + "<TarnvaleConfig version=\"1.0\"><FriendlyName>My Plane</FriendlyName><GUID>" +
+             kGuid + "</GUID></TarnvaleConfig>\n"},
         {"a foreign root is used, its content and whitespace kept",
-         "<Other a=\"1\">\n <Keep>x</Keep>\n <GUID>my-guid</GUID>\n</Other>", nullptr, "Scene Root", "my-guid",
-         kDeclaration + "<Other a=\"1\">\n <Keep>x</Keep>\n <GUID>my-guid</GUID>\n<FriendlyName>Scene Root</FriendlyName></Other>\n"},
+         "<Other a=\"1\">\n <Keep>x</Keep>\n <GUID>my-guid</GUID>\n</Other>", nullptr, "Scene Root",
+         "my-guid",
+         kDeclaration + "<Other a=\"1\">\n <Keep>x</Keep>\n <GUID>my-guid</GUID>\n<FriendlyName>Scene "
+                        "Root</FriendlyName></Other>\n"},
         {"an empty GUID stays empty, and no new one is asked for",
-         "<TarnvaleConfig><FriendlyName></FriendlyName><GUID/></TarnvaleConfig>",
-         nullptr, "", "", kDeclaration + "<TarnvaleConfig><FriendlyName/><GUID/></TarnvaleConfig>\n"},
-        {"no GUID source: an empty GUID", std::nullopt, [](Rig& r) { r.guids.next.clear(); }, "Scene Root", "",
-         kDeclaration + "<TarnvaleConfig version=\"1.0\"><FriendlyName>Scene Root</FriendlyName><GUID/></TarnvaleConfig>\n"},
-        {"a cancelled export leaves the file as it was", "<Old/>", [](Rig& r) { r.dialogs.cancel = true; }, "Scene Root",
-         kGuid, "<Old/>"},
+         "<TarnvaleConfig><FriendlyName></FriendlyName><GUID/></TarnvaleConfig>", nullptr, "", "",
+         kDeclaration + "<TarnvaleConfig><FriendlyName/><GUID/></TarnvaleConfig>\n"},
+        {"no GUID source: an empty GUID", std::nullopt, [](Rig& r) { r.guids.next.clear(); }, "Scene Root",
+         "",
+         kDeclaration + "<TarnvaleConfig version=\"1.0\"><FriendlyName>Scene "
+                        "Root</FriendlyName><GUID/></TarnvaleConfig>\n"},
+        {"a cancelled export leaves the file as it was", "<Old/>", [](Rig& r) { r.dialogs.cancel = true; },
+         "Scene Root", kGuid, "<Old/>"},
     };
     for (const XmlDefect& defect : kXmlDefects)
-        rows.push_back({defect.what, defect.apply("<TarnvaleConfig><GUID>abc</GUID></TarnvaleConfig>"), nullptr,
-                        "Scene Root", kGuid, fresh});
+        rows.push_back({defect.what, defect.apply("<TarnvaleConfig><GUID>abc</GUID></TarnvaleConfig>"),
+                        nullptr, "Scene Root", kGuid, fresh});
     for (const Row& r : rows) {
         Rig rig;
         if (r.before) writeFile(rig.dir.file("plane.config"), *r.before);

@@ -28,8 +28,9 @@ texture::Image image(int w, int h, const Pixel& pixel) {
 
 std::string png(const texture::Image& im) {
     std::string out;
-    stbi_write_png_to_func([](void* o, void* data, int n) { static_cast<std::string*>(o)->append(static_cast<char*>(data), n); },
-                           &out, im.width, im.height, 4, im.rgba.data(), im.width * 4);
+    stbi_write_png_to_func(
+        [](void* o, void* data, int n) { static_cast<std::string*>(o)->append(static_cast<char*>(data), n); },
+        &out, im.width, im.height, 4, im.rgba.data(), im.width * 4);
     return out;
 }
 
@@ -48,12 +49,17 @@ texture::Image topLevel(const std::vector<uint8_t>& dds) {
 
 double rmse(const texture::Image& a, const texture::Image& b) {
     double sum = 0;
-    for (size_t i = 0; i < a.rgba.size(); ++i) sum += std::pow(double(a.rgba[i]) - b.rgba[i], 2);
+    for (size_t i = 0; i < a.rgba.size(); ++i)
+        sum += std::pow(double(a.rgba[i]) - b.rgba[i], 2);
     return std::sqrt(sum / a.rgba.size());
 }
 
-const Pixel kOpaqueGradient = [](int x, int y) { return std::array<uint8_t, 4>{uint8_t(x * 3), uint8_t(y * 5), 90, 255}; };
-const Pixel kFadingAlpha = [](int x, int y) { return std::array<uint8_t, 4>{200, uint8_t(x * 4), 40, uint8_t(y * 8)}; };
+const Pixel kOpaqueGradient = [](int x, int y) {
+    return std::array<uint8_t, 4>{uint8_t(x * 3), uint8_t(y * 5), 90, 255};
+};
+const Pixel kFadingAlpha = [](int x, int y) {
+    return std::array<uint8_t, 4>{200, uint8_t(x * 4), 40, uint8_t(y * 8)};
+};
 
 TEST(Dds, SidesMipmapsFormatAndPixels) {
     struct Case {
@@ -72,8 +78,10 @@ TEST(Dds, SidesMipmapsFormatAndPixels) {
         EXPECT_EQ(texture::describe(dds.bytes), c.description);
         // Every level is there: the file holds the blocks of each, down to 1x1.
         size_t size = 128;
-        for (int w = dds.width, h = dds.height, m = 0; m < dds.mips; ++m, w = std::max(1, w / 2), h = std::max(1, h / 2))
-            size += static_cast<size_t>((w + 3) / 4) * ((h + 3) / 4) * (dds.format == texture::Format::Dxt1 ? 8 : 16);
+        for (int w = dds.width, h = dds.height, m = 0; m < dds.mips;
+             ++m, w = std::max(1, w / 2), h = std::max(1, h / 2))
+            size += static_cast<size_t>((w + 3) / 4) * ((h + 3) / 4) *
+                    (dds.format == texture::Format::Dxt1 ? 8 : 16);
         EXPECT_EQ(dds.bytes.size(), size) << c.description;
         if (c.w == dds.width && c.h == dds.height) {
             EXPECT_LT(rmse(topLevel(dds.bytes), source), 6.0) << c.description;
@@ -82,22 +90,27 @@ TEST(Dds, SidesMipmapsFormatAndPixels) {
 }
 
 TEST(Dds, NormalMapsTurnGreenOverAndKeepXInAlpha) {
-    const texture::Dds dds =
-        texture::encode(image(16, 16, [](int, int) { return std::array<uint8_t, 4>{200, 60, 230, 255}; }), true);
+    const texture::Dds dds = texture::encode(image(16, 16,
+                                                   [](int, int) {
+                                                       return std::array<uint8_t, 4>{200, 60, 230, 255};
+                                                   }),
+                                             true);
     ASSERT_EQ(dds.format, texture::Format::Dxt5);
     const texture::Image back = topLevel(dds.bytes);
-    EXPECT_EQ(back.rgba[3], 200);             // X, from red
-    EXPECT_NEAR(back.rgba[1], 255 - 60, 2);   // Y, turned over
+    EXPECT_EQ(back.rgba[3], 200);           // X, from red
+    EXPECT_NEAR(back.rgba[1], 255 - 60, 2); // Y, turned over
 }
 
 TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
-    const std::string x = "Material m {\r\n\"c.png\";\r\nFS10Material {\r\nBumpTextureFileName {\r\n\"A.DDS\";\r\n}\r\n"
-                          "DiffuseTextureFileName {\r\n\"B.DDS\";\r\n}\r\nEmissiveTextureFileName {\r\n\"PANEL\";\r\n}\r\n"
-                          "}  // FS10Material end\r\nFS10Material {\r\nDetailTextureFileName {\r\n\"A.DDS\";\r\n}\r\n";
+    const std::string x =
+        "Material m {\r\n\"c.png\";\r\nFS10Material {\r\nBumpTextureFileName {\r\n\"A.DDS\";\r\n}\r\n"
+        "DiffuseTextureFileName {\r\n\"B.DDS\";\r\n}\r\nEmissiveTextureFileName {\r\n\"PANEL\";\r\n}\r\n"
+        "}  // FS10Material end\r\nFS10Material {\r\nDetailTextureFileName {\r\n\"A.DDS\";\r\n}\r\n";
     EXPECT_EQ(texture::ddsNamesOf(x), (std::vector<std::string>{"A.DDS", "B.DDS"}));
 
     TempDir d;
-    gltf::SourceImage left{"a\\wing.png", "left", "", nullptr, 0}, right{"b\\wing.png", "right", "", nullptr, 1},
+    gltf::SourceImage left{"a\\wing.png", "left", "", nullptr, 0},
+        right{"b\\wing.png", "right", "", nullptr, 1},
         gone{"gone.png", d.file("gone.png"), d.file("gone.png"), nullptr, 2};
     // A DDS file beside the scene that no material's image takes goes as it is.
     const std::vector<uint8_t> dds = texture::encode(image(8, 8, kFadingAlpha), false).bytes;
@@ -110,7 +123,8 @@ TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
     using texture::Outcome;
     EXPECT_EQ(std::vector({outcomes[0].kind, outcomes[1].kind, outcomes[2].kind}),
               std::vector({Outcome::Failed, Outcome::Skipped, Outcome::Skipped}));
-    EXPECT_EQ(outcomes[0].reason, "two images would both take this name: a\\wing.png (left) and b\\wing.png (right)");
+    EXPECT_EQ(outcomes[0].reason,
+              "two images would both take this name: a\\wing.png (left) and b\\wing.png (right)");
     EXPECT_NE(outcomes[1].reason.find(d.file("gone.png") + ": cannot be read"), std::string::npos);
 }
 
@@ -121,7 +135,8 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
     TempDir d;
     GltfBuilder b;
     const int hull = b.image(png(image(300, 200, kOpaqueGradient)), "hull");
-    b.doc["images"].push_back({{"uri", "data:image/png;base64," + GltfBuilder::base64(png(image(32, 32, kOpaqueGradient)))}});
+    b.doc["images"].push_back(
+        {{"uri", "data:image/png;base64," + GltfBuilder::base64(png(image(32, 32, kOpaqueGradient)))}});
     b.doc["images"].push_back({{"uri", "tex/ext%20wing.png"}});
     b.doc["images"].push_back({{"uri", "missing.png"}});
     writeFile(d.folder("tex") + "/ext wing.png", png(image(50, 50, kFadingAlpha))); // 50 is nearer 64 than 32
@@ -129,23 +144,34 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
     for (int i = 0; i < 4; ++i) {
         b.doc["textures"].push_back({{"source", i == 0 ? hull : i}});
         nlohmann::json m = {{"name", "m" + std::to_string(i)}};
-        if (std::string(slots[i]) == "normal") m["normalTexture"] = {{"index", i}};
-        else m["pbrMetallicRoughness"] = {{"baseColorTexture", {{"index", i}}}};
+        if (std::string(slots[i]) == "normal")
+            m["normalTexture"] = {{"index", i}};
+        else
+            m["pbrMetallicRoughness"] = {{"baseColorTexture", {{"index", i}}}};
         b.doc["materials"].push_back(m);
         b.node({{"mesh", b.triangles({0, 0, 0, 1, 0, 0, 0, float(i + 1), 0}, {}, {{"material", i}})}});
     }
     const std::string scene = b.saveGlb(d.file("plane.glb"));
-    RunResult r = tarnvale("export " + scene + " -o " + d.folder("out") + "/plane.x --yes --textures " + d.file("dds"), d);
+    RunResult r = tarnvale(
+        "export " + scene + " -o " + d.folder("out") + "/plane.x --yes --textures " + d.file("dds"), d);
     EXPECT_EQ(r.code, 0) << r.err;
-    EXPECT_EQ(r.out, "HULL.DDS 256x256 DXT1 9 mips\nM1_NORMAL.DDS 32x32 DXT5 6 mips\nEXT WING.DDS 64x64 DXT5 7 mips\n");
-    EXPECT_NE(r.err.find("texture MISSING.DDS skipped: " + d.file("missing.png")), std::string::npos) << r.err;
-    const RunResult listed = run("/usr/bin/python3 -c 'import sys; from PIL import Image\n"
-                                 "for p in sys.argv[1:]: i = Image.open(p); print(i.format, *i.size, i.tile[0][3][1])' '" +
-                                 d.file("dds/HULL.DDS") + "' '" + d.file("dds/M1_NORMAL.DDS") + "' '" +
-                                 d.file("dds/EXT WING.DDS") + "'", d);
+    EXPECT_EQ(
+        r.out,
+        "HULL.DDS 256x256 DXT1 9 mips\nM1_NORMAL.DDS 32x32 DXT5 6 mips\nEXT WING.DDS 64x64 DXT5 7 mips\n");
+    EXPECT_NE(r.err.find("texture MISSING.DDS skipped: " + d.file("missing.png")), std::string::npos)
+        << r.err;
+    const RunResult listed =
+        run("/usr/bin/python3 -c 'import sys; from PIL import Image\n"
+            "for p in sys.argv[1:]: i = Image.open(p); print(i.format, *i.size, i.tile[0][3][1])' '" +
+                d.file("dds/HULL.DDS") + "' '" + d.file("dds/M1_NORMAL.DDS") + "' '" +
+                d.file("dds/EXT WING.DDS") + "'",
+            d);
     EXPECT_EQ(listed.out, "DDS 256 256 DXT1\nDDS 32 32 DXT5\nDDS 64 64 DXT5\n") << listed.err;
-    EXPECT_EQ(tarnvale("export " + scene + " -o " + d.file("out/plane.x") + " --yes --quiet --strict --textures " +
-                           d.file("dds"), d).code, 1);
+    EXPECT_EQ(tarnvale("export " + scene + " -o " + d.file("out/plane.x") +
+                           " --yes --quiet --strict --textures " + d.file("dds"),
+                       d)
+                  .code,
+              1);
 }
 
 } // namespace

@@ -12,8 +12,8 @@
 #ifdef _WIN32
 #include "platform/platform.h"
 
-#include <windows.h>
 #include <shellapi.h>
+#include <windows.h>
 
 using tarnvale::platform::narrow;
 #endif
@@ -24,7 +24,8 @@ int main(int argc, char** argv) {
     int n = 0;
     wchar_t** wide = ::CommandLineToArgvW(::GetCommandLineW(), &n);
     args.clear();
-    for (int i = 0; i < n; ++i) args.push_back(narrow(wide[i]));
+    for (int i = 0; i < n; ++i)
+        args.push_back(narrow(wide[i]));
     ::LocalFree(wide);
     if (const char* log = std::getenv("FAKE_TOOL_LINE_LOG"))
         if (std::FILE* f = std::fopen(log, "wb")) {
@@ -34,7 +35,8 @@ int main(int argc, char** argv) {
 #endif
     if (const char* log = std::getenv("FAKE_TOOL_LOG")) {
         if (std::FILE* f = std::fopen(log, "wb")) {
-            for (size_t i = 1; i < args.size(); ++i) std::fprintf(f, "%s\n", args[i].c_str());
+            for (size_t i = 1; i < args.size(); ++i)
+                std::fprintf(f, "%s\n", args[i].c_str());
             std::fclose(f);
         }
     }

@@ -24,10 +24,11 @@ const std::string kWideName = "Tarnvale test \u03A9\u6A21 ";
 
 // A key written into the real registry for one test and deleted after it.
 class RegistryKey {
-public:
+  public:
     RegistryKey(HKEY hive, const std::string& path, REGSAM view = KEY_WOW64_32KEY)
         : hive_(hive), path_(wide(path)), view_(view) {
-        ::RegCreateKeyExW(hive_, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view_, nullptr, &key_, nullptr);
+        ::RegCreateKeyExW(hive_, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view_, nullptr, &key_,
+                          nullptr);
     }
     ~RegistryKey() {
         ::RegCloseKey(key_);
@@ -40,10 +41,11 @@ public:
                          static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
     }
     void set(const std::string& name, DWORD number) {
-        ::RegSetValueExW(key_, wide(name).c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
+        ::RegSetValueExW(key_, wide(name).c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                         sizeof number);
     }
 
-private:
+  private:
     HKEY hive_, key_{};
     std::wstring path_;
     REGSAM view_;
@@ -52,7 +54,8 @@ private:
 int runCommand(std::vector<std::string> args) {
     args.insert(args.begin(), "tarnvale");
     std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
+    for (std::string& a : args)
+        argv.push_back(a.data());
     return app::run(static_cast<int>(args.size()), argv.data());
 }
 
@@ -81,20 +84,23 @@ TEST(WindowsRegistry, TheSdkRootAndTheSettingsComeFromTheRealHives) {
     platform::WindowsRegistry registry;
     const std::tuple<const char*, const char*, bool, std::string> cases[] = {
         {kSdkKey, "SdkRootDir", true, "C:\\SDK root \u00E9\\"},
-        {kSdkKey, "Number", true, "&h002A"}, // 2A 00 00 00: the last NUL dropped, last byte first, no zero fill
+        {kSdkKey, "Number", true,
+         "&h002A"}, // 2A 00 00 00: the last NUL dropped, last byte first, no zero fill
         {kSdkKey, "Missing", false, ""},
         {"SOFTWARE\\Tarnvale test only in the 64-bit view", "Value", false, ""}, // the 32-bit view is read
     };
     for (const auto& [key, name, found, output] : cases) {
         std::string out = "left over";
-        EXPECT_EQ(shell::modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, key, name, out), found) << name;
+        EXPECT_EQ(shell::modTypes::RegistryRead(registry, platform::kHkeyLocalMachine, key, name, out), found)
+            << name;
         EXPECT_EQ(out, output) << name;
     }
     EXPECT_EQ(shell::toolPath(registry, "C:\\plugin", "xtomdl.exe"),
               "C:\\SDK root \u00E9\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins\\xtomdl.exe");
     platform::RegistrySettings settings;
     EXPECT_EQ(shell::fieldIdSetting(settings), "Sim \u00E9");
-    for (const auto& [section, key] : {std::pair{"Tarnvale", "Number"}, {"Tarnvale", "Template"}, {"Elsewhere", "FieldId"}})
+    for (const auto& [section, key] :
+         {std::pair{"Tarnvale", "Number"}, {"Tarnvale", "Template"}, {"Elsewhere", "FieldId"}})
         EXPECT_EQ(settings.getSetting("MorvanePlugin", section, key, "d"), "d") << key;
 }
 
@@ -103,7 +109,8 @@ TEST(WindowsRegistry, TheSdkRootAndTheSettingsComeFromTheRealHives) {
 TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTheSystemsGuidAndDate) {
     TempDir d(kWideName);
     const std::string sdk = d.folder("Program Files\\SDK") + "\\";
-    const std::string tool = d.folder("Program Files\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins") + "\\xtomdl.exe";
+    const std::string tool =
+        d.folder("Program Files\\SDK\\Environment Kit\\Modeling SDK\\3DSM7\\Plugins") + "\\xtomdl.exe";
     const std::string plugin = d.folder("plug in");
     wchar_t self[MAX_PATH];
     ::GetModuleFileNameW(nullptr, self, MAX_PATH);
@@ -114,13 +121,14 @@ TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTh
     key.set("SdkRootDir", sdk);
     wchar_t temp[MAX_PATH];
     ::GetTempPathW(MAX_PATH, temp);
-    const std::string argsLog = narrow(temp) + "tarnvale-tool-args.txt", lineLog = narrow(temp) + "tarnvale-tool-line.txt";
+    const std::string argsLog = narrow(temp) + "tarnvale-tool-args.txt",
+                      lineLog = narrow(temp) + "tarnvale-tool-line.txt";
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LOG", wide(argsLog).c_str());
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LINE_LOG", wide(lineLog).c_str());
     const std::string out = d.folder("\u6A21\u578B out") + "\\trainer \u03A9.x";
 
-    EXPECT_EQ(runCommand({"export", std::string(TARNVALE_SOURCE_DIR) + "/examples/trainer.gltf", "-o", out, "--yes",
-                          "--quiet", "--plugin-dir", plugin}),
+    EXPECT_EQ(runCommand({"export", std::string(TARNVALE_SOURCE_DIR) + "/examples/trainer.gltf", "-o", out,
+                          "--yes", "--quiet", "--plugin-dir", plugin}),
               app::kExported);
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LOG", nullptr);
     ::SetEnvironmentVariableW(L"FAKE_TOOL_LINE_LOG", nullptr);
@@ -139,7 +147,8 @@ TEST(WindowsExport, RunsTheSdkToolUnderAPathWithBlanksOnFilesWithWideNamesWithTh
     SYSTEMTIME now;
     ::GetLocalTime(&now);
     EXPECT_EQ(x.substr(x.find("// GUID ") + 8 + 14, 1), "4");
-    const std::string exported = x.substr(x.find("// Exported "), x.find('\r', x.find("// Exported ")) - x.find("// Exported "));
+    const std::string exported =
+        x.substr(x.find("// Exported "), x.find('\r', x.find("// Exported ")) - x.find("// Exported "));
     EXPECT_NE(exported.find(std::to_string(now.wYear)), std::string::npos) << exported;
     fs::remove(platform::systemPath(argsLog));
     fs::remove(platform::systemPath(lineLog));
@@ -164,7 +173,9 @@ TEST(WindowsBoxes, ShowAWindowWhenAPersonIsThereAndPrintOtherwise) {
             shown = t;
             ::PostMessageW(box, WM_COMMAND, IDOK, 0);
         },
-        [&] { platform::WindowsBoxes(true).show(text, "Tarnvale box test", platform::BoxIcon::Information); }));
+        [&] {
+            platform::WindowsBoxes(true).show(text, "Tarnvale box test", platform::BoxIcon::Information);
+        }));
     EXPECT_NE(shown.find(L"Please convert \u00E9"), std::wstring::npos);
 }
 

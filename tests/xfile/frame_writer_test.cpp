@@ -16,10 +16,12 @@ TEST(FrameWriter, FrameTreeGolden) {
     door->setMatrix({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 2.5f, 0, 0, 1});
     door->setFieldText(f.attachField, "abc");
     auto arm = group->addChild("Arm");
-    for (int32_t type : {7, 216, 16}) arm->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, type));
+    for (int32_t type : {7, 216, 16})
+        arm->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, type));
     arm->setFieldText(f.attachField, "123456789");
     arm->addChild("Hand")->setFieldText(f.attachField, "1234567890");
-    group->addChild("Wing L")->setFieldText(f.attachField, "\xC3\xA9\xE2\x82\xAC"); // e acute 233, the euro 128
+    group->addChild("Wing L")->setFieldText(f.attachField,
+                                            "\xC3\xA9\xE2\x82\xAC"); // e acute 233, the euro 128
     group->addChild("wing l");
     auto two = group->addChild("Two Parts"), empty = group->addChild("Empty");
     auto a = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}}), b = shapeOf({{5, 0, 0}, {6, 0, 0}, {6, 1, 0}});

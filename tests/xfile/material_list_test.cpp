@@ -55,7 +55,8 @@ TEST(MaterialList, TextureBlocksAndWarnings) {
         std::string path, fileName, fs10Name, warning;
     };
     const std::vector<Row> rows = {
-        {"C:\\tex\\wing.bmp", "wing.bmp", "WING.DDS", "Warning - WING.BMP is not a DDS file and will need converting\r"},
+        {"C:\\tex\\wing.bmp", "wing.bmp", "WING.DDS",
+         "Warning - WING.BMP is not a DDS file and will need converting\r"},
         {"tex/parts/skin.dds", "tex/parts/skin.dds", "TEX/PARTS/SKIN.DDS", ""},
         {"a.jpeg", "a.jpeg", "A.JDDS", "Warning - A.JPEG is not a DDS file and will need converting\r"},
         {"mydds", "mydds", "MYDDS", ""},
@@ -74,13 +75,17 @@ TEST(MaterialList, TextureBlocksAndWarnings) {
             EXPECT_EQ(materialBlock(f, m).find("TextureFileName"), std::string::npos);
             continue;
         }
-        EXPECT_NE(out.find(" TextureFileName {\r\n     \"" + r.fileName + "\";\r\n }\r\n DiffuseTextureFileName {\r\n"
-                           "     \"" + r.fileName + "\";\r\n }\r\nFS10Material {\r\n"),
+        EXPECT_NE(out.find(" TextureFileName {\r\n     \"" + r.fileName +
+                           "\";\r\n }\r\n DiffuseTextureFileName {\r\n"
+                           "     \"" +
+                           r.fileName + "\";\r\n }\r\nFS10Material {\r\n"),
                   std::string::npos)
             << r.path;
-        EXPECT_NE(out.find("DiffuseTextureFileName {\r\n\"" + r.fs10Name + "\";\r\n}\r\n}  // FS10Material end"),
-                  std::string::npos)
-            << r.path << "\n" << out;
+        EXPECT_NE(
+            out.find("DiffuseTextureFileName {\r\n\"" + r.fs10Name + "\";\r\n}\r\n}  // FS10Material end"),
+            std::string::npos)
+            << r.path << "\n"
+            << out;
         EXPECT_EQ(f.status, r.warning) << r.path;
     }
 }

@@ -37,7 +37,8 @@ TEST(MeshWriter, FansPairsNormalsAndTheTextureShift) {
                  addFace(*s, m, corners);
              return s;
          },
-         {"6;  // ***** m has  6 faces\r\n 3;0,1,2;,\r\n 3;1,2,3;,\r\n 3;1,3,4;,\r\n 3;0,1,2;,\r\n 3;0,2,3;,\r\n"
+         {"6;  // ***** m has  6 faces\r\n 3;0,1,2;,\r\n 3;1,2,3;,\r\n 3;1,3,4;,\r\n 3;0,1,2;,\r\n "
+          "3;0,2,3;,\r\n"
           " 3;0,3,4;;\r\n",
           "6;  //  6 faces with materials\r\n"}},
         {"a vertex no polygon uses is written and counted",
@@ -56,9 +57,15 @@ TEST(MeshWriter, FansPairsNormalsAndTheTextureShift) {
          },
          {"5;  // m has  5  normals\r\n", "1;     // m 1  faces with normals\r\n 3;4,3,2;;\r\n"}},
         {"no shift", shifted(0.5f), {"uv pairs\r\n0.50; 0.25;,\r\n0.00; 0.50;,\r\n1.50; 1.00;;\r\n"}},
-        {"-0.5 raises u by 1", shifted(-0.5f), {"uv pairs\r\n0.50; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
-        {"-1.0 raises u by 1", shifted(-1.0f), {"uv pairs\r\n0.00; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
-        {"-1.5 raises u by 2", shifted(-1.5f), {"uv pairs\r\n0.50; 0.25;,\r\n2.00; 0.50;,\r\n3.50; 1.00;;\r\n"}},
+        {"-0.5 raises u by 1",
+         shifted(-0.5f),
+         {"uv pairs\r\n0.50; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
+        {"-1.0 raises u by 1",
+         shifted(-1.0f),
+         {"uv pairs\r\n0.00; 0.25;,\r\n1.00; 0.50;,\r\n2.50; 1.00;;\r\n"}},
+        {"-1.5 raises u by 2",
+         shifted(-1.5f),
+         {"uv pairs\r\n0.50; 0.25;,\r\n2.00; 0.50;,\r\n3.50; 1.00;;\r\n"}},
         {"cockpit polygons move to the end with v mirrored, then shifted",
          [&](XFileFixture& f) {
              auto vc = makeMaterial({1, 1, 1, 1}, 10, "vc");
@@ -73,14 +80,15 @@ TEST(MeshWriter, FansPairsNormalsAndTheTextureShift) {
          // The plain polygon, then the two copies in their old order. Position 1 is
          // first used by the plain polygon, so its mirrored pair gets a record of
          // its own (6). v of 0.25 mirrored and shifted by 1 is 0.75; the unmarked rise by 1.
-         {" 3;1,4,5;,\r\n 3;0,6,2;,\r\n 3;0,2,3;;\r\n", "3;  //  3 faces with materials\r\n0,\r\n1,\r\n1;\r\n",
-          "Material mtl_m_0 {\r\n1.00", "7;      //  7  uv pairs\r\n0.00; 0.75;,\r\n1.00; 1.25;,\r\n",
-          "1.00; 0.75;;\r\n"}},
+         {" 3;1,4,5;,\r\n 3;0,6,2;,\r\n 3;0,2,3;;\r\n",
+          "3;  //  3 faces with materials\r\n0,\r\n1,\r\n1;\r\n", "Material mtl_m_0 {\r\n1.00",
+          "7;      //  7  uv pairs\r\n0.00; 0.75;,\r\n1.00; 1.25;,\r\n", "1.00; 0.75;;\r\n"}},
     };
     for (const Row& r : rows) {
         XFileFixture f;
         const std::string out = f.mesh(r.make(f), "m");
-        for (const auto& s : r.present) EXPECT_NE(out.find(s), std::string::npos) << r.what << ": " << s;
+        for (const auto& s : r.present)
+            EXPECT_NE(out.find(s), std::string::npos) << r.what << ": " << s;
     }
 }
 
@@ -100,7 +108,7 @@ TEST(FrameWriter, MeshWithoutTrianglesFailsAtTheMaterialListAndTheMergeShapeGoes
 
 // Records every progress report.
 class RecordingProgress : public platform::Progress {
-public:
+  public:
     std::vector<double> shares;
     void report(const std::string& stage, double share) override {
         EXPECT_EQ(stage, "Creating X file");
@@ -112,7 +120,8 @@ TEST(Progress, XFileReportsRiseThroughTheMeshToTheEnd) {
     XFileFixture f;
     auto node = f.scene->root()->addChild("Big");
     auto s = shapeOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}});
-    for (int i = 0; i < 100; ++i) addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
+    for (int i = 0; i < 100; ++i)
+        addFace(*s, makeMaterial({1, 1, 1, 1}, 10), {0, 1, 2});
     node->AddShape(s);
     f.scene->root()->addChild("Small");
     RecordingProgress progress;

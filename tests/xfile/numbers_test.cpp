@@ -12,18 +12,37 @@ namespace {
 
 TEST(FormatNumber, MaskRowsAndNonFiniteValues) {
     const std::pair<float, const char*> rows[] = {
-        {0.0f, "0.00"}, {1.0f, "1.00"}, {0.5f, "0.50"}, {-1.25f, "-1.25"}, {0.1234567f, "0.123457"},
-        {0.0000001f, "0.00"}, {1000000.0f, "1000000.00"}, {-2.5f, "-2.50"}, {200.0f, "200.00"}, {0.98f, "0.98"},
+        {0.0f, "0.00"},
+        {1.0f, "1.00"},
+        {0.5f, "0.50"},
+        {-1.25f, "-1.25"},
+        {0.1234567f, "0.123457"},
+        {0.0000001f, "0.00"},
+        {1000000.0f, "1000000.00"},
+        {-2.5f, "-2.50"},
+        {200.0f, "200.00"},
+        {0.98f, "0.98"},
         {-0.0f, "0.00"},
         // Seven significant digits, not the binary value.
-        {1.1f, "1.10"}, {123456.7f, "123456.70"}, {0.1f, "0.10"}, {16777217.0f, "16777220.00"},
-        {1e10f, "10000000000.00"}, {3.4e38f, "340000000000000000000000000000000000000.00"},
+        {1.1f, "1.10"},
+        {123456.7f, "123456.70"},
+        {0.1f, "0.10"},
+        {16777217.0f, "16777220.00"},
+        {1e10f, "10000000000.00"},
+        {3.4e38f, "340000000000000000000000000000000000000.00"},
         // Half away from zero at the sixth decimal, after the seven-digit step.
-        {2.5e-6f, "0.000003"}, {-2.5e-6f, "-0.000003"}, {5e-7f, "0.000001"}, {1.5e-6f, "0.000002"},
-        {0.0000004f, "0.00"}, {-0.0000001f, "-0.00"}, {1.2345675f, "1.234568"}, {9.9999999f, "10.00"},
+        {2.5e-6f, "0.000003"},
+        {-2.5e-6f, "-0.000003"},
+        {5e-7f, "0.000001"},
+        {1.5e-6f, "0.000002"},
+        {0.0000004f, "0.00"},
+        {-0.0000001f, "-0.00"},
+        {1.2345675f, "1.234568"},
+        {9.9999999f, "10.00"},
         {0.9999995f, "1.00"},
     };
-    for (auto [value, text] : rows) EXPECT_EQ(pFormatNumber(value), text) << "value " << value;
+    for (auto [value, text] : rows)
+        EXPECT_EQ(pFormatNumber(value), text) << "value " << value;
     EXPECT_THROW(pFormatNumber(std::nanf("")), Failure);
     EXPECT_THROW(pFormatNumber(INFINITY), Failure);
 }
@@ -63,7 +82,9 @@ TEST(FormatNumber, IgnoresTheLocale) {
 }
 
 TEST(CleanName, LowersAndReplacesBlanksAndQuestionMarks) {
-    for (auto [name, clean] : {std::pair{"My Plane?", "my_plane_"}, {"Wing Left", "wing_left"}, {"A-b.C#1", "a-b.c#1"},
+    for (auto [name, clean] : {std::pair{"My Plane?", "my_plane_"},
+                               {"Wing Left", "wing_left"},
+                               {"A-b.C#1", "a-b.c#1"},
                                {"\xC3\x84RA", "\xC3\xA4ra"}}) // upper-case A with diaeresis
         EXPECT_EQ(pCleanName(name), clean);
 }

@@ -18,7 +18,8 @@ TEST(SkinWeights, ExportBlockGoldenFromTheScenesWeights) {
     auto ctx = f.context();
     xfile::XFileExporter(ctx).pFindSkins(f.scene->root());
     ASSERT_EQ(f.bones.size(), 1u);
-    std::string out = f.written([&](xfile::XFileExporter&, platform::TextSink& s) { f.bones[0]->Export(s, "panel"); });
+    std::string out =
+        f.written([&](xfile::XFileExporter&, platform::TextSink& s) { f.bones[0]->Export(s, "panel"); });
     EXPECT_EQ(crlf({"MeshSkinWeights {       // Mesh skin weights for panel", " 2 ;", "               1 ;",
                     "                            \"arm\",        0.75;", "               0 ;",
                     "} // End mesh skin weights panel"}),
@@ -62,7 +63,8 @@ TEST(SkinWeights, RecordsFollowTheMergeAndTheMeshArrays) {
         EXPECT_EQ(mesh.weights[offset + 2], many) << offset;
         EXPECT_TRUE(mesh.weights[offset + 3].empty()) << offset;
     }
-    for (int v = 4; v < 7; ++v) EXPECT_TRUE(mesh.weights[v].empty()) << v; // the unskinned shape's
+    for (int v = 4; v < 7; ++v)
+        EXPECT_TRUE(mesh.weights[v].empty()) << v; // the unskinned shape's
     // The splits carry their positions' weights.
     EXPECT_EQ(mesh.weights[11], mesh.weights[1]);
     EXPECT_EQ(mesh.weights[12], mesh.weights[8]);
@@ -77,11 +79,13 @@ GltfBuilder skinnedScene() {
     GltfBuilder b;
     const float h = std::sqrt(0.5f);
     int tip = b.node({{"name", "tip"}, {"translation", {0, 2, 0}}}, false);
-    int rig = b.node({{"name", "rig"}, {"translation", {0, 0, 5}}, {"rotation", {0, 0, h, h}}, {"children", {tip}}});
+    int rig = b.node(
+        {{"name", "rig"}, {"translation", {0, 0, 5}}, {"rotation", {0, 0, h, h}}, {"children", {tip}}});
     int mesh = b.triangles({0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0}, {0, 1, 2, 2, 1, 3});
     json& prim = b.doc["meshes"][mesh]["primitives"][0];
     prim["attributes"]["JOINTS_0"] = b.bytes({0, 1, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}, "VEC4", false);
-    prim["attributes"]["WEIGHTS_0"] = b.bytes({51, 51, 51, 51, 255, 0, 0, 0, 0, 0, 0, 0, 128, 127, 0, 0}, "VEC4", true);
+    prim["attributes"]["WEIGHTS_0"] =
+        b.bytes({51, 51, 51, 51, 255, 0, 0, 0, 0, 0, 0, 0, 128, 127, 0, 0}, "VEC4", true);
     prim["attributes"]["JOINTS_1"] = b.bytes({1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "VEC4", false);
     prim["attributes"]["WEIGHTS_1"] = b.floats({0.2f, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "VEC4");
     b.doc["skins"] = json::array({{{"joints", {rig, tip}}}});
@@ -126,7 +130,8 @@ TEST(SkinWeights, GltfSkinsReachTheBlockInTheirBindPose) {
             for (int c = 0; c < 3; ++c) {
                 const auto& p = mesh.positions[v];
                 const double world = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
-                EXPECT_NEAR(world, c ? glTF[v][c] : -glTF[v][c], 0.02) << node.name << " vertex " << v << " axis " << c;
+                EXPECT_NEAR(world, c ? glTF[v][c] : -glTF[v][c], 0.02)
+                    << node.name << " vertex " << v << " axis " << c;
             }
     }
 }
@@ -139,12 +144,14 @@ Matrix16 rows(const std::array<double, 4>& q, const std::array<double, 3>& t) {
                             {2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y)}};
     Matrix16 m{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, float(t[0]), float(t[1]), float(t[2]), 1};
     for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) m[i * 4 + j] = static_cast<float>(r[j][i]);
+        for (int j = 0; j < 3; ++j)
+            m[i * 4 + j] = static_cast<float>(r[j][i]);
     return m;
 }
 std::array<double, 3> through(const std::array<double, 3>& p, const Matrix16& m) {
     std::array<double, 3> out{};
-    for (int c = 0; c < 3; ++c) out[c] = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
+    for (int c = 0; c < 3; ++c)
+        out[c] = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
     return out;
 }
 
@@ -167,24 +174,31 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
     json& prim = b.doc["meshes"][mesh]["primitives"][0];
     prim["attributes"]["JOINTS_0"] = b.bytes({0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0}, "VEC4", false);
     prim["attributes"]["WEIGHTS_0"] = b.floats({1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0.5f, 0, 0}, "VEC4");
-    b.doc["skins"] = json::array({{{"joints", {upper, lower}},
-                                   {"inverseBindMatrices", b.floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0,
-                                                                     0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1, 0, 1}, "MAT4")}}});
+    b.doc["skins"] =
+        json::array({{{"joints", {upper, lower}},
+                      {"inverseBindMatrices", b.floats({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0,  0, 1,
+                                                        1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1, 0, 1},
+                                                       "MAT4")}}});
     b.node({{"name", "arm"}, {"mesh", mesh}, {"skin", 0}});
     std::vector<float> upperKeys, lowerKeys, lowerPlaces;
     for (int k = 0; k < 3; ++k) {
-        for (double c : about(2, upperTurn[k])) upperKeys.push_back(float(c));
-        for (double c : about(0, lowerTurn[k])) lowerKeys.push_back(float(c));
+        for (double c : about(2, upperTurn[k]))
+            upperKeys.push_back(float(c));
+        for (double c : about(0, lowerTurn[k]))
+            lowerKeys.push_back(float(c));
         lowerPlaces.insert(lowerPlaces.end(), {0, float(lowerAt[k]), 0});
     }
-    b.animation("bend", {{upper, "rotation", {0, 1, 2}, upperKeys, "LINEAR"}, {lower, "rotation", {0, 1, 2}, lowerKeys, "LINEAR"},
+    b.animation("bend", {{upper, "rotation", {0, 1, 2}, upperKeys, "LINEAR"},
+                         {lower, "rotation", {0, 1, 2}, lowerKeys, "LINEAR"},
                          {lower, "translation", {0, 1, 2}, lowerPlaces, "LINEAR"}});
     Rig rig;
-    writeFile(rig.pluginFolder + "/modeldef.xml", R"(<ModelInfo><Animation name="upper"/><Animation name="lower"/></ModelInfo>)");
+    writeFile(rig.pluginFolder + "/modeldef.xml",
+              R"(<ModelInfo><Animation name="upper"/><Animation name="lower"/></ModelInfo>)");
     rig.scene = gltf::readScene(b.saveGlb(rig.dir.file("arm.glb"))).scene;
     rig.exportTo(*rig.plugin(), rig.dir.file("arm.x"));
     const std::vector<XFrame> frames = XReader(readFile(rig.dir.file("arm.x"))).frames();
-    const XFrame &xUpper = frames.at(0).children.at(0), &xLower = xUpper.children.at(0), &xArm = frames[0].children.at(1);
+    const XFrame &xUpper = frames.at(0).children.at(0), &xLower = xUpper.children.at(0),
+                 &xArm = frames[0].children.at(1);
     ASSERT_EQ(xUpper.name + xLower.name + xArm.name, "frm-upperfrm-lowerfrm-arm");
     // The keys of each part's streams: data per key, as the file has them.
     platform::XmlDocument xanim;
@@ -193,7 +207,8 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
     for (const auto& stream : xanim.select("AnimLib/Anim/AnimStream"))
         for (const auto& key : stream.select("Keyframe")) {
             auto& d = keys[*stream.attribute("partName") + " " + *stream.attribute("name")].emplace_back();
-            std::sscanf(key.attribute("data").value_or("").c_str(), "%lf;%lf;%lf;%lf", &d[0], &d[1], &d[2], &d[3]);
+            std::sscanf(key.attribute("data").value_or("").c_str(), "%lf;%lf;%lf;%lf", &d[0], &d[1], &d[2],
+                        &d[3]);
         }
     auto matrix = [](const XFrame& f) {
         Matrix16 m;
@@ -208,11 +223,13 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
             std::copy(turned.begin(), turned.begin() + 12, m.begin());
         }
         if (auto p = keys.find(part + " Position"); p != keys.end())
-            for (int c = 0; c < 3; ++c) m[12 + c] += static_cast<float>(p->second.at(k)[c]);
+            for (int c = 0; c < 3; ++c)
+                m[12 + c] += static_cast<float>(p->second.at(k)[c]);
         return m;
     };
     auto mirrored = [](Matrix16 m) { // glTF's frame to the file's: x mirrored
-        for (int i : {1, 2, 3, 4, 8, 12}) m[i] = -m[i];
+        for (int i : {1, 2, 3, 4, 8, 12})
+            m[i] = -m[i];
         return m;
     };
     const Matrix16 staticUpper = matrix(xUpper), staticLower = scene::multiply(matrix(xLower), staticUpper),
@@ -225,8 +242,10 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
         const Matrix16 xUpperWorld = keyed(xUpper, "upper", k);
         const Matrix16 xLowerWorld = scene::multiply(keyed(xLower, "lower", k), xUpperWorld);
         for (int i = 0; i < 16; ++i) {
-            EXPECT_NEAR(xUpperWorld[i], mirrored(gUpper)[i], 1e-4) << "upper at key " << k << ", element " << i;
-            EXPECT_NEAR(xLowerWorld[i], mirrored(gLower)[i], 1e-4) << "lower at key " << k << ", element " << i;
+            EXPECT_NEAR(xUpperWorld[i], mirrored(gUpper)[i], 1e-4)
+                << "upper at key " << k << ", element " << i;
+            EXPECT_NEAR(xLowerWorld[i], mirrored(gLower)[i], 1e-4)
+                << "lower at key " << k << ", element " << i;
         }
         // Each skinned vertex: its joints' moves since the file's pose, by weight.
         // A vertex of one joint follows it exactly; one blended between joints is
@@ -234,14 +253,19 @@ TEST(SkinWeights, AnArmWhoseRestIsNotItsFirstKeyMovesAsInGltf) {
         for (size_t v = 0; v < 3; ++v) {
             if (k > 0 && skin.weights.at(v).size() > 1) continue;
             std::array<double, 3> x{}, g{};
-            const std::array<double, 3> p = through({skin.positions[v][0], skin.positions[v][1], skin.positions[v][2]}, armWorld);
+            const std::array<double, 3> p =
+                through({skin.positions[v][0], skin.positions[v][1], skin.positions[v][2]}, armWorld);
             for (const auto& [bone, w] : skin.weights.at(v)) {
                 const bool up = bone == "upper";
-                const auto moved = through(through(p, scene::inverse(up ? staticUpper : staticLower)), up ? xUpperWorld : xLowerWorld);
-                const auto posed = through({-bind[v][0], bind[v][1] - (up ? 0 : 1), bind[v][2]}, mirrored(up ? gUpper : gLower));
-                for (int c = 0; c < 3; ++c) x[c] += w * moved[c], g[c] += w * posed[c];
+                const auto moved = through(through(p, scene::inverse(up ? staticUpper : staticLower)),
+                                           up ? xUpperWorld : xLowerWorld);
+                const auto posed = through({-bind[v][0], bind[v][1] - (up ? 0 : 1), bind[v][2]},
+                                           mirrored(up ? gUpper : gLower));
+                for (int c = 0; c < 3; ++c)
+                    x[c] += w * moved[c], g[c] += w * posed[c];
             }
-            for (int c = 0; c < 3; ++c) EXPECT_NEAR(x[c], g[c], 1e-3) << "vertex " << v << " at key " << k << ", axis " << c;
+            for (int c = 0; c < 3; ++c)
+                EXPECT_NEAR(x[c], g[c], 1e-3) << "vertex " << v << " at key " << k << ", axis " << c;
         }
     }
 }
@@ -268,7 +292,8 @@ TEST(SkinWeights, JointsOutsideTheExportedGroupAreLeftOut) {
     EXPECT_EQ(left.bones, std::vector<std::string>{"outer"});
     EXPECT_EQ(left.vertices, 1u);
     std::string kept;
-    for (const VertexWeight& w : shape->GetVertexWeights()) kept += std::to_string(w.vertex) + w.bone->GetName() + std::to_string(w.weight) + " ";
+    for (const VertexWeight& w : shape->GetVertexWeights())
+        kept += std::to_string(w.vertex) + w.bone->GetName() + std::to_string(w.weight) + " ";
     EXPECT_EQ(kept, "0inner0.750000 2inner1.000000 ");
 }
 
@@ -278,14 +303,16 @@ TEST(SkinWeights, EmptyRecordAndBadEntries) {
     XFileFixture f;
     xfile::ObjectBones record;
     record.Add(std::make_shared<scene::MemoryShape>());
-    EXPECT_EQ(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { record.Export(s, "e"); }),
-              "MeshSkinWeights {       // Mesh skin weights for e\r\n 0 ;\r\n} // End mesh skin weights e\r\n");
+    EXPECT_EQ(
+        f.written([&](xfile::XFileExporter&, platform::TextSink& s) { record.Export(s, "e"); }),
+        "MeshSkinWeights {       // Mesh skin weights for e\r\n 0 ;\r\n} // End mesh skin weights e\r\n");
     EXPECT_THROW(record.Item(1), Failure);
     // A record of vertices none of which is asked for writes a line for each.
     xfile::ObjectBones two;
     two.Add(shapeOf({{0, 0, 0}, {1, 0, 0}}));
     EXPECT_EQ(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { two.Export(s, "t"); }),
-              "MeshSkinWeights {       // Mesh skin weights for t\r\n 2 ;\r\n               0 ;\r\n               0 ;\r\n"
+              "MeshSkinWeights {       // Mesh skin weights for t\r\n 2 ;\r\n               0 ;\r\n          "
+              "     0 ;\r\n"
               "} // End mesh skin weights t\r\n");
     EXPECT_THROW(two.Item(3), Failure);
     xfile::PointBones p;
@@ -301,7 +328,8 @@ TEST(SkinWeights, EmptyRecordAndBadEntries) {
     shape->positions().push_back({});
     one.Add(shape);
     one.Item(1).Add(nullptr, 1);
-    EXPECT_THROW(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { one.Export(s, "e"); }), Failure);
+    EXPECT_THROW(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { one.Export(s, "e"); }),
+                 Failure);
 }
 
 // One record per mesh shape, however often it is used; bones are no meshes. The
@@ -313,7 +341,8 @@ TEST(SkinWeights, FindSkinsGivesOneRecordPerMeshShapeAndTheMergeMatchesNone) {
     auto a = f.scene->root()->addChild("a");
     a->AddShape(shared);
     a->addChild("b")->AddShape(shared);
-    f.scene->root()->addChild("bone")->AddShape(std::make_shared<scene::MemoryShape>(scene::kGeometryOther, 16));
+    f.scene->root()->addChild("bone")->AddShape(
+        std::make_shared<scene::MemoryShape>(scene::kGeometryOther, 16));
     f.scene->root()->addChild("empty")->addChild("deep")->AddShape(shapeOf({{0, 0, 0}}));
     auto ctx = f.context();
     xfile::XFileExporter(ctx).pFindSkins(f.scene->root());
@@ -329,7 +358,7 @@ TEST(SkinWeights, FindSkinsGivesOneRecordPerMeshShapeAndTheMergeMatchesNone) {
 
 // A shape whose type cannot be read.
 class FailingShape : public scene::MemoryShape {
-public:
+  public:
     int32_t GetTypeCode() override { throw Failure(err::kInvalidCall, "the host failed"); }
 };
 

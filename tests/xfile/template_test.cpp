@@ -9,10 +9,12 @@ TEST(Template, LinesAndTokens) {
         std::string in, out;
     };
     const std::vector<Row> rows = {
-        {"lines without a known token are copied", "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n",
+        {"lines without a known token are copied",
+         "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n",
          "plain\r\none # hash\r\ntwo ## hashes\r\n#Name# and #foo#\r\n"},
         {"tokens keep head and tail", "A #name# B\r\n<#guid#>\r\nx#datetime#y\r\n",
-         "A my_plane_ B\r\n<0123ABCD-0A0B-4C0D-8E0F-010203040506>\r\nxMonday, 23 November 2026 08:30:00y\r\n"},
+         "A my_plane_ B\r\n<0123ABCD-0A0B-4C0D-8E0F-010203040506>\r\nxMonday, 23 November 2026 "
+         "08:30:00y\r\n"},
         {"only the first token of a line is replaced", "#name# #guid#\r\n#guid##name#\r\n",
          "my_plane_ #guid#\r\n0123ABCD-0A0B-4C0D-8E0F-010203040506#name#\r\n"},
         {"the metre factor", "s=#toM#;\r\n", "s=1.00;\r\n"},
@@ -65,7 +67,8 @@ TEST(Template, LodGroupWritesEveryLodSiblingWithAValue) {
 
 TEST(Template, LodGroupWithoutParentFailsAtGetChildren) {
     XFileFixture f;
-    auto orphan = std::make_shared<scene::MemoryObject>("ship_LOD_0", std::make_shared<scene::FieldRegistry>());
+    auto orphan =
+        std::make_shared<scene::MemoryObject>("ship_LOD_0", std::make_shared<scene::FieldRegistry>());
     f.exportGroup = orphan;
     writeFile(f.templateFile, "head\r\n#scene#\r\ntail\r\n");
     auto ctx = f.context();

@@ -26,7 +26,7 @@ struct XFrame {
 };
 
 class XReader {
-public:
+  public:
     explicit XReader(const std::string& text) {
         // Words, numbers, quoted strings and braces; separators and comments go.
         const std::regex token(R"(//[^\n]*|"[^"]*"|[{}]|[^\s;,{}"]+)");
@@ -45,7 +45,7 @@ public:
         return roots;
     }
 
-private:
+  private:
     // A block of the file: its type, name, the data between its braces, its blocks.
     struct Block {
         std::string type, name;
@@ -73,7 +73,8 @@ private:
         XFrame f{b.name, {}, {}, {}};
         for (const Block& c : b.children) {
             if (c.type == "FrameTransformMatrix")
-                for (size_t i = 0; i < 16; ++i) f.matrix[i] = std::stod(c.data.at(i));
+                for (size_t i = 0; i < 16; ++i)
+                    f.matrix[i] = std::stod(c.data.at(i));
             if (c.type == "Mesh") f.meshes.push_back(mesh(c));
             if (c.type == "Frame") f.children.push_back(frame(c));
         }
@@ -85,11 +86,13 @@ private:
         size_t at = 0;
         auto number = [&] { return std::stod(b.data.at(at++)); };
         v.resize(static_cast<size_t>(number()));
-        for (auto& p : v) p = {number(), number(), number()};
+        for (auto& p : v)
+            p = {number(), number(), number()};
         f.resize(static_cast<size_t>(number()));
         for (auto& face : f) {
             face.resize(static_cast<size_t>(number()));
-            for (int& i : face) i = static_cast<int>(number());
+            for (int& i : face)
+                i = static_cast<int>(number());
         }
     }
     static XMesh mesh(const Block& b) {

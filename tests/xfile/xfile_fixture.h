@@ -23,8 +23,10 @@ struct XFileFixture {
     platform::Workers workers{3, 1};
 
     xfile::XFileContext context() {
-        return {templateFile, exportGroup, sceneGraph, friendlyName, guid, bones, materialField, attachField,
-                [this](const std::string& t) { status += t; }, clock, nullptr, &workers};
+        return {templateFile,  exportGroup, sceneGraph,
+                friendlyName,  guid,        bones,
+                materialField, attachField, [this](const std::string& t) { status += t; },
+                clock,         nullptr,     &workers};
     }
 
     // Expands `templateText` for `group` and gives the output file's bytes.
@@ -38,8 +40,7 @@ struct XFileFixture {
     }
 
     // Runs `write` on an open sink (of part.x) and gives what it wrote.
-    template <typename Write>
-    std::string written(Write write) {
+    template <typename Write> std::string written(Write write) {
         auto ctx = context();
         xfile::XFileExporter x(ctx);
         platform::TextSink sink;
@@ -51,7 +52,8 @@ struct XFileFixture {
     }
 
     std::string mesh(const SGShapePtr& shape, const std::string& name) {
-        return written([&](xfile::XFileExporter& x, platform::TextSink& s) { x.pWriteMesh(shape, s, name, nullptr); });
+        return written(
+            [&](xfile::XFileExporter& x, platform::TextSink& s) { x.pWriteMesh(shape, s, name, nullptr); });
     }
 
     // One frame tree written on its own, with `root` as the export group.
@@ -61,7 +63,8 @@ struct XFileFixture {
     }
 };
 
-inline std::shared_ptr<scene::MemoryMaterial> makeMaterial(Rgba diffuse, float power, const std::string& name = "m") {
+inline std::shared_ptr<scene::MemoryMaterial> makeMaterial(Rgba diffuse, float power,
+                                                           const std::string& name = "m") {
     auto m = std::make_shared<scene::MemoryMaterial>();
     m->name = name;
     m->diffuse = diffuse;
@@ -82,7 +85,8 @@ inline std::shared_ptr<scene::MemoryShape> shapeOf(const std::vector<Vec3>& posi
 
 inline void addFace(scene::MemoryShape& s, const SGMaterialPtr& m, std::initializer_list<int> vertices) {
     std::vector<scene::MemoryShape::Corner> c;
-    for (int v : vertices) c.push_back({v, 0, v});
+    for (int v : vertices)
+        c.push_back({v, 0, v});
     s.addPolygon(m, c);
 }
 
