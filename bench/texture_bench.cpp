@@ -54,14 +54,13 @@ void BM_TexturesFour4096(benchmark::State& state) {
         names.push_back(texture::ddsName(s.name));
     const fs::path out = fs::temp_directory_path() / "tarnvale-texture-bench-out";
     fs::create_directories(out);
+    platform::Workers workers(static_cast<unsigned>(state.range(0)));
     for (auto _ : state) {
-        const auto outcomes =
-            texture::writeTextures(names, sources, {out.string(), "", static_cast<unsigned>(state.range(0))});
+        const auto outcomes = texture::writeTextures(names, sources, {out.string(), ""}, &workers);
         for (const auto& o : outcomes)
             if (o.kind != texture::Outcome::Written) state.SkipWithError(o.reason.c_str());
     }
-    state.counters["threads"] =
-        static_cast<double>(state.range(0) ? state.range(0) : std::thread::hardware_concurrency());
+    state.counters["threads"] = workers.count();
 }
 
 } // namespace

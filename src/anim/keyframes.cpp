@@ -1,5 +1,6 @@
 // pExportAnimObject: keyframes of each animated part into AnimStream elements.
 #include "anim/anim.h"
+#include "platform/names.h"
 #include "platform/number_text.h"
 #include "xfile/xfile.h"
 
@@ -104,7 +105,7 @@ void XAnimExporter::pExportAnimObject(XmlElement root, const SGObjectPtr& object
 
 void XAnimExporter::exportOwnAnimation(XmlElement root, const SGObjectPtr& object,
                                        const std::vector<KeyRecord>& keys) {
-    const std::string partName = xfile::pCleanName(object->GetName());
+    const std::string partName = platform::pCleanName(object->GetName());
     XmlElement definition = pFindAnimationDef(partName);
     XmlElement anim = pGetAnim(definition, root);
     float L = leadingNumber(anim.attribute("length").value_or(""));

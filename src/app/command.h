@@ -13,6 +13,10 @@
 #include <optional>
 #include <string>
 
+namespace tarnvale::shell {
+class ExportDialogs;
+}
+
 namespace tarnvale::app {
 
 enum ExitCode : int {
@@ -147,11 +151,35 @@ struct MaterialOptions {
     std::string to = {};     // the .FSXMat file save writes
 };
 
-int runExport(const ExportOptions& options);
-// After an export: the X file's DDS textures into options.textures, a line each
-// on standard output, what was skipped or failed on standard error.
-int writeTextures(const ExportOptions& options, const std::vector<gltf::SourceImage>& images,
+// The windows an export shows (--gui): its boxes and its dialog; where one is
+// none, the console's stands in.
+struct ExportWindows {
+    platform::MessageBoxes* boxes = nullptr;
+    shell::ExportDialogs* dialogs = nullptr;
+};
+
+// Reads the scene, checks it first with --check, exports the group through the
+// plug-in and converts the textures with --textures; gives the exit code, from
+// how the export ended.
+int runExport(const ExportOptions& options, const ExportWindows& windows = {});
+// After an export: the DDS files it named (ddsNames) into options.textures, a
+// line each on standard output, what was skipped or failed on standard error.
+int writeTextures(const ExportOptions& options, const std::vector<std::string>& ddsNames,
+                  const std::vector<gltf::SourceImage>& images, platform::Workers* workers = nullptr,
                   JsonReport* report = nullptr);
+
+// The command line as given, and the plug-in folder it settled on: what a run
+// in windows needs to start the same command in the helper that shows them.
+struct WindowedRun {
+    int argc;
+    char** argv;
+    bool pluginDirGiven;
+    std::string pluginDir;
+};
+// Runs material edit (exportOptions none) or export --gui with the windows of
+// this build: Qt here, the Qt helper tarnvale-qt, Win32, or none (then says why
+// and gives exit 2).
+int runInWindows(const WindowedRun& run, const MaterialOptions& material, const ExportOptions* exportOptions);
 // Each material (or one): its name, its field's text, the text form of the record
 // the export derives and the FS10Material block it would write.
 int runMaterialShow(const MaterialOptions& options, std::FILE* out);

@@ -45,9 +45,6 @@ struct Frame {
     std::vector<KeyRecord> keys;
 };
 
-bool hasLodWord(const std::string& name) {
-    return platform::upperCase(name).find("LOD_") != std::string::npos;
-}
 bool shownAsLod(MemoryObject& node) {
     return std::nearbyint(node.GetNodeValue()) != 0;
 }
@@ -96,7 +93,7 @@ void addFrames(Context& c, MemoryObject& root) {
         stack.pop_back();
         Frame f;
         f.node = node;
-        f.x = xfile::pCleanName(node->GetName());
+        f.x = platform::pCleanName(node->GetName());
         const bool mirrors = scene::mirrors(node->GetRelativeMatrix(nullptr, 0));
         f.mirrorStarts = mirrors && !parentMirrors;
         auto addMaterial = [&f](const std::shared_ptr<MemoryMaterial>& m) {
@@ -138,9 +135,9 @@ void addFrames(Context& c, MemoryObject& root) {
 void collect(Context& c) {
     MemoryObject& group = *c.subject.group;
     auto parent = std::dynamic_pointer_cast<MemoryObject>(group.GetParent());
-    if (hasLodWord(group.GetName()) && parent) {
+    if (platform::isLevelOfDetail(group.GetName()) && parent) {
         for (const auto& child : parent->children())
-            if (hasLodWord(child->GetName()) && shownAsLod(*child)) addFrames(c, *child);
+            if (platform::isLevelOfDetail(child->GetName()) && shownAsLod(*child)) addFrames(c, *child);
     } else {
         addFrames(c, group);
     }
@@ -470,18 +467,18 @@ void textureNotDds(Context& c, const Rule& r) {
 template <typename Each> void eachLodSibling(Context& c, Each&& each) {
     MemoryObject& group = *c.subject.group;
     auto parent = std::dynamic_pointer_cast<MemoryObject>(group.GetParent());
-    if (!hasLodWord(group.GetName()) || !parent) return;
+    if (!platform::isLevelOfDetail(group.GetName()) || !parent) return;
     for (const auto& child : parent->children()) {
         Frame f;
         f.node = child.get();
-        f.x = xfile::pCleanName(child->GetName());
+        f.x = platform::pCleanName(child->GetName());
         each(f);
     }
 }
 
 void lodGap(Context& c, const Rule& r) {
     eachLodSibling(c, [&](const Frame& f) {
-        if (hasLodWord(f.node->GetName()) && !shownAsLod(*f.node))
+        if (platform::isLevelOfDetail(f.node->GetName()) && !shownAsLod(*f.node))
             c.add(r, &f, nullptr,
                   "this level of detail is hidden, so the export leaves it out and the levels have "
                   "a gap: show it, or remove it");
@@ -490,7 +487,7 @@ void lodGap(Context& c, const Rule& r) {
 
 void lodSibling(Context& c, const Rule& r) {
     eachLodSibling(c, [&](const Frame& f) {
-        if (!hasLodWord(f.node->GetName()) && shownAsLod(*f.node))
+        if (!platform::isLevelOfDetail(f.node->GetName()) && shownAsLod(*f.node))
             c.add(r, &f, nullptr,
                   "it stands beside the levels of detail without LOD_ in its name, so the export of "
                   "the levels leaves it out: move it into each level, or hide it");

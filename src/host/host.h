@@ -17,6 +17,8 @@ class Failure : public std::runtime_error {
   public:
     Failure(int32_t number, const std::string& description)
         : std::runtime_error(description), number_(number) {}
+    // A failure with no pending error: the handler shows the stage text alone.
+    static Failure withoutPendingError() { return Failure(0, ""); }
     int32_t number() const { return number_; }
     std::string description() const { return what(); }
 

@@ -82,6 +82,9 @@ class FS10Material {
     // Writes the FS10Material block; gives the warnings (empty as a rule). The
     // texture name fields hold the written names afterwards.
     std::string Output(platform::TextSink& file);
+    // The texture names that are set, in the order Output writes their blocks
+    // (after Output: as written).
+    std::vector<std::string> textureNames() const;
     // From the host's older flat material.
     void Create(const SGStatePtr& m, int32_t fieldId);
     // From a host material: colours, blend, power, textures, then the custom field.

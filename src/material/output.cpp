@@ -8,6 +8,17 @@ namespace {
 
 using platform::TextSink;
 
+// The texture blocks at the record's end, in the order they are written.
+constexpr std::pair<const char*, std::string FS10Material::*> kTextureBlocks[] = {
+    {"BumpTextureFileName", &FS10Material::BumpTextureFileName},
+    {"DetailTextureFileName", &FS10Material::DetailTextureFileName},
+    {"FresnelTextureFileName", &FS10Material::FresnelTextureFileName},
+    {"DiffuseTextureFileName", &FS10Material::DiffuseTextureFileName},
+    {"SpecularTextureFileName", &FS10Material::SpecularTextureFileName},
+    {"ReflectionTextureFileName", &FS10Material::ReflectionTextureFileName},
+    {"EmissiveTextureFileName", &FS10Material::EmissiveTextureFileName},
+};
+
 std::string D(float v) {
     return FS10Material::FormatSingle(v);
 }
@@ -67,6 +78,13 @@ std::string FS10Material::NormalizeTextureName(std::string& name, std::string& w
     return name;
 }
 
+std::vector<std::string> FS10Material::textureNames() const {
+    std::vector<std::string> names;
+    for (const auto& [blockName, field] : kTextureBlocks)
+        if (!(this->*field).empty()) names.push_back(this->*field);
+    return names;
+}
+
 std::string FS10Material::Output(TextSink& file) {
     std::string warnings;
     line(file, "FS10Material {");
@@ -116,17 +134,9 @@ std::string FS10Material::Output(TextSink& file) {
     block(file, "AmbientLightScale", D(AmbientLightScale) + ";");
 
     if (bIsNNumber == 1) block(file, "NNumberTexture", N(bIsNNumber) + ";");
-    const std::pair<const char*, std::string*> textures[] = {
-        {"BumpTextureFileName", &BumpTextureFileName},
-        {"DetailTextureFileName", &DetailTextureFileName},
-        {"FresnelTextureFileName", &FresnelTextureFileName},
-        {"DiffuseTextureFileName", &DiffuseTextureFileName},
-        {"SpecularTextureFileName", &SpecularTextureFileName},
-        {"ReflectionTextureFileName", &ReflectionTextureFileName},
-        {"EmissiveTextureFileName", &EmissiveTextureFileName},
-    };
-    for (const auto& [blockName, field] : textures)
-        if (!field->empty()) block(file, blockName, inQuotes(NormalizeTextureName(*field, warnings)) + ";");
+    for (const auto& [blockName, field] : kTextureBlocks)
+        if (!(this->*field).empty())
+            block(file, blockName, inQuotes(NormalizeTextureName(this->*field, warnings)) + ";");
     line(file, "}  // FS10Material end");
     return warnings;
 }

@@ -127,6 +127,10 @@ std::string guidText(const platform::Guid& guid);
 
 // ---- The main class -------------------------------------------------------------------
 
+// How the last export ended: at the closing box, in the failure handler, or at
+// the dialog's Cancel (NotRun before any export).
+enum class ExportOutcome { NotRun, Completed, Failed, Cancelled };
+
 class Tarnvale : public PluginImportExport {
   public:
     // Reads the Template setting and locates the model definition.
@@ -153,6 +157,9 @@ class Tarnvale : public PluginImportExport {
     void pExportFSX(std::string& strOutputFile, SGObjectPtr& cgExportGroup);
     void pExportXAnim(std::string& strOutputFile, SGObjectPtr& cgExportGroup);
 
+    // How the last PluginImportExport_Export ended.
+    ExportOutcome outcome() const { return outcome_; }
+
     // Adds text to the closing box, with no separator.
     void AppendStatus(const std::string& text) { strStatus += text; }
 
@@ -175,6 +182,8 @@ class Tarnvale : public PluginImportExport {
     xfile::ObjectBonesCollection colObjectBones;
     std::string strFriendlyName;
     std::string strGuid;
+    // The DDS files the last X file names, each once, in its order.
+    std::vector<std::string> ddsNames;
 
   private:
     // Sidecar document.
@@ -186,6 +195,7 @@ class Tarnvale : public PluginImportExport {
     void runTool(const std::string& ExportFileName, const std::string& application);
 
     PlatformServices sys_;
+    ExportOutcome outcome_ = ExportOutcome::NotRun;
 };
 
 // The plain factory that stands for the component's registration.

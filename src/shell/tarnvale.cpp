@@ -43,6 +43,8 @@ void Tarnvale::PluginImportExport_Export(const std::string& ExportFileName, cons
     const std::string application =
         sys_.settings.getSetting(kApplication, kSection, "Application", "xtomdl.exe");
     strStatus.clear();
+    ddsNames.clear();
+    outcome_ = ExportOutcome::NotRun;
 
     std::string stage;
     int32_t number = 0;
@@ -63,6 +65,7 @@ void Tarnvale::PluginImportExport_Export(const std::string& ExportFileName, cons
         description = std::string("Internal error: ") + e.what();
     }
     if (number != 0) stage += "\r" + xfile::plainNumber(number) + " - " + description;
+    outcome_ = ExportOutcome::Failed;
     sys_.boxes.show(stage, "FS10 Export", platform::BoxIcon::Critical);
 }
 
@@ -88,7 +91,10 @@ void Tarnvale::exportStages(const std::string& ExportFileName, const std::string
     dialog->txtName = strFriendlyName;
     dialog->Label2 = "GUID : " + strGuid;
     dialog->Show();
-    if (dialog->bCancel) return;
+    if (dialog->bCancel) {
+        outcome_ = ExportOutcome::Cancelled;
+        return;
+    }
 
     XmlElement nameElement = xmlConfigRoot.child("FriendlyName");
     if (!nameElement) throw Failure(err::kObjectNotSet, "Object variable not set: FriendlyName");
@@ -105,7 +111,7 @@ void Tarnvale::exportStages(const std::string& ExportFileName, const std::string
     nlAnimations = xmlModelDef->select("ModelInfo/Animation");
     if (nlAnimations.size() < 2) {
         stage = "No nodes found in modeldef xml file";
-        throw Failure(0, ""); // the gate: no pending error
+        throw Failure::withoutPendingError();
     }
 
     stage = "Creating XANIM file";
@@ -117,6 +123,7 @@ void Tarnvale::exportStages(const std::string& ExportFileName, const std::string
     nlAnimations.clear();
     xmlModelDef.reset();
     AppendStatus("Export to " + ExportFileName + " Completed.");
+    outcome_ = ExportOutcome::Completed;
     sys_.boxes.show(strStatus, "FSX Export", platform::BoxIcon::Information);
 }
 
@@ -139,7 +146,8 @@ void Tarnvale::pExportFSX(std::string& strOutputFile, SGObjectPtr& group) {
         strTemplateFile,  cgExportGroup,  SceneGraph,
         strFriendlyName,  strGuid,        colObjectBones,
         lMaterialFieldId, lAttachFieldId, [this](const std::string& text) { AppendStatus(text); },
-        sys_.clock,       sys_.progress,  sys_.workers};
+        sys_.clock,       sys_.progress,  sys_.workers,
+        &ddsNames};
     xfile::XFileExporter(fields).pExportFSX(strOutputFile, group);
 }
 

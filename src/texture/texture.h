@@ -4,6 +4,7 @@
 #pragma once
 
 #include "gltf/gltf.h"
+#include "platform/platform.h"
 
 #include <cstdint>
 #include <optional>
@@ -13,11 +14,6 @@
 #include <vector>
 
 namespace tarnvale::texture {
-
-// The texture names of the X file's FS10Material blocks that end in ".DDS", each
-// once, in the order the file first names them. Virtual cockpit names, which
-// have no extension, are not among them.
-std::vector<std::string> ddsNamesOf(std::string_view xFileText);
 
 // The name the X file gives a texture: the rule of the FS10Material block.
 std::string ddsName(const std::string& textureName);
@@ -65,13 +61,14 @@ struct Outcome {
 struct Options {
     std::string folder;      // where the DDS files go
     std::string sceneFolder; // where names of no glTF image are looked for
-    unsigned threads = 0;    // 0: one per core
 };
 
 // Writes the named textures into the folder from their images; independent
-// textures convert in parallel. A name two different images would take fails
-// and names both; a texture that cannot be found or decoded is skipped.
+// textures convert on the workers side by side (none: one after the other). A
+// name two different images would take fails and names both; a texture that
+// cannot be found or decoded is skipped.
 std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
-                                   const std::vector<gltf::SourceImage>& images, const Options& options);
+                                   const std::vector<gltf::SourceImage>& images, const Options& options,
+                                   platform::Workers* workers = nullptr);
 
 } // namespace tarnvale::texture

@@ -5,32 +5,18 @@
 #include "material/material.h"
 #include "platform/platform.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <system_error>
-#include <thread>
 
 namespace tarnvale::texture {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-bool startsWith(std::string_view s, std::string_view prefix) {
-    return s.substr(0, prefix.size()) == prefix;
-}
-
-std::string_view trimmed(std::string_view s) {
-    while (!s.empty() && (s.back() == '\r' || s.back() == ' '))
-        s.remove_suffix(1);
-    while (!s.empty() && s.front() == ' ')
-        s.remove_prefix(1);
-    return s;
-}
 
 // One texture to make: from bytes in hand or from a file beside the scene.
 struct Job {
@@ -127,31 +113,6 @@ std::map<std::string, std::vector<std::string>> filesBeside(const std::string& f
 
 } // namespace
 
-std::vector<std::string> ddsNamesOf(std::string_view text) {
-    std::vector<std::string> names;
-    std::set<std::string> seen;
-    bool inBlock = false, nameNext = false;
-    while (!text.empty()) {
-        const size_t end = text.find('\n');
-        const std::string_view line = trimmed(text.substr(0, end));
-        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-        if (line == "FS10Material {")
-            inBlock = true;
-        else if (startsWith(line, "}  // FS10Material end"))
-            inBlock = false;
-        else if (nameNext && line.size() >= 3 && line.front() == '"' &&
-                 line.substr(line.size() - 2) == "\";") {
-            const std::string name = platform::fromWindows1252(line.substr(1, line.size() - 3));
-            const size_t chars = platform::characterCount(name);
-            if (chars >= 4 && name.substr(platform::characterOffset(name, chars - 4)) == ".DDS" &&
-                seen.insert(name).second)
-                names.push_back(name);
-        }
-        nameNext = inBlock && line.size() > 17 && line.substr(line.size() - 17) == "TextureFileName {";
-    }
-    return names;
-}
-
 std::string ddsName(const std::string& textureName) {
     const material::FS10Material rule;
     std::string name = textureName, warnings;
@@ -159,7 +120,8 @@ std::string ddsName(const std::string& textureName) {
 }
 
 std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
-                                   const std::vector<gltf::SourceImage>& images, const Options& options) {
+                                   const std::vector<gltf::SourceImage>& images, const Options& options,
+                                   platform::Workers* workers) {
     std::map<std::string, std::vector<const gltf::SourceImage*>> byName;
     for (const gltf::SourceImage& image : images)
         byName[ddsName(image.name)].push_back(&image);
@@ -205,20 +167,19 @@ std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
         }
     }
 
-    // Each worker takes the next job; each job writes its own outcome.
-    unsigned threads = options.threads ? options.threads : std::max(1u, std::thread::hardware_concurrency());
-    threads = static_cast<unsigned>(std::min<size_t>(threads, jobs.size()));
-    std::atomic<size_t> next{0};
-    auto work = [&] {
-        for (size_t j; (j = next++) < jobs.size();)
-            run(jobs[j], outcomes[jobs[j].outcome], options.folder);
-    };
-    std::vector<std::thread> pool;
-    for (unsigned t = 1; t < threads; ++t)
-        pool.emplace_back(work);
-    if (!jobs.empty()) work();
-    for (std::thread& t : pool)
-        t.join();
+    // Each job writes its own outcome; with workers they convert side by side.
+    std::vector<std::shared_ptr<platform::Task>> tasks;
+    for (const Job& job : jobs) {
+        auto convert = [&job, &outcome = outcomes[job.outcome], &folder = options.folder] {
+            run(job, outcome, folder);
+        };
+        if (workers)
+            tasks.push_back(workers->post(convert));
+        else
+            convert();
+    }
+    for (const auto& task : tasks)
+        task->wait();
     return outcomes;
 }
 

@@ -23,6 +23,13 @@ std::string real(float v) {
     return pFormatNumber(v);
 }
 
+// The DDS files a record names, each once: what a texture conversion must make.
+void noteDdsNames(const std::vector<std::string>& written, std::vector<std::string>& names) {
+    for (const std::string& name : written)
+        if (name.ends_with(".DDS") && std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(name);
+}
+
 } // namespace
 
 std::string XFileExporter::pTextureName(const std::string& path) {
@@ -125,6 +132,7 @@ void XFileExporter::pWriteMaterial(const SGMaterialPtr& material, TextSink& file
     record.CreateCSG(material, f_.lMaterialFieldId);
     std::string warnings = record.Output(file);
     if (!warnings.empty()) f_.AppendStatus(warnings);
+    if (f_.ddsNames) noteDdsNames(record.textureNames(), *f_.ddsNames);
     file.writeRaw("}     // end material ");
     file.write(material->GetName());
     file.endLine();

@@ -9,12 +9,6 @@ namespace tarnvale::xfile {
 
 namespace {
 
-std::string upperAscii(std::string s) {
-    for (char& c : s)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
-
 // The frames and polygons below a node, for the progress report.
 double countWork(const SGObjectPtr& root) {
     double work = 0;
@@ -32,10 +26,6 @@ double countWork(const SGObjectPtr& root) {
     return work;
 }
 
-bool hasLodWord(const std::string& name) {
-    return upperAscii(name).find("LOD_") != std::string::npos;
-}
-
 // A node value as the 32-bit whole number it is read as (rounded half to even).
 int32_t nodeValueAsLong(double v) {
     double r = std::nearbyint(v);
@@ -44,13 +34,6 @@ int32_t nodeValueAsLong(double v) {
 }
 
 } // namespace
-
-std::string pCleanName(const std::string& name) {
-    std::string out = platform::lowerCase(name);
-    for (char& c : out)
-        if (c == ' ' || c == '?') c = '_';
-    return out;
-}
 
 TokenScan pScanToken(const std::string& line) {
     TokenScan s;
@@ -145,7 +128,7 @@ void XFileExporter::meshProgress(int32_t polygons, double fraction) {
 }
 
 void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {
-    if (!hasLodWord(cgExportGroup->GetName())) {
+    if (!platform::isLevelOfDetail(cgExportGroup->GetName())) {
         pWriteFrame(cgExportGroup, file);
         return;
     }
@@ -158,7 +141,7 @@ void XFileExporter::writeScene(TextSink& file, SGObjectPtr& cgExportGroup) {
     for (int32_t i = 0; i < count; ++i) {
         SGObjectPtr child = children->GetItem(i);
         int32_t value = nodeValueAsLong(child->GetNodeValue());
-        if (hasLodWord(child->GetName()) && value != 0) {
+        if (platform::isLevelOfDetail(child->GetName()) && value != 0) {
             cgExportGroup = child;
             pWriteFrame(child, file);
         }

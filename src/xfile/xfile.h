@@ -4,6 +4,7 @@
 
 #include "host/host.h"
 #include "material/material.h"
+#include "platform/names.h"
 #include "platform/number_text.h"
 #include "platform/platform.h"
 
@@ -35,8 +36,7 @@ inline char* formatNumberTo(float value, char* out) {
 inline std::string formatNumberReference(float value) {
     return platform::formatMaskReference(value, 2, 6);
 }
-// Lower case, every blank and every "?" replaced by "_".
-std::string pCleanName(const std::string& name);
+using platform::pCleanName;
 
 // ---- Tree walk ----------------------------------------------------------------------
 
@@ -155,6 +155,9 @@ struct XFileContext {
     platform::Progress* progress = nullptr;
     // Threads that format the long runs of numbers; none: the caller's alone.
     platform::Workers* workers = nullptr;
+    // Where the DDS names of the FS10Material blocks go as they are written, each
+    // once, in the file's order; none: not collected.
+    std::vector<std::string>* ddsNames = nullptr;
 };
 
 // Items a chunk of writeInChunks holds.

@@ -27,8 +27,11 @@ TEST(Driver, EachWayAnExportEnds) {
         const char* what;
         std::function<void(Rig&)> setup;
         std::string expected;
+        // How the plug-in says it ended: what the command's exit code comes from.
+        shell::ExportOutcome ending = shell::ExportOutcome::Failed;
         const char* out = "plane.x";
     };
+    using enum shell::ExportOutcome;
     const std::string done = " information FSX Export: Export to D/plane.x Completed.; |";
     const std::string tool = " P\\xtomdl.exe /dict:\"P\\modeldef.xml\" \"D/plane.x\"";
     const std::string xFailed = "x0 | critical FS10 Export: Creating X file\r";
@@ -50,14 +53,15 @@ TEST(Driver, EachWayAnExportEnds) {
         };
     };
     std::vector<Row> rows = {
-        {"complete", [](Rig& r) { r.installTool(); }, "x config |" + done + tool},
+        {"complete", [](Rig& r) { r.installTool(); }, "x config |" + done + tool, Completed},
         {"cancelled: nothing written, no box", [](Rig& r) { r.installTool(), r.dialogs.cancel = true; },
-         " | |"},
+         " | |", Cancelled},
         {"no tool", [](Rig& r) { r.settings.values["MorvanePlugin\\Tarnvale\\Application"] = "conv.exe"; },
          "x config | plain Tarnvale: conv.exe was not found in the SDK or Morvane plugins folder\rPlease "
          "convert the X and "
          "XANIM files from the command line.;" +
-             done},
+             done,
+         Completed},
         {"one animation defined", modelDef("<ModelInfo><Animation name=\"only\"/></ModelInfo>"), gate},
         {"no model definition", modelDef(""), gate},
         {"a model definition that is no XML", modelDef("not xml at all"), gate},
@@ -70,7 +74,7 @@ TEST(Driver, EachWayAnExportEnds) {
          xFailed + "75 - /proc/self/mem: Input/output error; |"},
         {"no folder for the X file", nullptr,
          " | critical FS10 Export: Creating X file\r76 - D/none/plane.x: No such file or directory; |",
-         "none/plane.x"},
+         Failed, "none/plane.x"},
     };
     for (const XmlDefect& defect : kXmlDefects)
         rows.push_back(
@@ -81,8 +85,11 @@ TEST(Driver, EachWayAnExportEnds) {
         Rig rig;
         if (r.setup) r.setup(rig);
         const std::string out = rig.dir.file(r.out);
-        rig.exportTo(*rig.plugin(), out);
+        auto plugin = rig.plugin();
+        EXPECT_EQ(plugin->outcome(), NotRun);
+        rig.exportTo(*plugin, out);
         EXPECT_EQ(outcome(rig, out), r.expected) << r.what;
+        EXPECT_EQ(plugin->outcome(), r.ending) << r.what;
     }
 }
 

@@ -101,13 +101,7 @@ TEST(Dds, NormalMapsTurnGreenOverAndKeepXInAlpha) {
     EXPECT_NEAR(back.rgba[1], 255 - 60, 2); // Y, turned over
 }
 
-TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
-    const std::string x =
-        "Material m {\r\n\"c.png\";\r\nFS10Material {\r\nBumpTextureFileName {\r\n\"A.DDS\";\r\n}\r\n"
-        "DiffuseTextureFileName {\r\n\"B.DDS\";\r\n}\r\nEmissiveTextureFileName {\r\n\"PANEL\";\r\n}\r\n"
-        "}  // FS10Material end\r\nFS10Material {\r\nDetailTextureFileName {\r\n\"A.DDS\";\r\n}\r\n";
-    EXPECT_EQ(texture::ddsNamesOf(x), (std::vector<std::string>{"A.DDS", "B.DDS"}));
-
+TEST(Textures, WhatCannotBeMadeAndWhatIsCopied) {
     TempDir d;
     gltf::SourceImage left{"a\\wing.png", "left", "", nullptr, 0},
         right{"b\\wing.png", "right", "", nullptr, 1},
@@ -116,7 +110,7 @@ TEST(Textures, NamesOfTheXFileAndWhatCannotBeMade) {
     const std::vector<uint8_t> dds = texture::encode(image(8, 8, kFadingAlpha), false).bytes;
     writeFile(d.file("Old.dds"), std::string(dds.begin(), dds.end()));
     const auto outcomes = texture::writeTextures({"WING.DDS", "GONE.DDS", "ELSEWHERE.DDS", "OLD.DDS"},
-                                                 {left, right, gone}, {d.folder("out"), d.path(), 1});
+                                                 {left, right, gone}, {d.folder("out"), d.path()});
     ASSERT_EQ(outcomes.size(), 4u);
     EXPECT_EQ(outcomes[3].line, "OLD.DDS 8x8 DXT5 4 mips (copied)");
     EXPECT_EQ(readFile(d.file("out/OLD.DDS")), readFile(d.file("Old.dds")));

@@ -53,15 +53,19 @@ TEST(MaterialList, AlphaAndPowerRules) {
 TEST(MaterialList, TextureBlocksAndWarnings) {
     struct Row {
         std::string path, fileName, fs10Name, warning;
+        std::vector<std::string> ddsNames; // what a conversion must make
     };
     const std::vector<Row> rows = {
-        {"C:\\tex\\wing.bmp", "wing.bmp", "WING.DDS",
-         "Warning - WING.BMP is not a DDS file and will need converting\r"},
-        {"tex/parts/skin.dds", "tex/parts/skin.dds", "TEX/PARTS/SKIN.DDS", ""},
-        {"a.jpeg", "a.jpeg", "A.JDDS", "Warning - A.JPEG is not a DDS file and will need converting\r"},
-        {"mydds", "mydds", "MYDDS", ""},
-        {"C:\\T\\SKIN.dds", "SKIN.dds", "SKIN.DDS", ""},
-        {"", "", "", ""}, // an empty name: no texture block
+        {"C:\\tex\\wing.bmp",
+         "wing.bmp",
+         "WING.DDS",
+         "Warning - WING.BMP is not a DDS file and will need converting\r",
+         {"WING.DDS"}},
+        {"tex/parts/skin.dds", "tex/parts/skin.dds", "TEX/PARTS/SKIN.DDS", "", {"TEX/PARTS/SKIN.DDS"}},
+        {"a.jpeg", "a.jpeg", "A.JDDS", "Warning - A.JPEG is not a DDS file and will need converting\r", {}},
+        {"mydds", "mydds", "MYDDS", "", {}},
+        {"C:\\T\\SKIN.dds", "SKIN.dds", "SKIN.DDS", "", {"SKIN.DDS"}},
+        {"", "", "", "", {}}, // an empty name: no texture block
     };
     for (const Row& r : rows) {
         XFileFixture f;
@@ -69,6 +73,9 @@ TEST(MaterialList, TextureBlocksAndWarnings) {
         m->textures = std::make_shared<scene::MemoryTextures>();
         m->textures->fileName = r.path;
         std::string out = materialBlock(f, m);
+        EXPECT_EQ(f.status, r.warning) << r.path;
+        materialBlock(f, m); // a second material of the same texture: still one name
+        EXPECT_EQ(f.ddsNames, r.ddsNames) << r.path;
         if (r.path.empty()) {
             EXPECT_EQ(out.find("TextureFileName"), std::string::npos);
             m->textures.reset(); // no textures at all: none either
@@ -86,7 +93,6 @@ TEST(MaterialList, TextureBlocksAndWarnings) {
             std::string::npos)
             << r.path << "\n"
             << out;
-        EXPECT_EQ(f.status, r.warning) << r.path;
     }
 }
 

@@ -18,6 +18,7 @@ struct XFileFixture {
     int32_t materialField = scene->fields().addMaterial("FS10");
     int32_t attachField = scene->fields().addObject("FS10att");
     std::string status;
+    std::vector<std::string> ddsNames;
     platform::FixedClock clock;
     // A polygon a part, on three threads: the parts must join as one thread writes.
     platform::Workers workers{3, 1};
@@ -26,7 +27,8 @@ struct XFileFixture {
         return {templateFile,  exportGroup, sceneGraph,
                 friendlyName,  guid,        bones,
                 materialField, attachField, [this](const std::string& t) { status += t; },
-                clock,         nullptr,     &workers};
+                clock,         nullptr,     &workers,
+                &ddsNames};
     }
 
     // Expands `templateText` for `group` and gives the output file's bytes.
