@@ -141,4 +141,9 @@ class MaterialMap {
     std::map<std::pair<int, bool>, size_t> imageIndex_; // (image, normal map) -> images_
 };
 
+// The scene of a loaded document, into `out`: its name when the document's
+// scene has none, and the folder its external files are in.
+void buildScene(const Document& model, LoadedScene& out, const ReadOptions& options,
+                const std::string& fallbackName, const std::string& folder);
+
 } // namespace tarnvale::gltf

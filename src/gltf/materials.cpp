@@ -200,4 +200,12 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
     return m;
 }
 
+float powerFromRoughness(float roughness) {
+    double r = std::clamp(static_cast<double>(roughness), 0.0, 1.0);
+    double r4 = r * r * r * r;
+    double exponent = r4 > 0 ? std::min(249.0, 2.0 / r4 - 2.0) : 249.0;
+    if (exponent < 1.0) return 0.0f;
+    return static_cast<float>(250.0 - exponent);
+}
+
 } // namespace tarnvale::gltf

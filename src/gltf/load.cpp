@@ -1,0 +1,159 @@
+// A glTF file into memory: mapped or read, its JSON depth checked, a .glb shown
+// to the glTF library with its binary chunk left where it lies.
+#define TINYGLTF_IMPLEMENTATION
+#define TINYGLTF_NO_STB_IMAGE
+#define TINYGLTF_NO_STB_IMAGE_WRITE
+#define TINYGLTF_NO_EXTERNAL_IMAGE
+#define TINYGLTF_NO_INCLUDE_STB_IMAGE
+#define TINYGLTF_NO_INCLUDE_STB_IMAGE_WRITE
+#include "gltf/internal.h"
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace tarnvale::gltf {
+
+namespace {
+
+// Images are never decoded; the bytes of a data: URI are kept when the textures
+// are wanted. Those in a buffer view are taken later, checked against the buffer
+// (the library hands them over unchecked).
+bool keepImageUndecoded(tinygltf::Image* image, const int, std::string*, std::string*, int, int,
+                        const unsigned char* bytes, int size, void* keep) {
+    if (*static_cast<const bool*>(keep) && image->bufferView < 0 && bytes && size > 0)
+        image->image.assign(bytes, bytes + size);
+    return true;
+}
+
+// How deep arrays and objects nest in JSON text (strings skipped). The library
+// turns extras into values by recursion, so deep nesting is refused first.
+size_t jsonDepth(std::string_view text) {
+    size_t depth = 0, deepest = 0;
+    bool inString = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// A file's bytes: mapped where the system allows, which spares a copy and the
+// zeroing of fresh pages (a tenth of a second on a scene of 100 MB); else read
+// whole in one call, as a character at a time would take long.
+class FileBytes {
+  public:
+    explicit FileBytes(const std::string& path) {
+#ifndef _WIN32
+        const int fd = ::open(platform::systemPath(path).c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat st {};
+        if (fd >= 0 && ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+            void* map = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ,
+                               MAP_PRIVATE | MAP_POPULATE, fd, 0);
+            if (map != MAP_FAILED) map_ = map, size_ = static_cast<size_t>(st.st_size);
+        }
+        if (fd >= 0) ::close(fd);
+        if (map_) return;
+#endif
+        std::ifstream in(platform::systemPath(path), std::ios::binary | std::ios::ate);
+        if (!in) throw SceneError("cannot open the file");
+        const std::streamoff size = in.tellg();
+        if (size < 0) throw SceneError("cannot read the file");
+        read_.resize(static_cast<size_t>(size));
+        in.seekg(0);
+        if (!in.read(read_.data(), size)) throw SceneError("cannot read the file");
+    }
+    ~FileBytes() {
+#ifndef _WIN32
+        if (map_) ::munmap(map_, size_);
+#endif
+    }
+    FileBytes(const FileBytes&) = delete;
+    FileBytes& operator=(const FileBytes&) = delete;
+    std::string_view view() const {
+        return map_ ? std::string_view(static_cast<const char*>(map_), size_) : read_;
+    }
+
+  private:
+    std::string read_;
+    void* map_ = nullptr;
+    size_t size_ = 0;
+};
+
+// A .gltf or .glb held in memory; external files are looked for in `folder`. A
+// .glb's buffer 0 may stay in `bytes`, which must then outlive the document.
+Document loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
+                   bool keepImages) {
+    if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
+    const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
+    if (jsonDepth(binary ? glbChunks(bytes).json : bytes) > kMaxJsonDepth)
+        throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+
+    tinygltf::TinyGLTF loader;
+    loader.SetImageLoader(keepImageUndecoded, &keepImages);
+    Document model;
+    std::string_view buffer0;
+    const std::optional<std::string> standIn = binary ? glbStandIn(bytes, buffer0) : std::nullopt;
+    if (standIn) {
+        bytes = *standIn;
+        model.glbBuffer = buffer0;
+    }
+    std::string err, warn;
+    bool ok = false;
+    try {
+        const auto* data = reinterpret_cast<const unsigned char*>(bytes.data());
+        ok = binary ? loader.LoadBinaryFromMemory(&model, &err, &warn, data,
+                                                  static_cast<unsigned>(bytes.size()), folder)
+                    : loader.LoadASCIIFromString(&model, &err, &warn, bytes.data(),
+                                                 static_cast<unsigned>(bytes.size()), folder);
+    } catch (const std::exception& e) {
+        err = e.what();
+        ok = false;
+    }
+    if (!ok) {
+        while (!err.empty() && (err.back() == '\n' || err.back() == ' '))
+            err.pop_back();
+        for (char& c : err)
+            if (c == '\n') c = ';';
+        throw SceneError(err.empty() ? "not a glTF 2.0 file" : err);
+    }
+    if (!warn.empty()) warnings.push_back(warn);
+    return model;
+}
+
+} // namespace
+
+LoadedScene readScene(const std::string& path, const ReadOptions& options) {
+    LoadedScene out;
+    const std::string folder = platform::utf8Path(platform::systemPath(path).parent_path());
+    const FileBytes bytes(path);
+    const Document model = loadModel(bytes.view(), folder, out.warnings, options.keepImages);
+    buildScene(model, out, options, platform::utf8Path(platform::systemPath(path).stem()), folder);
+    return out;
+}
+
+LoadedScene readSceneText(const std::string& text, const std::string& name, const ReadOptions& options) {
+    LoadedScene out;
+    const Document model = loadModel(text, ".", out.warnings, options.keepImages);
+    buildScene(model, out, options, name, ".");
+    return out;
+}
+
+} // namespace tarnvale::gltf

@@ -1,0 +1,195 @@
+// The scene's node tree from the document: nodes, their transforms, keys and
+// names, the meshes on them and the skinned meshes once every joint stands.
+#include "gltf/builder.h"
+
+#include <cmath>
+
+namespace tarnvale::gltf {
+
+using scene::mirrors;
+
+void Builder::build(const std::string& fallbackName, const std::string& folder) {
+    int sceneIndex = model_.defaultScene >= 0 ? model_.defaultScene : (model_.scenes.empty() ? -1 : 0);
+    if (sceneIndex >= static_cast<int>(model_.scenes.size()))
+        throw SceneError("the default scene does not exist");
+    std::string rootName = sceneIndex >= 0 && !model_.scenes[sceneIndex].name.empty()
+                               ? model_.scenes[sceneIndex].name
+                               : fallbackName;
+    out_.scene = scene::MemoryScene::create(identifierName(rootName));
+    out_.scene->root()->setSourceName(rootName);
+    out_.scene->setUnits(scene::kMetres);
+    materials_.emplace(model_, *out_.scene, options_, folder);
+
+    for (size_t s = 0; s < model_.skins.size(); ++s)
+        for (int j : model_.skins[s].joints) {
+            checkNode(j, "skin " + std::to_string(s));
+            joints_.insert(j);
+        }
+    keys_ = readAnimationKeys(model_, options_, out_.warnings);
+
+    std::vector<int> roots;
+    if (sceneIndex >= 0) {
+        roots = model_.scenes[sceneIndex].nodes;
+    } else {
+        std::vector<bool> isChild(model_.nodes.size(), false);
+        for (const auto& n : model_.nodes)
+            for (int c : n.children)
+                if (c >= 0 && static_cast<size_t>(c) < isChild.size()) isChild[c] = true;
+        for (size_t i = 0; i < model_.nodes.size(); ++i)
+            if (!isChild[i]) roots.push_back(static_cast<int>(i));
+    }
+    addTree(*out_.scene->root(), roots);
+    for (const Skinned& s : skinned_)
+        addSkinnedShape(s);
+    materials_->collect(out_);
+}
+
+void Builder::addTree(MemoryObject& root, const std::vector<int>& roots) {
+    // Depth first with a stack of its own, children in file order: a chain of any
+    // length costs no call depth.
+    visited_.assign(model_.nodes.size(), false);
+    objects_.assign(model_.nodes.size(), nullptr);
+    std::vector<Pending> stack;
+    for (auto it = roots.rbegin(); it != roots.rend(); ++it) {
+        checkNode(*it, "the scene");
+        stack.push_back({&root, *it, false, 1});
+    }
+    while (!stack.empty()) {
+        const Pending p = stack.back();
+        stack.pop_back();
+        if (p.depth > kMaxNodeDepth)
+            throw SceneError("its node tree is deeper than " + std::to_string(kMaxNodeDepth) + " levels");
+        bool worldMirrors = false;
+        std::shared_ptr<MemoryObject> obj = addNode(p, worldMirrors);
+        const std::vector<int>& children = model_.nodes[p.index].children;
+        for (auto it = children.rbegin(); it != children.rend(); ++it) {
+            checkNode(*it, "node " + std::to_string(p.index));
+            stack.push_back({obj.get(), *it, worldMirrors, p.depth + 1});
+        }
+    }
+}
+
+std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirrors) {
+    const int index = p.index;
+    if (visited_[index])
+        throw SceneError("node " + std::to_string(index) + " appears twice in the hierarchy");
+    visited_[index] = true;
+    const tinygltf::Node& n = model_.nodes[index];
+    const std::string name = nodeName(model_, index);
+    auto obj = p.parent->addChild(siblingNames_[p.parent].take(identifierName(name)));
+    obj->setSourceName(name);
+    objects_[index] = obj.get();
+
+    Matrix16 m{};
+    const auto keyed = keys_.find(index);
+    if (n.matrix.size() == 16) {
+        // Column-major glTF storage is the row-vector order of the X format.
+        for (int i = 0; i < 16; ++i)
+            m[i] = static_cast<float>(n.matrix[i]);
+    } else if (keyed != keys_.end()) {
+        // An animated part stands where its animation starts, as a modeller shows
+        // it: its keys are written relative to that pose, and skins follow it.
+        const NodeKeys& k = keyed->second;
+        m = composeTrs(
+            k.translation ? std::vector<double>(k.translation->begin(), k.translation->end()) : n.translation,
+            k.rotation ? std::vector<double>(k.rotation->begin(), k.rotation->end()) : n.rotation, n.scale);
+    } else {
+        m = composeTrs(n.translation, n.rotation, n.scale);
+    }
+    for (float v : m)
+        if (!std::isfinite(v))
+            throw SceneError("node " + std::to_string(index) + " has a transform that is not finite");
+    obj->setMatrix(mirrorX(m));
+    worldMirrors = p.parentMirrors != mirrors(m);
+
+    bool visible = true;
+    if (auto it = n.extensions.find("KHR_node_visibility"); it != n.extensions.end()) {
+        const tinygltf::Value& v = it->second;
+        if (v.IsObject() && v.Has("visible") && v.Get("visible").IsBool() && !v.Get("visible").Get<bool>())
+            visible = false;
+    }
+    // A modeller that keeps no booleans in custom properties (Blender) writes 0.
+    if (const tinygltf::Value& v =
+            n.extras.IsObject() && n.extras.Has("visible") ? n.extras.Get("visible") : tinygltf::Value();
+        (v.IsBool() && !v.Get<bool>()) || (v.IsNumber() && v.GetNumberAsDouble() == 0))
+        visible = false;
+    obj->setNodeValue(visible ? 1 : 0);
+    if (n.extras.IsObject())
+        for (const std::string& key : n.extras.Keys())
+            if (const tinygltf::Value& v = n.extras.Get(key); v.IsString())
+                obj->setFieldText(out_.scene->fields().addObject(key), v.Get<std::string>());
+
+    if (n.mesh >= 0) {
+        if (static_cast<size_t>(n.mesh) >= model_.meshes.size())
+            throw SceneError("node " + std::to_string(index) + " names mesh " + std::to_string(n.mesh) +
+                             ", which does not exist");
+        if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size())
+            skinned_.push_back({obj.get(), n.mesh, n.skin});
+        else if (options_.outline)
+            out_.outlines[obj.get()] = meshOutline(n.mesh);
+        else
+            for (const auto& shape : meshShapes(n.mesh, worldMirrors))
+                obj->addShapeLast(shape);
+    }
+    if (joints_.count(index))
+        obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
+    if (keyed != keys_.end()) obj->setKeyframes(std::move(keyed->second.keys));
+    return obj;
+}
+
+void Builder::addSkinnedShape(const Skinned& s) {
+    const tinygltf::Skin& skin = model_.skins[static_cast<size_t>(s.skin)];
+    const std::string what = "skin " + std::to_string(s.skin);
+    // Per joint, from the mesh's bind space into its node's frame as the skin
+    // places it at rest: inverse bind matrix, joint's world, node's world undone.
+    std::optional<AccessorView> ibm;
+    if (skin.inverseBindMatrices >= 0) {
+        ibm.emplace(model_, skin.inverseBindMatrices, what + " inverse bind matrices");
+        if (ibm->components() != 16 || ibm->count() < skin.joints.size())
+            throw SceneError(what + " inverse bind matrices do not match its joints");
+    }
+    Matrix16 nodeInverse;
+    try {
+        nodeInverse = scene::inverse(s.node->GetRelativeMatrix(nullptr, 0));
+    } catch (const Failure&) {
+        throw SceneError("the node of " + what + " has a transform without an inverse");
+    }
+    std::vector<Matrix16> toNode;
+    Matrix16 bindToWorld{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    for (size_t j = 0; j < skin.joints.size(); ++j) {
+        checkNode(skin.joints[j], what);
+        Matrix16 b{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+        if (ibm)
+            for (int i = 0; i < 16; ++i)
+                b[i] = ibm->component(j, i);
+        for (float v : b)
+            if (!std::isfinite(v)) throw SceneError(what + " has an inverse bind matrix that is not finite");
+        MemoryObject* joint = objects_[static_cast<size_t>(skin.joints[j])];
+        // A joint outside the scene's tree stands where the mesh's node does.
+        const Matrix16 world =
+            scene::multiply(mirrorX(b), (joint ? joint : s.node)->GetRelativeMatrix(nullptr, 0));
+        if (j == 0) bindToWorld = world;
+        toNode.push_back(scene::multiply(world, nodeInverse));
+    }
+    // Where the skin's rest places it mirrors, glTF counts its triangles clockwise.
+    auto shape = std::make_shared<MemoryShape>();
+    std::vector<int32_t> normalVertex;
+    std::vector<VertexWeight> weights;
+    std::vector<size_t> jointOf; // of each weight
+    for (size_t p = 0; p < model_.meshes[s.mesh].primitives.size(); ++p) {
+        const size_t base = shape->positions().size();
+        if (!appendPrimitive(*shape, s.mesh, p, mirrors(bindToWorld), normalVertex)) continue;
+        readWeights(model_.meshes[s.mesh].primitives[p], skin, base, shape->positions().size() - base, what,
+                    weights, jointOf);
+    }
+    placeSkinnedVertices(*shape, weights, jointOf, toNode, normalVertex);
+    shape->setWeights(weights);
+    s.node->addShapeFirst(shape);
+}
+
+void buildScene(const Document& model, LoadedScene& out, const ReadOptions& options,
+                const std::string& fallbackName, const std::string& folder) {
+    Builder(model, out, options).build(fallbackName, folder);
+}
+
+} // namespace tarnvale::gltf
