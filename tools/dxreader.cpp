@@ -16,8 +16,9 @@
 //   its bone names pass the string limit, and is read in parts.
 // Everything else goes to the reader as the file has it.
 #define INITGUID
-#include <dxfile.h>
 #include <windows.h>
+// dxfile.h wants windows.h ahead of it.
+#include <dxfile.h>
 
 #include <algorithm>
 #include <cstdio>

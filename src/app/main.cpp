@@ -2,8 +2,9 @@
 #include "app/command.h"
 
 #ifdef _WIN32
-#include <shellapi.h>
 #include <windows.h>
+// shellapi.h wants windows.h ahead of it.
+#include <shellapi.h>
 
 #include <string>
 #include <vector>

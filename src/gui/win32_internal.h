@@ -3,8 +3,9 @@
 
 #include "platform/platform.h"
 
-#include <commctrl.h>
 #include <windows.h>
+// The common controls want windows.h ahead of them.
+#include <commctrl.h>
 
 #include <string>
 

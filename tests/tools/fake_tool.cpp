@@ -12,8 +12,9 @@
 #ifdef _WIN32
 #include "platform/platform.h"
 
-#include <shellapi.h>
 #include <windows.h>
+// shellapi.h wants windows.h ahead of it.
+#include <shellapi.h>
 
 using tarnvale::platform::narrow;
 #endif
