@@ -52,5 +52,7 @@ done
 awk -v a="${median[assimp]}" -v t="${median[tarnvale]}" -v o="${median[tarnvale-1]}" 'BEGIN {
   printf "tarnvale is %.1f x faster than assimp (%.1f x on one thread) over %d pairs\n", a / t, a / o, '"$pairs"' }'
 awk -v c="${median[check]}" -v t="${median[tarnvale]}" 'BEGIN { printf "the check takes %.2f of the export'"'"'s time\n", c / t }'
-diff <(grep -av '^// Exported' "$work/n/m.x") <(grep -av '^// Exported' "$work/1/m.x") >/dev/null \
-  && echo "X files of one thread and of $(nproc): the same" || echo "X files of one thread and of $(nproc): DIFFER"
+for kind in x xanim; do
+  diff <(grep -av '^// Exported' "$work/n/m.$kind") <(grep -av '^// Exported' "$work/1/m.$kind") >/dev/null \
+    && echo "$kind files of one thread and of $(nproc): the same" || echo "$kind files of one thread and of $(nproc): DIFFER"
+done

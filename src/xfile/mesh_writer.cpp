@@ -1,4 +1,5 @@
 // pWriteMesh: one Mesh block, strictly in the order the file reads.
+#include "xfile/index_texts.h"
 #include "xfile/xfile.h"
 
 #include <algorithm>
@@ -11,32 +12,6 @@
 namespace tarnvale::xfile {
 
 namespace {
-
-// The text of every index a mesh's triangle lists name, made once per mesh: a
-// vertex stands in some six triangles, and both lists name it. Each text is held
-// in one word, its digits from the lowest byte, zeros above them.
-class IndexTexts {
-  public:
-    // Up to this many indices; those above are formatted where they stand.
-    static constexpr int32_t kMaxIndices = 1 << 21;
-    explicit IndexTexts(int32_t count) : texts_(static_cast<size_t>(std::clamp(count, 0, kMaxIndices))) {
-        char digits[24];
-        for (size_t i = 0; i < texts_.size(); ++i) {
-            const char* end = platform::plainNumberTo(static_cast<int64_t>(i), digits);
-            std::memcpy(&texts_[i], digits, static_cast<size_t>(end - digits));
-        }
-    }
-    // Writes up to 8 bytes for a known index.
-    char* write(int32_t v, char* out) const {
-        if (static_cast<uint32_t>(v) >= texts_.size()) return platform::plainNumberTo(v, out);
-        const uint64_t text = texts_[static_cast<uint32_t>(v)];
-        std::memcpy(out, &text, 8);
-        return out + (71 - std::countl_zero(text)) / 8;
-    }
-
-  private:
-    std::vector<uint64_t> texts_;
-};
 
 // Writes one line of numbers at a time straight into the sink's buffer.
 class LineBuffer {

@@ -140,12 +140,12 @@ TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
     EXPECT_EQ(none, json({{"name", nullptr}, {"guid", nullptr}}));
 }
 
-// Big scenes, where every run of numbers splits into many parts: one thread or
-// several, the files are the same to the byte.
+// A big scene, where every run of numbers splits into many parts: one thread or
+// several, the files are the same to the byte (bench/e2e.sh 4000000 checks a
+// scene four times as big).
 TEST(Command, AnyNumberOfThreadsWritesTheSameFiles) {
     TempDir d;
     bench::writeGridGlb(d.file("1m.glb"), 1000000, 20, 50, true);
-    bench::writeGridGlb(d.file("4m.glb"), 4000000, 20, 50, true);
     // The same lines, but for the time of the export.
     auto same = [](const std::string& a, const std::string& b) {
         std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
@@ -157,7 +157,7 @@ TEST(Command, AnyNumberOfThreadsWritesTheSameFiles) {
             if (p != q && p.rfind("// Exported ", 0) != 0) return false;
         }
     };
-    for (const std::string& scene : {example(), d.file("1m.glb"), d.file("4m.glb")}) {
+    for (const std::string& scene : {example(), d.file("1m.glb")}) {
         for (const char* threads : {"1", "2", "5"}) {
             // Each in a folder of its own, beside the same sidecar: the same GUID.
             const std::string out = d.folder(threads) + "/m.x";

@@ -1,3 +1,4 @@
+#include "xfile/index_texts.h"
 #include "xfile/xfile.h"
 
 #include <clocale>
@@ -81,12 +82,36 @@ TEST(FormatNumber, IgnoresTheLocale) {
     std::locale::global(old);
 }
 
-TEST(CleanName, LowersAndReplacesBlanksAndQuestionMarks) {
+TEST(Names, CleanNameAndTheLevelOfDetailWord) {
     for (auto [name, clean] : {std::pair{"My Plane?", "my_plane_"},
                                {"Wing Left", "wing_left"},
                                {"A-b.C#1", "a-b.c#1"},
                                {"\xC3\x84RA", "\xC3\xA4ra"}}) // upper-case A with diaeresis
         EXPECT_EQ(pCleanName(name), clean);
+    for (auto [name, level] : {std::pair{"plane_LOD_100", true},
+                               {"plane_lod_0", true},
+                               {"Lod_", true},
+                               {"x LoD_y", true},
+                               {"\xC3\x84LOD_1", true},
+                               {"plane_LOD100", false},
+                               {"LO_D", false},
+                               {"", false}})
+        EXPECT_EQ(platform::isLevelOfDetail(name), level) << name;
+}
+
+// The mesh writer's index texts: from the table or formatted where they stand,
+// every index reads as plainNumber writes it.
+TEST(IndexTexts, EveryIndexReadsAsItsPlainNumber) {
+    const IndexTexts texts(1000, 100);
+    for (int32_t v : {0, 7, 9, 10, 99, 100, 999, 1000, 12345678, INT32_MAX, -1, INT32_MIN}) {
+        char out[32];
+        EXPECT_EQ(std::string(out, texts.write(v, out)), plainNumber(v)) << v;
+    }
+    const IndexTexts all(3000000); // the table stops at kMaxIndices
+    for (int32_t v : {IndexTexts::kMaxIndices - 1, IndexTexts::kMaxIndices, 2999999}) {
+        char out[32];
+        EXPECT_EQ(std::string(out, all.write(v, out)), plainNumber(v)) << v;
+    }
 }
 
 } // namespace
