@@ -185,16 +185,8 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
 // tip must lie on the side the front face looks to: an affine map keeps a point
 // on its side of a plane, whatever it does to lengths and angles.
 void countFacesAgainstNormals(const XFrame& f, const std::array<double, 16>& parent, int& faces, int& wrong) {
-    std::array<double, 16> world{};
-    for (int i = 0; i < 16; ++i)
-        for (int k = 0; k < 4; ++k)
-            world[i] += f.matrix[i / 4 * 4 + k] * parent[k * 4 + i % 4];
-    auto at = [&](const std::array<double, 3>& p) {
-        std::array<double, 3> r{};
-        for (int c = 0; c < 3; ++c)
-            r[c] = p[0] * world[c] + p[1] * world[4 + c] + p[2] * world[8 + c] + world[12 + c];
-        return r;
-    };
+    const std::array<double, 16> world = worldOf(f, parent);
+    auto at = [&](const std::array<double, 3>& p) { return through(p, world); };
     for (const XMesh& mesh : f.meshes)
         for (size_t t = 0; t < mesh.faces.size(); ++t) {
             const auto &p = mesh.positions[mesh.faces[t][0]], &n = mesh.normals[mesh.normalFaces[t][0]];
@@ -242,7 +234,7 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     std::vector<XFrame> frames = XReader(exportedX(b, rig)).frames();
     ASSERT_EQ(frames.size(), 1u);
     int faces = 0, wrong = 0;
-    countFacesAgainstNormals(frames[0], {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, faces, wrong);
+    countFacesAgainstNormals(frames[0], kIdentity, faces, wrong);
     EXPECT_EQ(faces, 4 * 8);
     EXPECT_EQ(wrong, 0);
 }
@@ -547,7 +539,7 @@ TEST(GltfReader, BadFilesGiveAReason) {
         return readFile(b.saveGltf(d.file("variant.gltf")));
     };
     std::vector<Row> rows = {
-        {"truncated.glb", glb.substr(0, glb.size() - 10), ""},
+        {"truncated.glb", glb.substr(0, glb.size() - 10), "Invalid glTF binary"},
         {"long.glb",
          [&] { // buffer 0 longer than the binary chunk
              std::string g = glb;
@@ -566,16 +558,16 @@ TEST(GltfReader, BadFilesGiveAReason) {
              return readFile(b.saveGlb(d.file("variant.glb")));
          }(),
          "image 0: buffer view 2 lies outside its buffer"},
-        {"header.glb", glb.substr(0, 14), ""},
-        {"bad.gltf", "{\"asset\": {\"version\": \"2.0\"}, \"nodes\": [", ""},
-        {"empty.gltf", "", ""},
+        {"header.glb", glb.substr(0, 14), "Too short data size for glTF Binary"},
+        {"bad.gltf", "{\"asset\": {\"version\": \"2.0\"}, \"nodes\": [", "unexpected end of input"},
+        {"empty.gltf", "", "JSON string too short"},
         {"index.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["mesh"] = 7; }), "mesh 7"},
         {"child.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["children"] = {5}; }), "node 5"},
         {"cycle.gltf", variant([](GltfBuilder& b) { b.doc["nodes"][0]["children"] = {0}; }), "twice"},
         {"accessor.gltf", variant([](GltfBuilder& b) { b.doc["accessors"][0]["count"] = 1000; }),
          "past the end"},
         {"offset.gltf", variant([](GltfBuilder& b) { b.doc["bufferViews"][0]["byteOffset"] = 1u << 30; }),
-         ""},
+         "buffer view 0 lies outside its buffer"},
         {"vertex.gltf", variant([](GltfBuilder& b) {
              b.bin[36] = 9; // first index now 9, past the three vertices
          }),

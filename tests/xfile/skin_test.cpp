@@ -125,14 +125,10 @@ TEST(SkinWeights, GltfSkinsReachTheBlockInTheirBindPose) {
                                    {-2, 1, 5},
                                    {-1, 0, 5},
                                    {-1 - 2 * 128 / 255.0, 1, 5}};
-        const auto& m = node.matrix; // the node's frame below the root's identity
-        for (int v = 0; v < 4; ++v)
-            for (int c = 0; c < 3; ++c) {
-                const auto& p = mesh.positions[v];
-                const double world = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
-                EXPECT_NEAR(world, c ? glTF[v][c] : -glTF[v][c], 0.02)
+        for (int v = 0; v < 4; ++v) // the node's frame stands below the root's identity
+            for (int c = 0; c < 3; ++c)
+                EXPECT_NEAR(through(mesh.positions[v], node.matrix)[c], c ? glTF[v][c] : -glTF[v][c], 0.02)
                     << node.name << " vertex " << v << " axis " << c;
-            }
     }
 }
 
@@ -147,12 +143,6 @@ Matrix16 rows(const std::array<double, 4>& q, const std::array<double, 3>& t) {
         for (int j = 0; j < 3; ++j)
             m[i * 4 + j] = static_cast<float>(r[j][i]);
     return m;
-}
-std::array<double, 3> through(const std::array<double, 3>& p, const Matrix16& m) {
-    std::array<double, 3> out{};
-    for (int c = 0; c < 3; ++c)
-        out[c] = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
-    return out;
 }
 
 // A two-bone arm whose rest stands 90 degrees from its first key: in the world,
@@ -297,39 +287,37 @@ TEST(SkinWeights, JointsOutsideTheExportedGroupAreLeftOut) {
     EXPECT_EQ(kept, "0inner0.750000 2inner1.000000 ");
 }
 
-// An empty record writes an empty block; lookups out of range and weights
-// without a bone fail rather than crash.
+// Records write a line per vertex, asked for or not; lookups out of range and
+// weights without a bone fail rather than crash.
 TEST(SkinWeights, EmptyRecordAndBadEntries) {
     XFileFixture f;
-    xfile::ObjectBones record;
-    record.Add(std::make_shared<scene::MemoryShape>());
-    EXPECT_EQ(
-        f.written([&](xfile::XFileExporter&, platform::TextSink& s) { record.Export(s, "e"); }),
-        "MeshSkinWeights {       // Mesh skin weights for e\r\n 0 ;\r\n} // End mesh skin weights e\r\n");
-    EXPECT_THROW(record.Item(1), Failure);
-    // A record of vertices none of which is asked for writes a line for each.
-    xfile::ObjectBones two;
+    auto block = [&](xfile::ObjectBones& r) {
+        return f.written([&](xfile::XFileExporter&, platform::TextSink& s) { r.Export(s, "e"); });
+    };
+    const std::string head = "MeshSkinWeights {       // Mesh skin weights for e\r\n",
+                      tail = "} // End mesh skin weights e\r\n", unasked = "               0 ;\r\n";
+    xfile::ObjectBones none, two, unnamed;
+    none.Add(std::make_shared<scene::MemoryShape>());
     two.Add(shapeOf({{0, 0, 0}, {1, 0, 0}}));
-    EXPECT_EQ(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { two.Export(s, "t"); }),
-              "MeshSkinWeights {       // Mesh skin weights for t\r\n 2 ;\r\n               0 ;\r\n          "
-              "     0 ;\r\n"
-              "} // End mesh skin weights t\r\n");
-    EXPECT_THROW(two.Item(3), Failure);
+    unnamed.Add(shapeOf({{0, 0, 0}}));
+    unnamed.Item(1).Add(nullptr, 1);
+    EXPECT_EQ(block(none), head + " 0 ;\r\n" + tail);
+    EXPECT_EQ(block(two), head + " 2 ;\r\n" + unasked + unasked + tail);
     xfile::PointBones p;
     p.Add(f.scene->root(), 0.5f);
     p.Add(f.scene->root(), 0.5f); // nothing is merged
     p.Remove(1);
     EXPECT_EQ(p.Count(), 1);
-    EXPECT_THROW(p.Item(2), Failure);
-    record.Object = std::make_shared<scene::MemoryShape>();
-    EXPECT_THROW(record.Add(nullptr), Failure);
-    xfile::ObjectBones one;
-    auto shape = std::make_shared<scene::MemoryShape>();
-    shape->positions().push_back({});
-    one.Add(shape);
-    one.Item(1).Add(nullptr, 1);
-    EXPECT_THROW(f.written([&](xfile::XFileExporter&, platform::TextSink& s) { one.Export(s, "e"); }),
-                 Failure);
+    none.Object = std::make_shared<scene::MemoryShape>();
+    const std::pair<const char*, std::function<void()>> failures[] = {
+        {"item 1 of no vertex", [&] { none.Item(1); }},
+        {"item 3 of two", [&] { two.Item(3); }},
+        {"weight 2 of one", [&] { p.Item(2); }},
+        {"no shape", [&] { none.Add(nullptr); }},
+        {"a weight without a bone", [&] { block(unnamed); }},
+    };
+    for (const auto& [what, fails] : failures)
+        EXPECT_THROW(fails(), Failure) << what;
 }
 
 // One record per mesh shape, however often it is used; bones are no meshes. The

@@ -118,4 +118,23 @@ class XReader {
     Block root_;
 };
 
+// A point through an X matrix (row vectors: the translation in the last row).
+template <typename Matrix> std::array<double, 3> through(const std::array<double, 3>& p, const Matrix& m) {
+    std::array<double, 3> out{};
+    for (int c = 0; c < 3; ++c)
+        out[c] = p[0] * m[c] + p[1] * m[4 + c] + p[2] * m[8 + c] + m[12 + c];
+    return out;
+}
+
+// A frame's matrix in the world: its own, then its parent's world.
+inline std::array<double, 16> worldOf(const XFrame& f, const std::array<double, 16>& parent) {
+    std::array<double, 16> world{};
+    for (int i = 0; i < 16; ++i)
+        for (int k = 0; k < 4; ++k)
+            world[i] += f.matrix[i / 4 * 4 + k] * parent[k * 4 + i % 4];
+    return world;
+}
+
+inline constexpr std::array<double, 16> kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
 } // namespace tarnvale::test
