@@ -69,6 +69,21 @@ struct Scene {
         b.doc["skins"] = json::array({{{"joints", {0, part()["children"][0]}}}});
         part()["skin"] = 0;
     }
+    // Primitives with a material each: the mesh of a frame takes 1001 at most.
+    void materials(int count) {
+        json& prims = b.doc["meshes"][mesh]["primitives"];
+        for (int m = 0; m < count; ++m)
+            b.doc["materials"].push_back(json::object()), prims[m] = prims[0], prims[m]["material"] = m;
+    }
+    // Vertex 0 of the triangle on that many bones, of equal weight (the simulator
+    // blends four); the others on the bone alone.
+    void influences(int count) {
+        std::vector<float> weights(24, 0);
+        std::fill_n(weights.begin(), count > 4 ? 4 : count, 1.0f / count);
+        std::fill_n(weights.begin() + 12, count > 4 ? count - 4 : 0, 1.0f / count);
+        weights[4] = weights[8] = 1;
+        skin(std::vector<uint8_t>(24, 1), weights);
+    }
     // The report of `check --json`, and its exit code.
     std::pair<int, json> check() {
         options.scene = b.saveGltf(dir.file("s.gltf"));
@@ -122,12 +137,7 @@ const Broken kBroken[] = {
      [](Scene& s) {
          s.b.node({{"name", "wing.001"}});
      }},
-    {"mesh-materials", "error", "l_aileron",
-     [](Scene& s) { // 1002 primitives, each of a material of its own
-         json& prims = s.b.doc["meshes"][s.mesh]["primitives"];
-         for (int m = 0; m < 1002; ++m)
-             s.b.doc["materials"].push_back(json::object()), prims[m] = prims[0], prims[m]["material"] = m;
-     }},
+    {"mesh-materials", "error", "l_aileron", [](Scene& s) { s.materials(1002); }},
     {"mesh-no-triangles", "error", "l_aileron",
      [](Scene& s) {
          s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
@@ -173,11 +183,7 @@ const Broken kBroken[] = {
      [](Scene& s) {
          s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0});
      }},
-    {"skin-influences", "warning", "l_aileron",
-     [](Scene& s) { // vertex 0: eight bones at 1/8
-         s.skin(std::vector<uint8_t>(24, 1), {.125f, .125f, .125f, .125f, 1, 0, 0, 0, 1, 0, 0, 0,
-                                              .125f, .125f, .125f, .125f, 0, 0, 0, 0, 0, 0, 0, 0});
-     }},
+    {"skin-influences", "warning", "l_aileron", [](Scene& s) { s.influences(5); }},
     {"skin-joints-outside", "warning", "",
      [](Scene& s) {
          s.skin({1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0});
@@ -242,10 +248,20 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
     s.b.saveGltf(scene);
     EXPECT_EQ(tarnvale("export " + scene + args, s.dir).code, 0);
     EXPECT_TRUE(fs::exists(x));
-    // Clean: the base scene, and the example as it is exported in full (a note: its image is resized).
-    const auto [code, report] = Scene().check();
-    EXPECT_EQ(std::make_pair(code, report["counts"]),
-              std::make_pair(0, json({{"error", 0}, {"warning", 0}, {"info", 0}})));
+    // Clean: the base scene, scenes right at a limit, and the example as it is
+    // exported in full (a note: its image is resized).
+    for (const auto& [what, atTheLimit] :
+         {std::pair<const char*, std::function<void(Scene&)>>{"base", nullptr},
+          {"1001 materials", [](Scene& c) { c.materials(1001); }},
+          {"four bones", [](Scene& c) { c.influences(4); }}}) {
+        Scene clean;
+        if (atTheLimit) atTheLimit(clean);
+        const auto [code, report] = clean.check();
+        EXPECT_EQ(std::make_pair(code, report["counts"]),
+                  std::make_pair(0, json({{"error", 0}, {"warning", 0}, {"info", 0}})))
+            << what << "\n"
+            << report.dump(1);
+    }
     r = tarnvale("check " + sourcePath("examples/trainer.gltf") + " --textures --json", s.dir);
     EXPECT_EQ(r.code, 0);
     EXPECT_EQ(json::parse(r.out)["counts"], json({{"error", 0}, {"warning", 0}, {"info", 1}})) << r.out;
