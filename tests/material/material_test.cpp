@@ -100,6 +100,21 @@ TEST(FS10Material, ConditionalBlocksInTheirOrder) {
     EXPECT_EQ(m.DiffuseTextureFileName, "WING.DDS");
     m.bIsNNumber = 2;
     EXPECT_EQ(output(m).find("NNumberTexture"), std::string::npos);
+    // Every texture block in its place; the names a conversion makes in that order.
+    FS10Material all;
+    std::string* fields[] = {&all.BumpTextureFileName,     &all.DetailTextureFileName,
+                             &all.FresnelTextureFileName,  &all.DiffuseTextureFileName,
+                             &all.SpecularTextureFileName, &all.ReflectionTextureFileName,
+                             &all.EmissiveTextureFileName};
+    const std::vector<std::string> names = {"BUMP.DDS", "DETAIL.DDS",     "FRESNEL.DDS", "DIFFUSE.DDS",
+                                            "SPEC.DDS", "REFLECTION.DDS", "GLOW.DDS"};
+    for (size_t i = 0; i < names.size(); ++i)
+        *fields[i] = names[i];
+    EXPECT_EQ(all.textureNames(), names);
+    const std::string text = output(all);
+    for (size_t i = 1; i < names.size(); ++i)
+        EXPECT_LT(text.find("\"" + names[i - 1] + "\""), text.find("\"" + names[i] + "\"")) << names[i];
+    EXPECT_NE(text.find("ReflectionTextureFileName {"), std::string::npos);
 }
 
 TEST(FS10Material, TextureNameRule) {
