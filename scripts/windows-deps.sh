@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Prepares what the Windows cross build needs in a folder of its own (argument):
-# links to the header-only libraries Debian ships, and libxml2 and libsquish
+# links to the header-only libraries Debian ships, and libxml2, libsquish and meshoptimizer
 # built from their Debian source packages. Nothing outside Debian's archive is fetched.
 set -euo pipefail
 deps="$1"
@@ -39,3 +39,5 @@ build libxml2 libxml2.a -DLIBXML2_WITH_ICONV=OFF -DLIBXML2_WITH_ICU=OFF -DLIBXML
   -DLIBXML2_WITH_TESTS=OFF -DLIBXML2_WITH_PROGRAMS=OFF
 # libsquish for the textures; the threads are ours, not OpenMP's.
 build libsquish libsquish.a -DBUILD_SQUISH_WITH_OPENMP=OFF
+# meshoptimizer for the levels of detail made from one mesh.
+build meshoptimizer libmeshoptimizer.a -DMESHOPT_BUILD_SHARED_LIBS=OFF

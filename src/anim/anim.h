@@ -11,6 +11,11 @@
 
 namespace tarnvale::anim {
 
+// The last key time the walk asks a node for.
+inline constexpr int32_t kKeyTimeLimit = 999999;
+// A node with more keys than this is an animated part of the XANIM file.
+inline constexpr size_t kMinKeys = 2;
+
 using platform::XmlDocument;
 using platform::XmlElement;
 

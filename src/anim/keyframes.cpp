@@ -11,9 +11,6 @@ namespace tarnvale::anim {
 
 namespace {
 
-// Objects with this many keys or fewer have no animation of their own.
-constexpr size_t kMinKeys = 2;
-
 std::string number(float v) {
     return platform::formatMask(v, 2, 6);
 }

@@ -34,11 +34,25 @@ nlohmann::json orNull(const std::string& s) {
 std::vector<check::Finding> checkForExport(const ExportOptions& o, platform::SettingsStore& settings,
                                            gltf::LoadedScene& loaded,
                                            const std::shared_ptr<scene::MemoryObject>& group,
-                                           const scene::BonesLeftOut& left) {
-    return check::run(subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left));
+                                           const scene::BonesLeftOut& left,
+                                           std::vector<lod::Budget>* budgets) {
+    return check::run(subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left),
+                      budgets);
 }
 
-nlohmann::json checkJson(const CheckOptions& o, const std::vector<check::Finding>& findings) {
+nlohmann::json budgetJson(const lod::Budget& b) {
+    size_t largest = 0;
+    for (const lod::Draw& d : b.draws)
+        largest = std::max(largest, d.vertices);
+    return {{"level", b.level},         {"number", b.number ? nlohmann::json(*b.number) : nlohmann::json()},
+            {"shown", b.shown},         {"triangles", b.triangles},
+            {"vertices", b.vertices},   {"materials", b.materials},
+            {"drawCalls", b.drawCalls}, {"animatedParts", b.animatedParts},
+            {"largestDraw", largest}};
+}
+
+nlohmann::json checkJson(const CheckOptions& o, const std::vector<check::Finding>& findings,
+                         const std::vector<lod::Budget>& budgets) {
     nlohmann::json counts = {{"error", 0}, {"warning", 0}, {"info", 0}}, list = nlohmann::json::array();
     for (const check::Finding& f : findings) {
         const char* severity = check::severityName(f.severity);
@@ -50,13 +64,18 @@ nlohmann::json checkJson(const CheckOptions& o, const std::vector<check::Finding
                         {"material", orNull(f.material)},
                         {"message", f.message}});
     }
+    nlohmann::json levels = nlohmann::json::array();
+    for (const lod::Budget& b : budgets)
+        levels.push_back(budgetJson(b));
     return {{"scene", o.scene},
             {"group", o.group ? nlohmann::json(*o.group) : nlohmann::json()},
             {"counts", counts},
-            {"findings", list}};
+            {"findings", list},
+            {"levels", levels}};
 }
 
-std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings) {
+std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings,
+                      const std::vector<lod::Budget>& budgets) {
     size_t counts[3] = {0, 0, 0};
     // The findings of one node or material together, in the order they first appear.
     std::vector<std::pair<std::string, std::vector<const check::Finding*>>> groups;
@@ -83,6 +102,34 @@ std::string checkText(const std::string& scene, const std::vector<check::Finding
             severity.resize(8, ' ');
             out += "    " + severity + f->kind + ": " + f->message + "\n";
         }
+    }
+    if (budgets.empty()) return out;
+    // Columns as wide as their heading or their widest value.
+    const std::vector<std::string> head = {"level",      "number",         "shown",
+                                           "triangles",  "vertices",       "materials",
+                                           "draw calls", "animated parts", "largest draw"};
+    std::vector<std::vector<std::string>> rows{head};
+    for (const lod::Budget& b : budgets) {
+        const nlohmann::json j = budgetJson(b);
+        rows.push_back({b.level, b.number ? std::to_string(*b.number) : "-", b.shown ? "yes" : "hidden"});
+        for (const char* key :
+             {"triangles", "vertices", "materials", "drawCalls", "animatedParts", "largestDraw"})
+            rows.back().push_back(std::to_string(j[key].get<size_t>()));
+    }
+    std::vector<size_t> width(head.size(), 0);
+    for (const auto& row : rows)
+        for (size_t i = 0; i < row.size(); ++i)
+            width[i] = std::max(width[i], platform::characterCount(row[i]));
+    out += "  what the simulator draws, level by level:\n";
+    for (const auto& row : rows) {
+        std::string line = "   ";
+        for (size_t i = 0; i < row.size(); ++i) {
+            const std::string pad(width[i] - platform::characterCount(row[i]), ' ');
+            line += " " + (i == 0 || i == 2 ? row[i] + pad : pad + row[i]);
+        }
+        while (line.back() == ' ')
+            line.pop_back();
+        out += line + "\n";
     }
     return out;
 }
@@ -111,12 +158,15 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     scene::BonesLeftOut left;
     const auto group = findGroup(loaded, o.group, left);
     if (!group) return refuse(o.scene + " has no node named \"" + *o.group + "\"");
-    const std::vector<check::Finding> findings =
-        check::run(subjectOf(o.pluginDir, *settings, o.registry, o.textures, loaded, group, left));
+    check::Subject subject = subjectOf(o.pluginDir, *settings, o.registry, o.textures, loaded, group, left);
+    subject.maxTriangles = o.maxTriangles;
+    subject.maxDrawCalls = o.maxDrawCalls;
+    std::vector<lod::Budget> budgets;
+    const std::vector<check::Finding> findings = check::run(subject, &budgets);
     if (o.json)
-        std::fprintf(out, "%s\n", checkJson(o, findings).dump().c_str());
+        std::fprintf(out, "%s\n", checkJson(o, findings, budgets).dump().c_str());
     else
-        std::fputs(checkText(o.scene, findings).c_str(), out);
+        std::fputs(checkText(o.scene, findings, budgets).c_str(), out);
     const bool errors = std::any_of(findings.begin(), findings.end(), [](const check::Finding& f) {
         return f.severity == check::Severity::Error;
     });

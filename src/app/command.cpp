@@ -65,6 +65,13 @@ CLI::App* addExportCommand(CLI::App& app, ExportOptions& o) {
     exp->add_flag("--no-tool", o.noTool, "Write the files only: do not run the SDK's tool on them");
     exp->add_flag("--check", o.check,
                   "Run the checks of `tarnvale check` first; an error found stops the export");
+    exp->add_option("--generate-lods", o.generateLods,
+                    "Make levels of detail of these screen sizes from the scene, largest first (100,50,25): "
+                    "the first is the scene as it is, each further one a simplified copy");
+    exp->add_option("--lod-share", o.lodShare,
+                    "With --generate-lods: the share of the triangles of the level before that each "
+                    "further level keeps (default 0.5)")
+        ->check(CLI::Range(0.01, 1.0));
     exp->add_option("--threads", o.threads,
                     "Threads that write the X file (default: one a core); the file is the "
                     "same whatever their number");
@@ -151,6 +158,11 @@ struct CommandLine {
         addReadOptions(check, c);
         check->add_flag("--textures", c.textures, "The export will convert the images (export --textures)");
         check->add_flag("--json", c.json, "The report as one JSON object on standard output");
+        check->add_option("--max-triangles", c.maxTriangles,
+                          "A level with more triangles is over its budget");
+        check->add_option("--max-draw-calls", c.maxDrawCalls,
+                          "A level with more draw calls (frames with a mesh, times their materials) is over "
+                          "its budget");
         sidecar = app.add_subcommand("sidecar", "The friendly name and GUID kept beside an X file, as JSON");
         sidecar->add_option("X_FILE", sidecarOf, "The X file")->required();
         CLI::App* blenderCommand = app.add_subcommand("blender", "Tarnvale in Blender");

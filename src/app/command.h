@@ -42,6 +42,7 @@ class JsonReport : public platform::Progress, public platform::MessageBoxes {
     // A line of the given kind: "warning", "error", "texture".
     void note(const char* kind, const std::string& text);
     void finding(const nlohmann::json& finding);
+    void budget(const nlohmann::json& level);
     void result(int code, const std::vector<std::string>& files);
 
   private:
@@ -64,12 +65,14 @@ struct ExportOptions {
     std::string pluginDir;
     std::string settings;
     std::string registry;
-    std::string textures;    // the folder the DDS files go to; none when empty
-    bool strict = false;     // a texture skipped fails the run
-    bool jsonReport = false; // --report json on standard output; asks nothing
-    bool noTool = false;     // the SDK's tool is not run
-    unsigned threads = 0;    // threads that write the X file; 0: one a core
-    bool check = false;      // the checks first; an error stops the export
+    std::string textures;     // the folder the DDS files go to; none when empty
+    bool strict = false;      // a texture skipped fails the run
+    bool jsonReport = false;  // --report json on standard output; asks nothing
+    bool noTool = false;      // the SDK's tool is not run
+    unsigned threads = 0;     // threads that write the X file; 0: one a core
+    bool check = false;       // the checks first; an error stops the export
+    std::string generateLods; // "100,50,25": levels made from the group before the export
+    double lodShare = 0.5;    // of the triangles of the level before, in each made level
 };
 
 // What `check` reads: the scene and the plug-in folder as the export would.
@@ -83,24 +86,36 @@ struct CheckOptions {
     std::string registry;
     bool textures = false; // the export would convert the images (--textures)
     bool json = false;
+    // A level with more is over its budget (a warning); none: no limit.
+    std::optional<size_t> maxTriangles, maxDrawCalls;
 };
 
 // The report of `check --json`, one object:
 // {"scene": S, "group": G or null, "counts": {"error": N, "warning": N, "info": N},
 //  "findings": [{"kind": K, "severity": "error"|"warning"|"info", "node": N or null,
-//  "frame": F or null, "material": M or null, "message": T}, ...]}
+//  "frame": F or null, "material": M or null, "message": T}, ...],
+//  "levels": [L, ...]}
 // with the node and material as the modeller named them and the frame as the X
-// file names it; {"scene": S, "error": T} when the scene cannot be read.
-nlohmann::json checkJson(const CheckOptions& options, const std::vector<check::Finding>& findings);
-// The findings as text, grouped by the node or material they concern.
-std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings);
+// file names it, L as budgetJson gives each level (or the group alone where it
+// has none); {"scene": S, "error": T} when the scene cannot be read.
+nlohmann::json checkJson(const CheckOptions& options, const std::vector<check::Finding>& findings,
+                         const std::vector<lod::Budget>& budgets = {});
+// A level's budget: {"level": NAME, "number": N or null, "shown": B, "triangles": N,
+// "vertices": N, "materials": N, "drawCalls": N, "animatedParts": N, "largestDraw":
+// N (the vertices of its largest draw)}.
+nlohmann::json budgetJson(const lod::Budget& budget);
+// The findings as text, grouped by the node or material they concern, then the
+// levels' budgets as a table.
+std::string checkText(const std::string& scene, const std::vector<check::Finding>& findings,
+                      const std::vector<lod::Budget>& budgets = {});
 // Checks the scene; exit 0 with no error found, 1 with errors, 2 unreadable.
 int runCheck(const CheckOptions& options, std::FILE* out);
 // The checks of an export run on the scene it read: the findings.
 std::vector<check::Finding> checkForExport(const ExportOptions& options, platform::SettingsStore& settings,
                                            gltf::LoadedScene& loaded,
                                            const std::shared_ptr<scene::MemoryObject>& group,
-                                           const scene::BonesLeftOut& left);
+                                           const scene::BonesLeftOut& left,
+                                           std::vector<lod::Budget>* budgets = nullptr);
 
 // The node named `group` (the root when none is given), or none; the skins below
 // it keep only joints within it (a level of detail: within its parent), and

@@ -3,6 +3,7 @@
 #include "app/command.h"
 
 #include "gltf/gltf.h"
+#include "lod/lod.h"
 #include "platform/names.h"
 #include "platform/platform.h"
 #include "shell/shell.h"
@@ -84,6 +85,25 @@ std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf:
                            " vertices that keep other joints have those scaled to the sum they had");
     }
     return group;
+}
+
+// With --generate-lods, the levels made from the group: the first level, which
+// the export takes; none (said why) when the numbers or the scene do not allow it.
+std::shared_ptr<scene::MemoryObject> madeLevels(const ExportOptions& o, gltf::LoadedScene& loaded,
+                                                const std::shared_ptr<scene::MemoryObject>& group,
+                                                Voice say) {
+    lod::Generation generation;
+    generation.share = o.lodShare;
+    if (auto why = lod::parseLevelNumbers(o.generateLods, generation.numbers)) {
+        say("error", "--generate-lods " + o.generateLods + ": " + *why);
+        return nullptr;
+    }
+    try {
+        return lod::generateLevels(*loaded.scene, group, generation);
+    } catch (const std::exception& e) {
+        say("error", "cannot make levels of detail of " + o.scene + ": " + e.what());
+        return nullptr;
+    }
 }
 
 // The checks of --check: findings reported, and whether an error stops the export.
@@ -218,11 +238,17 @@ int runExport(const ExportOptions& o, const ExportWindows& windows) {
     const Voice say{report};
     int code = kUnreadable;
     scene::BonesLeftOut left;
-    if (std::optional<gltf::LoadedScene> loaded = readForExport(o, *settings, say))
-        if (auto group = exportedGroup(o, *loaded, left, say)) {
-            const bool go = !o.check || checkPasses(o, *settings, *loaded, group, left, report, say);
-            code = go ? exportGroup(o, *settings, *loaded, group, windows, report) : kFailed;
-        }
+    std::optional<gltf::LoadedScene> loaded = readForExport(o, *settings, say);
+    auto group = loaded ? exportedGroup(o, *loaded, left, say) : nullptr;
+    if (group && !o.generateLods.empty()) group = madeLevels(o, *loaded, group, say);
+    if (group) {
+        const bool go = !o.check || checkPasses(o, *settings, *loaded, group, left, report, say);
+        // What each level costs to draw, for a program that shows it.
+        if (report && go)
+            for (const lod::Budget& b : lod::budgetsOf(group))
+                report->budget(budgetJson(b));
+        code = go ? exportGroup(o, *settings, *loaded, group, windows, report) : kFailed;
+    }
     if (report) {
         std::vector<std::string> files;
         for (const std::string& file : {o.output, o.output + "anim", shell::sidecarPath(o.output)})

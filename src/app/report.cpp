@@ -43,6 +43,10 @@ void JsonReport::finding(const nlohmann::json& finding) {
     write({{"finding", finding}});
 }
 
+void JsonReport::budget(const nlohmann::json& level) {
+    write({{"budget", level}});
+}
+
 void JsonReport::result(int code, const std::vector<std::string>& files) {
     write({{"result", {{"code", code}, {"files", files}}}});
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "gltf/gltf.h"
+#include "lod/lod.h"
 #include "scene/scene.h"
 
 #include <string>
@@ -40,6 +41,8 @@ struct Subject {
     std::string attachField = "FS10att";
     bool textures = false;            // the export converts the images (--textures)
     scene::BonesLeftOut bonesLeftOut; // joints outside the group, as the export leaves them out
+    // A level over these is over its budget (a warning); none: no limit.
+    std::optional<size_t> maxTriangles, maxDrawCalls;
 };
 
 // One check: its kind, its severity, what it finds (for the documentation of the
@@ -56,8 +59,9 @@ const std::vector<Rule>& rules();
 
 // Runs every rule; the findings in the order of what they concern (the scene,
 // the frames as the file holds them, the materials as first used), and of the
-// rules among those of one concern.
-std::vector<Finding> run(const Subject& subject);
+// rules among those of one concern. `budgets`, where given, gets what each level
+// (or the group) costs to draw, as lod::budgetsOf counts it.
+std::vector<Finding> run(const Subject& subject, std::vector<lod::Budget>* budgets = nullptr);
 
 // The skin influences one vertex may have: the simulator blends at most four bones.
 inline constexpr int kMaxInfluences = 4;

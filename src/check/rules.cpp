@@ -61,6 +61,7 @@ struct Context {
     bool modelDefRead = false;
     std::vector<platform::XmlElement> animations;
     int32_t materialField = 0, attachField = 0;
+    std::vector<lod::Budget> budgets;
 
     // A finding of the rule; `severity` lowers the rule's own where the export
     // takes care of what it found.
@@ -146,6 +147,18 @@ void collect(Context& c) {
             if (std::none_of(c.materials.begin(), c.materials.end(),
                              [m](const auto& u) { return u.first == m; }))
                 c.materials.push_back({m, &f});
+    // Meshes read as counts only are counted from their outlines.
+    const auto& outlines = c.subject.loaded->outlines;
+    c.budgets = lod::budgetsOf(c.subject.group, [&outlines](const SGObjectPtr& node) {
+        std::optional<lod::FrameCounts> counts;
+        const auto it = outlines.find(dynamic_cast<const MemoryObject*>(node.get()));
+        if (it == outlines.end()) return counts;
+        counts.emplace();
+        counts->vertices = it->second.vertices;
+        for (const auto& part : it->second.parts)
+            counts->draws.push_back({node, {}, part.vertices, part.triangles, part.material});
+        return counts;
+    });
     auto& fields = c.subject.loaded->scene->fields();
     c.materialField = fields.addMaterial(c.subject.materialField);
     c.attachField = fields.addObject(c.subject.attachField);
@@ -342,6 +355,49 @@ void meshMaterials(Context& c, const Rule& r) {
                   "its meshes use " + std::to_string(f.materials.size()) +
                       " materials, and one "
                       "frame's mesh takes at most 1001: split it over several nodes");
+}
+
+// The frame a node has in the file, where it has one.
+const Frame* frameOf(const Context& c, const SGObjectPtr& node) {
+    for (const Frame& f : c.frames)
+        if (f.node == node.get()) return &f;
+    return nullptr;
+}
+
+std::string thousands(size_t n) {
+    std::string s = std::to_string(n);
+    for (size_t at = s.size(); at > 3; at -= 3)
+        s.insert(at - 3, ",");
+    return s;
+}
+
+void drawVertexLimit(Context& c, const Rule& r) {
+    for (const lod::Budget& b : c.budgets)
+        for (const lod::Draw& d : b.draws)
+            if (b.shown && d.vertices > lod::kMaxDrawVertices)
+                c.add(r, frameOf(c, d.node), nullptr,
+                      "its triangles of material " + (d.material.empty() ? "(none)" : d.material) + " take " +
+                          thousands(d.vertices) +
+                          " vertices in one draw, and the compiler's 16-bit indices stop at 65,535: split "
+                          "the mesh over several nodes, or give part of it another material");
+}
+
+void levelBudget(Context& c, const Rule& r) {
+    const auto over = [](size_t value, const std::optional<size_t>& limit, const char* what) {
+        return limit && value > *limit
+                   ? std::string(what) + " " + thousands(value) + " (at most " + thousands(*limit) + ")"
+                   : std::string();
+    };
+    for (const lod::Budget& b : c.budgets) {
+        std::string said = over(b.triangles, c.subject.maxTriangles, "triangles");
+        const std::string calls = over(b.drawCalls, c.subject.maxDrawCalls, "draw calls");
+        if (!said.empty() && !calls.empty()) said += ", ";
+        said += calls;
+        if (b.shown && !said.empty())
+            c.add(r,
+                  frameOf(c, b.level == c.subject.group->GetName() ? SGObjectPtr(c.subject.group) : nullptr),
+                  nullptr, b.level + " is over its budget: " + said + ": simplify it, or merge materials");
+    }
 }
 
 void meshNoTriangles(Context& c, const Rule& r) {
@@ -620,6 +676,12 @@ const std::vector<Rule>& rules() {
         {"mesh-materials", Severity::Error, "a frame's mesh uses more than 1001 materials", meshMaterials},
         {"mesh-no-triangles", Severity::Error, "a frame's mesh has vertices and no triangle",
          meshNoTriangles},
+        {"draw-vertex-limit", Severity::Error,
+         "a frame's triangles of one material take more than 65,535 vertices, the most one draw holds",
+         drawVertexLimit},
+        {"level-budget", Severity::Warning,
+         "a level has more triangles or draw calls than --max-triangles or --max-draw-calls allow",
+         levelBudget},
         {"mirrored", Severity::Info, "a node's world transform mirrors", mirrored},
         {"material-empty-name", Severity::Error,
          "a material's text leaves SrcBlend, DstBlend, AlphaTestFunction or EmissiveData empty",
@@ -647,12 +709,13 @@ const std::vector<Rule>& rules() {
     return table;
 }
 
-std::vector<Finding> run(const Subject& subject) {
+std::vector<Finding> run(const Subject& subject, std::vector<lod::Budget>* budgets) {
     std::vector<Finding> findings;
-    Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, 0, 0};
+    Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, 0, 0, {}};
     collect(context);
     for (const Rule& rule : rules())
         rule.run(context, rule);
+    if (budgets) *budgets = std::move(context.budgets);
     std::stable_sort(findings.begin(), findings.end(),
                      [](const Finding& a, const Finding& b) { return a.place < b.place; });
     return findings;

@@ -46,6 +46,13 @@ struct ReadOptions {
 struct MeshOutline {
     size_t vertices = 0, triangles = 0;
     std::vector<std::shared_ptr<scene::MemoryMaterial>> materials; // distinct, in first use
+    // Per primitive with triangles: its material, the vertices its draw takes (its
+    // own, or three a triangle where the file gives no normals) and its triangles.
+    struct Part {
+        std::shared_ptr<scene::MemoryMaterial> material;
+        size_t vertices = 0, triangles = 0;
+    };
+    std::vector<Part> parts;
 };
 
 // An image a material uses, as the reader found it: once per image and use (a

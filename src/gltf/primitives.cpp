@@ -135,9 +135,10 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
             throw SceneError(what + " has an index past its last vertex");
         outline->vertices += n;
         outline->triangles += triangles;
-        if (triangles > 0 &&
-            std::find(outline->materials.begin(), outline->materials.end(), mat) == outline->materials.end())
+        if (triangles == 0) return;
+        if (std::find(outline->materials.begin(), outline->materials.end(), mat) == outline->materials.end())
             outline->materials.push_back(mat);
+        outline->parts.push_back({mat, haveNormals ? n : 3 * triangles, triangles});
         return;
     }
     shape.reserve(triangles, triangles * 3);

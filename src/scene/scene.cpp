@@ -103,6 +103,22 @@ std::shared_ptr<MemoryObject> MemoryObject::findByName(const std::string& name) 
     return nullptr;
 }
 
+std::shared_ptr<MemoryObject> MemoryObject::addCopyOf(const MemoryObject& source, const std::string& name) {
+    auto copy = addChild(name);
+    copy->matrix_ = source.matrix_;
+    copy->rest_ = source.rest_;
+    copy->value_ = source.value_;
+    copy->fieldText_ = source.fieldText_;
+    copy->keys_ = source.keys_;
+    return copy;
+}
+
+void MemoryObject::adopt(std::shared_ptr<MemoryObject> child) {
+    if (auto old = child->parent_.lock()) std::erase(old->children_, child);
+    child->parent_ = weak_from_this();
+    children_.push_back(std::move(child));
+}
+
 SGNodeListPtr MemoryObject::GetChildren() {
     return std::make_shared<VectorNodeList>(std::vector<SGObjectPtr>(children_.begin(), children_.end()),
                                             "node");

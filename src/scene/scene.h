@@ -329,6 +329,12 @@ class MemoryObject : public SGObject, public std::enable_shared_from_this<Memory
 
     // Building.
     std::shared_ptr<MemoryObject> addChild(const std::string& name);
+    // A new last child that has the source's transform, rest, node value, fields
+    // and keys (not its children or shapes), under the name given.
+    std::shared_ptr<MemoryObject> addCopyOf(const MemoryObject& source, const std::string& name);
+    // Moves a node (and its subtree; not an ancestor of this one) from its parent
+    // to the end of this node's children.
+    void adopt(std::shared_ptr<MemoryObject> child);
     void addShapeLast(const SGShapePtr& shape) { shapes_.push_back(shape); }
     void addShapeFirst(const SGShapePtr& shape) { shapes_.insert(shapes_.begin(), shape); }
     // Local transform relative to the parent; also sets the rest position unless one

@@ -9,7 +9,6 @@ namespace {
 
 constexpr const char* kApplication = "MorvanePlugin";
 constexpr const char* kSection = "Tarnvale";
-constexpr int32_t kKeyTimeLimit = 999999;
 constexpr int32_t kMinimisedNoFocus = 6;
 
 } // namespace
@@ -80,7 +79,7 @@ void Tarnvale::exportStages(const std::string& ExportFileName, const std::string
     if (lMaterialFieldId < 0) lMaterialFieldId = cgSceneRoot->AddMaterialField(fieldId);
     lAttachFieldId = cgSceneRoot->FindObjectField(attachId);
     if (lAttachFieldId < 0) lAttachFieldId = cgSceneRoot->AddObjectField(attachId);
-    lKeyTimeLimit = kKeyTimeLimit;
+    lKeyTimeLimit = anim::kKeyTimeLimit;
 
     const std::string configPath = sidecarPath(ExportFileName);
     xmlConfigRoot = configDocumentOpen(configPath);

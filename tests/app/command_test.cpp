@@ -120,8 +120,9 @@ TEST(Command, ReportsJsonLinesAndTheSidecarForPrograms) {
     };
     const std::string a = d.file("a.x");
     std::vector<json> done = report(example() + " -o " + a + " --name Club --no-tool", 0);
-    ASSERT_GE(done.size(), 3u);
-    EXPECT_EQ(done.front()["stage"], "Creating X file");
+    ASSERT_GE(done.size(), 4u);
+    EXPECT_EQ(done.front()["budget"]["level"], "Tarnvale Trainer"); // the whole scene: no level of its own
+    EXPECT_EQ(done[1]["stage"], "Creating X file");
     EXPECT_EQ(done[done.size() - 2]["box"]["title"], "FSX Export");
     EXPECT_EQ(std::count_if(done.begin(), done.end(), [](const json& l) { return l.contains("box"); }),
               1); // no tool

@@ -69,6 +69,20 @@ struct Scene {
         b.doc["skins"] = json::array({{{"joints", {0, part()["children"][0]}}}});
         part()["skin"] = 0;
     }
+    // The triangle replaced by a grid of columns x rows vertices, of one material.
+    void grid(int columns, int rows) {
+        std::vector<float> points;
+        std::vector<uint32_t> triangles;
+        for (int r = 0; r < rows; ++r)
+            for (int c = 0; c < columns; ++c) {
+                points.insert(points.end(), {float(c), float(r), 0});
+                const auto at = static_cast<uint32_t>(r * columns + c);
+                if (r > 0 && c > 0)
+                    triangles.insert(triangles.end(),
+                                     {at - columns - 1, at - 1, at, at - columns - 1, at, at - columns});
+            }
+        b.doc["meshes"][mesh] = b.doc["meshes"][b.triangles<uint32_t>(points, triangles)];
+    }
     // Primitives with a material each: the mesh of a frame takes 1001 at most.
     void materials(int count) {
         json& prims = b.doc["meshes"][mesh]["primitives"];
@@ -138,9 +152,11 @@ const Broken kBroken[] = {
          s.b.node({{"name", "wing.001"}});
      }},
     {"mesh-materials", "error", "l_aileron", [](Scene& s) { s.materials(1002); }},
+    {"draw-vertex-limit", "error", "l_aileron", [](Scene& s) { s.grid(280, 250); }}, // 70,000 vertices
+    {"level-budget", "warning", "s", [](Scene& s) { s.options.maxDrawCalls = 0; }},
     {"mesh-no-triangles", "error", "l_aileron",
      [](Scene& s) {
-         s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices({0, 1});
+         s.b.doc["meshes"][s.mesh]["primitives"][0]["indices"] = s.b.indices(std::vector<uint16_t>{0, 1});
      }},
     {"mirrored", "info", "l_aileron",
      [](Scene& s) { // its child mirrors too, and is not told of
@@ -230,7 +246,10 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
             "FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">\n"
             "  node wing.001 (frm-wing_001)\n"
             "    info    name-mapped: the X file cannot hold its name as it is, so it becomes wing_001 (the "
-            "frame frm-wing_001)\n");
+            "frame frm-wing_001)\n"
+            "  what the simulator draws, level by level:\n"
+            "    level number shown triangles vertices materials draw calls animated parts largest draw\n"
+            "    s          - yes           1        3         1          1              1            3\n");
     const std::string x = s.dir.file("s.x"), args = " -o " + x + plugin + " --yes --no-tool --check";
     r = tarnvale("export " + scene + args, s.dir);
     EXPECT_EQ(r.code, 1);

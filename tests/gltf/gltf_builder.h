@@ -28,6 +28,9 @@ class GltfBuilder {
     int indices(const std::vector<uint16_t>& v) {
         return accessor(v.data(), v.size() * 2, 5123, v.size(), "SCALAR");
     }
+    int indices(const std::vector<uint32_t>& v) {
+        return accessor(v.data(), v.size() * 4, 5125, v.size(), "SCALAR");
+    }
     // Unsigned bytes, normalised or not (joints and weights of skins).
     int bytes(const std::vector<uint8_t>& v, const char* type, bool normalized) {
         int a = accessor(v.data(), v.size(), 5121, countOf(v.size(), type), type);
@@ -80,7 +83,8 @@ class GltfBuilder {
     }
     int bufferView(const std::string& bytes) { return view(bytes.data(), bytes.size()); }
     // A mesh of one triangle list primitive; gives the mesh index.
-    int triangles(const std::vector<float>& positions, const std::vector<uint16_t>& idx,
+    template <typename Index = uint16_t>
+    int triangles(const std::vector<float>& positions, const std::vector<Index>& idx,
                   json extra = json::object()) {
         json prim = {{"attributes", {{"POSITION", floats(positions, "VEC3")}}}};
         if (!idx.empty()) prim["indices"] = indices(idx);

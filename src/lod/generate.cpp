@@ -1,0 +1,266 @@
+// Levels made from a scene that has none: copies of the group whose meshes are
+// simplified with meshoptimizer.
+#include "lod/lod.h"
+
+#include "platform/names.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <map>
+#include <meshoptimizer.h>
+#include <unordered_map>
+
+namespace tarnvale::lod {
+
+namespace {
+
+using scene::MemoryObject;
+using scene::MemoryShape;
+
+// A corner of the source mesh as a vertex of its own: a vertex record (position
+// and pair) with one normal. Vertices split where either differs, as the
+// compiler's do, so that simplifying keeps every pair and normal it keeps.
+struct SplitVertices {
+    std::vector<uint32_t> record, normal;           // per vertex
+    std::vector<uint32_t> firstOf;                  // per record: its first vertex
+    std::unordered_map<uint64_t, uint32_t> otherOf; // (record, normal) of the rest
+
+    explicit SplitVertices(size_t records) : firstOf(records, UINT32_MAX) {}
+    uint32_t of(uint32_t r, uint32_t n) {
+        uint32_t& first = firstOf.at(r);
+        if (first == UINT32_MAX) return first = add(r, n);
+        if (normal[first] == n) return first;
+        auto [it, added] = otherOf.try_emplace(uint64_t(r) << 32 | n, 0);
+        if (added) it->second = add(r, n);
+        return it->second;
+    }
+    uint32_t add(uint32_t r, uint32_t n) {
+        record.push_back(r);
+        normal.push_back(n);
+        return static_cast<uint32_t>(record.size() - 1);
+    }
+};
+
+// One material's triangles simplified to about `share` of them. Its vertices are
+// taken apart first, so that the simplifier's work is in proportion to them and
+// not to the whole mesh; its border is kept, where it meets other materials.
+std::vector<uint32_t> simplifyPart(const std::vector<uint32_t>& triangles,
+                                   const std::vector<float>& positions, std::vector<uint32_t>& localOf,
+                                   double share) {
+    std::vector<uint32_t> global, local(triangles.size());
+    std::vector<float> points;
+    for (size_t i = 0; i < triangles.size(); ++i) {
+        uint32_t& l = localOf[triangles[i]];
+        if (l == UINT32_MAX) {
+            l = static_cast<uint32_t>(global.size());
+            global.push_back(triangles[i]);
+            points.insert(points.end(), &positions[3 * size_t(triangles[i])],
+                          &positions[3 * size_t(triangles[i])] + 3);
+        }
+        local[i] = l;
+    }
+    const size_t wanted =
+        std::max<size_t>(1, static_cast<size_t>(std::lround(triangles.size() / 3 * share))) * 3;
+    std::vector<uint32_t> kept(local.size());
+    // The error bound is the mesh's whole size: the triangle count decides.
+    kept.resize(meshopt_simplify(kept.data(), local.data(), local.size(), points.data(), global.size(),
+                                 3 * sizeof(float), wanted, 1.0f, meshopt_SimplifyLockBorder, nullptr));
+    for (uint32_t& k : kept)
+        k = global[k];
+    for (uint32_t g : global)
+        localOf[g] = UINT32_MAX;
+    return kept;
+}
+
+// Whether a node or any below it names a level.
+std::optional<std::string> levelWithin(const std::shared_ptr<MemoryObject>& root) {
+    std::vector<const MemoryObject*> stack{root.get()};
+    while (!stack.empty()) {
+        const MemoryObject* node = stack.back();
+        stack.pop_back();
+        if (platform::isLevelOfDetail(node->shownName())) return node->shownName();
+        for (const auto& child : node->children())
+            stack.push_back(child.get());
+    }
+    return std::nullopt;
+}
+
+// Copies of a level's nodes below `level`, with their meshes simplified.
+class LevelCopy {
+  public:
+    LevelCopy(std::string suffix, double share) : suffix_(std::move(suffix)), share_(share) {}
+
+    void copy(const std::shared_ptr<MemoryObject>& source, MemoryObject& into) {
+        std::vector<std::pair<MemoryObject*, MemoryObject*>> stack{{source.get(), &into}};
+        while (!stack.empty()) {
+            auto [from, parent] = stack.back();
+            stack.pop_back();
+            auto made = parent->addCopyOf(*from, from->GetName() + suffix_);
+            copies_[from] = made;
+            SGShapeListPtr shapes = from->GetShapes();
+            for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i)
+                made->addShapeLast(shapeFor(shapes->GetItem(i)));
+            for (auto it = from->children().rbegin(); it != from->children().rend(); ++it)
+                stack.push_back({it->get(), made.get()});
+        }
+    }
+    // The skins of the copies follow the copied bones (a bone outside the level
+    // stays the one it was).
+    void rebindSkins() {
+        for (auto& [source, shape] : meshes_) {
+            std::vector<VertexWeight> weights = shape->GetVertexWeights();
+            if (weights.empty()) continue;
+            for (VertexWeight& w : weights)
+                if (auto it = copies_.find(dynamic_cast<const MemoryObject*>(w.bone.get()));
+                    it != copies_.end())
+                    w.bone = it->second;
+            shape->setWeights(weights);
+        }
+    }
+
+  private:
+    SGShapePtr shapeFor(const SGShapePtr& shape) {
+        if (shape->GetGeometryKind() != kGeometryPolygonMesh) return shape; // bones and the like: shared
+        auto [it, added] = meshes_.try_emplace(shape.get(), nullptr);
+        if (added) it->second = simplified(*shape, share_);
+        return it->second;
+    }
+
+    std::string suffix_;
+    double share_;
+    std::map<const MemoryObject*, std::shared_ptr<MemoryObject>> copies_;
+    std::map<const SGShape*, std::shared_ptr<MemoryShape>> meshes_;
+};
+
+} // namespace
+
+std::shared_ptr<MemoryShape> simplified(SGShape& shape, double share) {
+    MeshArrays a;
+    shape.GetMeshArrays(a);
+    SplitVertices split(static_cast<size_t>(a.vertexCount));
+    std::vector<SGMaterialPtr> materials; // by first use
+    std::vector<std::vector<uint32_t>> triangles;
+    std::unordered_map<const SGMaterial*, size_t> partOf;
+    std::vector<uint32_t> fan;
+    size_t at = 0;
+    for (int32_t p = 0, n = shape.GetPolygonCount(); p < n; ++p) {
+        const SGMaterialPtr& material = shape.FaceMaterial(p);
+        auto [it, added] = partOf.try_emplace(material.get(), materials.size());
+        if (added) materials.push_back(material), triangles.emplace_back();
+        const auto corners = static_cast<size_t>(a.polygons.at(at));
+        fan.resize(corners);
+        for (size_t c = 0; c < corners; ++c)
+            fan[c] = split.of(static_cast<uint32_t>(a.polygons.at(at + 1 + 2 * c)),
+                              static_cast<uint32_t>(a.polygons.at(at + 2 + 2 * c)));
+        at += 1 + 2 * corners;
+        for (size_t c = 2; c < corners; ++c)
+            triangles[it->second].insert(triangles[it->second].end(), {fan[0], fan[c - 1], fan[c]});
+    }
+    std::vector<float> positions;
+    positions.reserve(3 * split.record.size());
+    for (uint32_t r : split.record)
+        positions.insert(positions.end(), {a.vertices[r].x, a.vertices[r].y, a.vertices[r].z});
+
+    // The vertices the kept triangles use, in order of first use.
+    auto out = std::make_shared<MemoryShape>();
+    std::vector<uint32_t> localOf(split.record.size(), UINT32_MAX), newOf(split.record.size(), UINT32_MAX);
+    std::vector<uint32_t> kept;
+    auto vertexFor = [&](uint32_t v) {
+        if (newOf[v] == UINT32_MAX) {
+            newOf[v] = static_cast<uint32_t>(kept.size());
+            kept.push_back(v);
+            const MeshVertex& r = a.vertices[split.record[v]];
+            const MeshNormal& nm = a.normals.at(split.normal[v]);
+            out->positions().push_back({r.x, r.y, r.z});
+            out->normals().push_back({nm.x, nm.y, nm.z});
+            out->uvs().push_back({r.u, r.v});
+        }
+        return static_cast<int32_t>(newOf[v]);
+    };
+    for (size_t m = 0; m < materials.size(); ++m) {
+        const std::vector<uint32_t> part = simplifyPart(triangles[m], positions, localOf, share);
+        for (size_t t = 0; t + 2 < part.size(); t += 3) {
+            MemoryShape::Corner corners[3];
+            for (int c = 0; c < 3; ++c) {
+                const int32_t v = vertexFor(part[t + c]);
+                corners[c] = {v, v, v};
+            }
+            out->addPolygon(materials[m], corners);
+        }
+    }
+
+    // Skin weights follow their vertices: a record beyond the positions is a
+    // further pair of an earlier position, whose weights it shares.
+    std::vector<VertexWeight> weights = shape.GetVertexWeights();
+    if (!weights.empty()) {
+        const size_t base = a.vertices.size() - a.repeated.size();
+        std::vector<size_t> startOf(base + 1, weights.size());
+        for (size_t w = weights.size(); w-- > 0;)
+            startOf.at(static_cast<size_t>(weights[w].vertex)) = w;
+        for (size_t v = base; v-- > 0;)
+            startOf[v] = std::min(startOf[v], startOf[v + 1]);
+        std::vector<VertexWeight> moved;
+        for (size_t k = 0; k < kept.size(); ++k) {
+            const size_t r = split.record[kept[k]];
+            const size_t position = r < base ? r : static_cast<size_t>(a.repeated.at(r - base));
+            for (size_t w = startOf[position]; w < weights.size() && weights[w].vertex == int32_t(position);
+                 ++w)
+                moved.push_back({static_cast<int32_t>(k), weights[w].bone, weights[w].weight});
+        }
+        out->setWeights(moved);
+    }
+    return out;
+}
+
+std::optional<std::string> parseLevelNumbers(std::string_view text, std::vector<int>& numbers) {
+    numbers.clear();
+    while (true) {
+        const size_t comma = text.find(',');
+        const std::string_view word = text.substr(0, comma);
+        int n = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), n);
+        if (word.empty() || error != std::errc() || end != word.data() + word.size() || n <= 0)
+            return "\"" + std::string(word) + "\" is not a positive whole number";
+        if (!numbers.empty() && n >= numbers.back())
+            return "the numbers must fall, each level smaller than the one before (" +
+                   std::to_string(numbers.back()) + " then " + std::to_string(n) + ")";
+        numbers.push_back(n);
+        if (comma == std::string_view::npos) break;
+        text.remove_prefix(comma + 1);
+    }
+    if (numbers.size() < 2) return "give two levels or more, the largest first (100,50,25)";
+    return std::nullopt;
+}
+
+std::shared_ptr<MemoryObject> generateLevels(scene::MemoryScene& scene,
+                                             const std::shared_ptr<MemoryObject>& group,
+                                             const Generation& generation) {
+    const bool whole = group == scene.root();
+    auto parent = whole ? scene.root() : std::dynamic_pointer_cast<MemoryObject>(group->GetParent());
+    if (auto level = levelWithin(group))
+        throw std::runtime_error("it already holds levels of detail (" + *level +
+                                 "): export them as they are, without --generate-lods");
+    if (parent && !whole)
+        for (const auto& sibling : parent->children())
+            if (platform::isLevelOfDetail(sibling->GetName()))
+                throw std::runtime_error("it stands beside levels of detail (" + sibling->shownName() +
+                                         "): export them as they are, without --generate-lods");
+    const std::vector<std::shared_ptr<MemoryObject>> content =
+        whole ? group->children() : std::vector<std::shared_ptr<MemoryObject>>{group};
+    const std::string base = group->GetName();
+    auto first = parent->addChild(base + "_LOD_" + std::to_string(generation.numbers.front()));
+    for (const auto& node : content)
+        first->adopt(node);
+    for (size_t i = 1; i < generation.numbers.size(); ++i) {
+        const std::string number = std::to_string(generation.numbers[i]);
+        auto level = parent->addChild(base + "_LOD_" + number);
+        LevelCopy copy("_lod" + number, std::pow(generation.share, static_cast<double>(i)));
+        for (const auto& node : content)
+            copy.copy(node, *level);
+        copy.rebindSkins();
+    }
+    return first;
+}
+
+} // namespace tarnvale::lod
