@@ -138,7 +138,18 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
         if (triangles == 0) return;
         if (std::find(outline->materials.begin(), outline->materials.end(), mat) == outline->materials.end())
             outline->materials.push_back(mat);
-        outline->parts.push_back({mat, haveNormals ? n : 3 * triangles, triangles});
+        // A draw takes the vertices its triangles use (primitives may share an
+        // accessor), or three a triangle with a normal of each triangle's own.
+        size_t drawn = 3 * triangles;
+        if (haveNormals && ia) {
+            std::vector<bool> taken(n, false);
+            drawn = 0;
+            for (size_t i = 0; i < used; ++i)
+                if (const uint32_t v = ia->index(i); !taken[v]) taken[v] = true, ++drawn;
+        } else if (haveNormals) {
+            drawn = used;
+        }
+        outline->parts.push_back({mat, drawn, triangles});
         return;
     }
     shape.reserve(triangles, triangles * 3);

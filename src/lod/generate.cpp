@@ -80,8 +80,8 @@ std::optional<std::string> levelWithin(const std::shared_ptr<MemoryObject>& root
         const MemoryObject* node = stack.back();
         stack.pop_back();
         if (platform::isLevelOfDetail(node->shownName())) return node->shownName();
-        for (const auto& child : node->children())
-            stack.push_back(child.get());
+        for (auto it = node->children().rbegin(); it != node->children().rend(); ++it)
+            stack.push_back(it->get());
     }
     return std::nullopt;
 }

@@ -69,7 +69,8 @@ struct Scene {
         b.doc["skins"] = json::array({{{"joints", {0, part()["children"][0]}}}});
         part()["skin"] = 0;
     }
-    // The triangle replaced by a grid of columns x rows vertices, of one material.
+    // The triangle replaced by a grid of columns x rows vertices (normals and all),
+    // of one material.
     void grid(int columns, int rows) {
         std::vector<float> points;
         std::vector<uint32_t> triangles;
@@ -81,7 +82,11 @@ struct Scene {
                     triangles.insert(triangles.end(),
                                      {at - columns - 1, at - 1, at, at - columns - 1, at, at - columns});
             }
-        b.doc["meshes"][mesh] = b.doc["meshes"][b.triangles<uint32_t>(points, triangles)];
+        json& prim = b.doc["meshes"][mesh] = b.doc["meshes"][b.triangles<uint32_t>(points, triangles)];
+        std::vector<float> up(points.size(), 0);
+        for (size_t i = 2; i < up.size(); i += 3)
+            up[i] = 1;
+        prim["primitives"][0]["attributes"]["NORMAL"] = b.floats(up, "VEC3");
     }
     // Primitives with a material each: the mesh of a frame takes 1001 at most.
     void materials(int count) {
@@ -272,7 +277,9 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
     for (const auto& [what, atTheLimit] :
          {std::pair<const char*, std::function<void(Scene&)>>{"base", nullptr},
           {"1001 materials", [](Scene& c) { c.materials(1001); }},
-          {"four bones", [](Scene& c) { c.influences(4); }}}) {
+          {"four bones", [](Scene& c) { c.influences(4); }},
+          {"65,535 vertices in a draw", [](Scene& c) { c.grid(255, 257); }},
+          {"one draw call", [](Scene& c) { c.options.maxDrawCalls = 1; }}}) {
         Scene clean;
         if (atTheLimit) atTheLimit(clean);
         const auto [code, report] = clean.check();

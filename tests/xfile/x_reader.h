@@ -14,12 +14,13 @@ namespace tarnvale::test {
 struct XMesh {
     std::vector<std::array<double, 3>> positions, normals;
     std::vector<std::vector<int>> faces, normalFaces;
+    std::vector<int> faceMaterials; // per face, from MeshMaterialList
     // Per vertex: (bone, weight); empty without a MeshSkinWeights block.
     std::vector<std::vector<std::pair<std::string, double>>> weights;
 };
 
 struct XFrame {
-    std::string name;
+    std::string name, link; // the frame's name, and its AnimLinkName
     std::array<double, 16> matrix{};
     std::vector<XMesh> meshes;
     std::vector<XFrame> children;
@@ -70,13 +71,14 @@ class XReader {
         return b;
     }
     static XFrame frame(const Block& b) {
-        XFrame f{b.name, {}, {}, {}};
+        XFrame f{b.name, {}, {}, {}, {}};
         for (const Block& c : b.children) {
             if (c.type == "FrameTransformMatrix")
                 for (size_t i = 0; i < 16; ++i)
                     f.matrix[i] = std::stod(c.data.at(i));
             if (c.type == "Mesh") f.meshes.push_back(mesh(c));
             if (c.type == "Frame") f.children.push_back(frame(c));
+            if (c.type == "AnimLinkName") f.link = c.data.at(0).substr(1, c.data.at(0).size() - 2);
         }
         return f;
     }
@@ -100,6 +102,9 @@ class XReader {
         vectorsAndFaces(b, m.positions, m.faces);
         for (const Block& c : b.children) {
             if (c.type == "MeshNormals") vectorsAndFaces(c, m.normals, m.normalFaces);
+            if (c.type == "MeshMaterialList")
+                for (size_t i = 0; i < std::stoul(c.data.at(1)); ++i)
+                    m.faceMaterials.push_back(std::stoi(c.data.at(2 + i)));
             if (c.type != "MeshSkinWeights") continue;
             size_t at = 0;
             m.weights.resize(std::stoul(c.data.at(at++)));
