@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # End to end, side by side: `tarnvale export` of a generated .glb against
 # `assimp export` of the same file to .x (Debian's assimp-utils), run in turn
-# PAIRS times so that both see the same load. Prints the median wall time, the
-# range and the peak memory of each, and the ratio of the medians.
+# PAIRS times so that both see the same load, with the check and an export that
+# makes 4 levels of detail. Prints the median wall time, the range and the peak
+# memory of each, and the ratios of the medians.
 # Usage: bench/e2e.sh [TRIANGLES] [MATERIALS] [NODES] [PAIRS]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -29,8 +30,10 @@ declare -A cmd=(
   [tarnvale-1]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/1/m.x --yes --quiet --threads 1"
   [assimp]="assimp export $work/grid.glb $work/a.x"
   [check]="./build-bench/bin/tarnvale check $work/grid.glb"
+  [lods]="./build-bench/bin/tarnvale export $work/grid.glb -o $work/l/m.x --yes --quiet --no-tool --generate-lods 100,50,25,10"
 )
-order=(tarnvale tarnvale-1 assimp check)
+mkdir -p "$work/l"
+order=(tarnvale tarnvale-1 assimp check lods)
 for ((i = 0; i < pairs; i++)); do
   for name in "${order[@]}"; do
     # Wall time to the millisecond (time's own has hundredths), peak from time.
@@ -51,7 +54,8 @@ for name in "${order[@]}"; do
 done
 awk -v a="${median[assimp]}" -v t="${median[tarnvale]}" -v o="${median[tarnvale-1]}" 'BEGIN {
   printf "tarnvale is %.1f x faster than assimp (%.1f x on one thread) over %d pairs\n", a / t, a / o, '"$pairs"' }'
-awk -v c="${median[check]}" -v t="${median[tarnvale]}" 'BEGIN { printf "the check takes %.2f of the export'"'"'s time\n", c / t }'
+awk -v c="${median[check]}" -v t="${median[tarnvale]}" 'BEGIN { printf "the check (with its budget) takes %.2f of the export'"'"'s time\n", c / t }'
+awk -v l="${median[lods]}" -v t="${median[tarnvale]}" 'BEGIN { printf "making and writing 4 levels takes %.1f x the export'"'"'s time\n", l / t }'
 for kind in x xanim; do
   diff <(grep -av '^// Exported' "$work/n/m.$kind") <(grep -av '^// Exported' "$work/1/m.$kind") >/dev/null \
     && echo "$kind files of one thread and of $(nproc): the same" || echo "$kind files of one thread and of $(nproc): DIFFER"

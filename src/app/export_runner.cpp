@@ -91,7 +91,7 @@ std::shared_ptr<scene::MemoryObject> exportedGroup(const ExportOptions& o, gltf:
 // the export takes; none (said why) when the numbers or the scene do not allow it.
 std::shared_ptr<scene::MemoryObject> madeLevels(const ExportOptions& o, gltf::LoadedScene& loaded,
                                                 const std::shared_ptr<scene::MemoryObject>& group,
-                                                Voice say) {
+                                                platform::Workers& workers, Voice say) {
     lod::Generation generation;
     generation.share = o.lodShare;
     if (auto why = lod::parseLevelNumbers(o.generateLods, generation.numbers)) {
@@ -99,7 +99,7 @@ std::shared_ptr<scene::MemoryObject> madeLevels(const ExportOptions& o, gltf::Lo
         return nullptr;
     }
     try {
-        return lod::generateLevels(*loaded.scene, group, generation);
+        return lod::generateLevels(*loaded.scene, group, generation, &workers);
     } catch (const std::exception& e) {
         say("error", "cannot make levels of detail of " + o.scene + ": " + e.what());
         return nullptr;
@@ -140,7 +140,7 @@ int exitCodeOf(shell::ExportOutcome outcome) {
 // progress of this run; gives the exit code.
 int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf::LoadedScene& loaded,
                 const std::shared_ptr<scene::MemoryObject>& group, const ExportWindows& windows,
-                JsonReport* report) {
+                platform::Workers& workers, JsonReport* report) {
     std::unique_ptr<platform::Registry> registry = registryFor(o.registry);
     // A person at the terminal acknowledges each box with Enter, as a dialog is
     // closed; --yes, a report and runs without a terminal do not wait.
@@ -162,7 +162,6 @@ int exportGroup(const ExportOptions& o, platform::SettingsStore& settings, gltf:
     platform::Progress* progress = report ? static_cast<platform::Progress*>(report) : nullptr;
     if (!report && !o.quiet && isTerminal(STDERR_FILENO)) progress = &progressLine;
 
-    platform::Workers workers(o.threads);
     shell::PlatformServices services{settings,
                                      *registry,
                                      boxes,
@@ -240,14 +239,15 @@ int runExport(const ExportOptions& o, const ExportWindows& windows) {
     scene::BonesLeftOut left;
     std::optional<gltf::LoadedScene> loaded = readForExport(o, *settings, say);
     auto group = loaded ? exportedGroup(o, *loaded, left, say) : nullptr;
-    if (group && !o.generateLods.empty()) group = madeLevels(o, *loaded, group, say);
+    platform::Workers workers(o.threads);
+    if (group && !o.generateLods.empty()) group = madeLevels(o, *loaded, group, workers, say);
     if (group) {
         const bool go = !o.check || checkPasses(o, *settings, *loaded, group, left, report, say);
         // What each level costs to draw, for a program that shows it.
         if (report && go)
             for (const lod::Budget& b : lod::budgetsOf(group))
                 report->budget(budgetJson(b));
-        code = go ? exportGroup(o, *settings, *loaded, group, windows, report) : kFailed;
+        code = go ? exportGroup(o, *settings, *loaded, group, windows, workers, report) : kFailed;
     }
     if (report) {
         std::vector<std::string> files;

@@ -3,12 +3,14 @@
 #include "lod/lod.h"
 
 #include "platform/names.h"
+#include "platform/workers.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <map>
 #include <meshoptimizer.h>
+#include <set>
 #include <unordered_map>
 
 namespace tarnvale::lod {
@@ -86,10 +88,32 @@ std::optional<std::string> levelWithin(const std::shared_ptr<MemoryObject>& root
     return std::nullopt;
 }
 
-// Copies of a level's nodes below `level`, with their meshes simplified.
+// The distinct polygon meshes below the nodes, in walk order.
+std::vector<SGShape*> meshesBelow(const std::vector<std::shared_ptr<MemoryObject>>& content) {
+    std::vector<SGShape*> meshes;
+    std::set<const SGShape*> seen;
+    std::vector<MemoryObject*> stack;
+    for (auto it = content.rbegin(); it != content.rend(); ++it)
+        stack.push_back(it->get());
+    while (!stack.empty()) {
+        MemoryObject* node = stack.back();
+        stack.pop_back();
+        SGShapeListPtr shapes = node->GetShapes();
+        for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i)
+            if (SGShapePtr s = shapes->GetItem(i);
+                s->GetGeometryKind() == kGeometryPolygonMesh && seen.insert(s.get()).second)
+                meshes.push_back(s.get());
+        for (auto it = node->children().rbegin(); it != node->children().rend(); ++it)
+            stack.push_back(it->get());
+    }
+    return meshes;
+}
+
+// Copies of the group's nodes for one level, each with its mesh of that level.
 class LevelCopy {
   public:
-    LevelCopy(std::string suffix, double share) : suffix_(std::move(suffix)), share_(share) {}
+    using Meshes = std::map<const SGShape*, std::shared_ptr<MemoryShape>>; // the group's mesh -> the level's
+    LevelCopy(std::string suffix, const Meshes& meshes) : suffix_(std::move(suffix)), meshes_(meshes) {}
 
     void copy(const std::shared_ptr<MemoryObject>& source, MemoryObject& into) {
         std::vector<std::pair<MemoryObject*, MemoryObject*>> stack{{source.get(), &into}};
@@ -99,38 +123,40 @@ class LevelCopy {
             auto made = parent->addCopyOf(*from, from->GetName() + suffix_);
             copies_[from] = made;
             SGShapeListPtr shapes = from->GetShapes();
-            for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i)
-                made->addShapeLast(shapeFor(shapes->GetItem(i)));
+            for (int32_t i = 0, n = shapes->GetCount(); i < n; ++i) {
+                SGShapePtr shape = shapes->GetItem(i);
+                const auto mesh = meshes_.find(shape.get());
+                made->addShapeLast(mesh == meshes_.end() ? shape
+                                                         : mesh->second); // bones and the like: shared
+            }
             for (auto it = from->children().rbegin(); it != from->children().rend(); ++it)
                 stack.push_back({it->get(), made.get()});
         }
     }
-    // The skins of the copies follow the copied bones (a bone outside the level
-    // stays the one it was).
-    void rebindSkins() {
+    // The level's skins follow its own bones: a weight's bone, a node of the group
+    // or of the level before (`originalOf` knows those), becomes this level's copy
+    // of it; a bone outside the group stays the one it was.
+    void rebindSkins(std::map<const SGObject*, const MemoryObject*>& originalOf) {
         for (auto& [source, shape] : meshes_) {
             std::vector<VertexWeight> weights = shape->GetVertexWeights();
             if (weights.empty()) continue;
-            for (VertexWeight& w : weights)
-                if (auto it = copies_.find(dynamic_cast<const MemoryObject*>(w.bone.get()));
-                    it != copies_.end())
-                    w.bone = it->second;
+            for (VertexWeight& w : weights) {
+                const auto original = originalOf.find(w.bone.get());
+                const auto* node = original != originalOf.end()
+                                       ? original->second
+                                       : dynamic_cast<const MemoryObject*>(w.bone.get());
+                if (auto it = copies_.find(node); it != copies_.end()) w.bone = it->second;
+            }
             shape->setWeights(weights);
         }
+        for (const auto& [original, copy] : copies_)
+            originalOf[copy.get()] = original;
     }
 
   private:
-    SGShapePtr shapeFor(const SGShapePtr& shape) {
-        if (shape->GetGeometryKind() != kGeometryPolygonMesh) return shape; // bones and the like: shared
-        auto [it, added] = meshes_.try_emplace(shape.get(), nullptr);
-        if (added) it->second = simplified(*shape, share_);
-        return it->second;
-    }
-
     std::string suffix_;
-    double share_;
+    const Meshes& meshes_;
     std::map<const MemoryObject*, std::shared_ptr<MemoryObject>> copies_;
-    std::map<const SGShape*, std::shared_ptr<MemoryShape>> meshes_;
 };
 
 } // namespace
@@ -235,7 +261,7 @@ std::optional<std::string> parseLevelNumbers(std::string_view text, std::vector<
 
 std::shared_ptr<MemoryObject> generateLevels(scene::MemoryScene& scene,
                                              const std::shared_ptr<MemoryObject>& group,
-                                             const Generation& generation) {
+                                             const Generation& generation, platform::Workers* workers) {
     const bool whole = group == scene.root();
     auto parent = whole ? scene.root() : std::dynamic_pointer_cast<MemoryObject>(group->GetParent());
     if (auto level = levelWithin(group))
@@ -252,13 +278,33 @@ std::shared_ptr<MemoryObject> generateLevels(scene::MemoryScene& scene,
     auto first = parent->addChild(base + "_LOD_" + std::to_string(generation.numbers.front()));
     for (const auto& node : content)
         first->adopt(node);
+    // Each level's meshes from the level before's, which is quicker than from the
+    // group's every time and keeps what the level before kept; the meshes of one
+    // level side by side on the workers.
+    const std::vector<SGShape*> meshes = meshesBelow(content);
+    LevelCopy::Meshes before;
+    std::map<const SGObject*, const MemoryObject*> originalOf;
     for (size_t i = 1; i < generation.numbers.size(); ++i) {
+        LevelCopy::Meshes made;
+        std::vector<std::shared_ptr<platform::Task>> tasks;
+        for (SGShape* mesh : meshes) {
+            auto& into = made[mesh];
+            SGShape& from = i == 1 ? *mesh : *before.at(mesh);
+            auto simplify = [&into, &from, share = generation.share] { into = simplified(from, share); };
+            if (workers)
+                tasks.push_back(workers->post(simplify));
+            else
+                simplify();
+        }
+        for (const auto& task : tasks)
+            task->wait();
         const std::string number = std::to_string(generation.numbers[i]);
         auto level = parent->addChild(base + "_LOD_" + number);
-        LevelCopy copy("_lod" + number, std::pow(generation.share, static_cast<double>(i)));
+        LevelCopy copy("_lod" + number, made);
         for (const auto& node : content)
             copy.copy(node, *level);
-        copy.rebindSkins();
+        copy.rebindSkins(originalOf);
+        before = std::move(made);
     }
     return first;
 }

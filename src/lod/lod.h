@@ -4,6 +4,7 @@
 #pragma once
 
 #include "host/host.h"
+#include "platform/workers.h"
 #include "scene/scene.h"
 
 #include <functional>
@@ -86,14 +87,16 @@ std::optional<std::string> parseLevelNumbers(std::string_view text, std::vector<
 // Makes the levels: the group (or, for the scene's root, its children) moves into
 // a new node "<group>_LOD_<first>", and beside it, under the group's parent (the
 // root for the root), a node "<group>_LOD_<n>" per further number holds a copy
-// of it whose meshes keep about `share` of the triangles of the level before.
+// of it whose meshes keep about `share` of the triangles of the level before
+// (simplified on the workers, side by side; none: one after the other).
 // Copies keep transforms, keys, part data and skins; their names end in
 // "_lod<n>", so that they stay apart in the X file and still start with the name
 // their animation is found by. Gives the first level, which the export takes.
 // Fails with the reason when the group already holds or is a level.
 std::shared_ptr<scene::MemoryObject> generateLevels(scene::MemoryScene& scene,
                                                     const std::shared_ptr<scene::MemoryObject>& group,
-                                                    const Generation& generation);
+                                                    const Generation& generation,
+                                                    platform::Workers* workers = nullptr);
 
 // A mesh with about `share` of its triangles: each material's triangles are
 // simplified apart, their borders kept, so that no material moves into
