@@ -187,34 +187,7 @@ bool AccessorView::finite(int n) const {
 
 uint32_t AccessorView::largestIndex(size_t count) const {
     uint32_t largest = 0;
-    auto scan = [&](auto type) {
-        auto over = [&](size_t stride) {
-            for (size_t i = 0; i < count; ++i) {
-                decltype(type) u;
-                std::memcpy(&u, data_ + i * stride, sizeof u);
-                largest = std::max<uint32_t>(largest, u);
-            }
-        };
-        // Packed indices with their stride a constant, which the compiler scans
-        // many at a time.
-        if (stride_ == sizeof type)
-            over(sizeof type);
-        else
-            over(stride_);
-    };
-    switch (componentType_) {
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
-        scan(uint8_t{});
-        break;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
-        scan(uint16_t{});
-        break;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
-        scan(uint32_t{});
-        break;
-    default:
-        throw SceneError(what_ + ": indices must be unsigned integers");
-    }
+    eachIndex(count, [&](uint32_t v) { largest = std::max(largest, v); });
     return largest;
 }
 

@@ -6,6 +6,7 @@
 #include "platform/platform.h"
 
 #include <array>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <tiny_gltf.h>
@@ -62,6 +63,31 @@ class AccessorView {
     bool finite(int n) const;
     // The largest of the first `count` elements of a scalar integer accessor (0 for none).
     uint32_t largestIndex(size_t count) const;
+    // each(v) for the first `count` elements of a scalar integer accessor, read
+    // straight from their bytes (packed ones many at a time).
+    template <typename Each> void eachIndex(size_t count, Each&& each) const {
+        auto scan = [&](auto type) {
+            auto over = [&](size_t stride) {
+                for (size_t i = 0; i < count; ++i) {
+                    decltype(type) u;
+                    std::memcpy(&u, data_ + i * stride, sizeof u);
+                    each(static_cast<uint32_t>(u));
+                }
+            };
+            if (stride_ == sizeof type)
+                over(sizeof type);
+            else
+                over(stride_);
+        };
+        if (componentType_ == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE)
+            scan(uint8_t{});
+        else if (componentType_ == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT)
+            scan(uint16_t{});
+        else if (componentType_ == TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)
+            scan(uint32_t{});
+        else
+            throw SceneError(what_ + ": indices must be unsigned integers");
+    }
     int componentType() const { return componentType_; }
 
   private:

@@ -142,10 +142,9 @@ void Builder::addTriangles(MemoryShape& shape, const tinygltf::Primitive& prim, 
         // accessor), or three a triangle with a normal of each triangle's own.
         size_t drawn = 3 * triangles;
         if (haveNormals && ia) {
-            std::vector<bool> taken(n, false);
+            std::vector<uint8_t> taken(n, 0);
             drawn = 0;
-            for (size_t i = 0; i < used; ++i)
-                if (const uint32_t v = ia->index(i); !taken[v]) taken[v] = true, ++drawn;
+            ia->eachIndex(used, [&](uint32_t v) { drawn += taken[v] ^ 1, taken[v] = 1; });
         } else if (haveNormals) {
             drawn = used;
         }
