@@ -13,6 +13,7 @@ import bpy
 from bpy.props import BoolProperty, EnumProperty, StringProperty
 from bpy_extras.io_utils import ExportHelper
 
+from . import levels as lod
 from .preferences import TarnvaleError, common_options, prefs, run, start
 
 
@@ -67,15 +68,25 @@ ICONS = {"error": 'CANCEL', "warning": 'ERROR', "info": 'INFO'}  # Blender's ERR
 SHOWN = 12  # findings listed in the dialog; the rest are counted
 
 
-def write_scene(context, folder, what, action):
-    """The scene (or its collection or selection) as Blender's glTF exporter writes it."""
+LEVEL_CHOICES = (('ALL', "All found", "Export the levels of detail the scene holds, each as a root frame"),
+                 ('NONE', "None", "Export the scene as it is, levels or not"))
+
+
+def write_scene(context, folder, what, action, levels='ALL'):
+    """The scene (or its collection or selection) as Blender's glTF exporter writes
+    it, and the command's options that go with it: with levels of detail, the
+    levels as siblings and the export started from the largest."""
     scene = os.path.join(folder, "scene.glb")
     with chosen_action(context, action):
         bpy.ops.export_scene.gltf(
             filepath=scene, export_format='GLB', export_extras=True, export_yup=True, export_apply=True,
             use_selection=what == 'SELECTION', use_active_collection=what == 'COLLECTION',
             export_animations=True, export_skins=True, export_nla_strips=not action)
-    return scene
+    found = lod.find(context) if levels == 'ALL' else []
+    if not found:
+        return scene, []
+    lod.group(scene, context, found)
+    return scene, ["--group", found[0][0]]
 
 
 class TarnvaleFinding(bpy.types.PropertyGroup):
@@ -112,6 +123,7 @@ def draw_findings(layout, context, operator):
     box = layout.box()
     check = box.operator(TARNVALE_OT_check.bl_idname, text="Check", icon='VIEWZOOM')
     check.what, check.action, check.textures = operator.what, operator.action, bool(operator.textures)
+    check.levels = operator.levels
     box.label(text=window_manager.tarnvale_checked or "Not checked yet")
     # Labels do not wrap: cut the messages to the width the panel has.
     region = getattr(context, "region", None)
@@ -143,12 +155,13 @@ class TARNVALE_OT_check(bpy.types.Operator):
     what: EnumProperty(name="Export", items=WHAT, default='SCENE')
     action: StringProperty(name="Animation")
     textures: BoolProperty(name="Textures converted")
+    levels: EnumProperty(name="Levels of detail", items=LEVEL_CHOICES, default='ALL')
 
     def execute(self, context):
         try:
             with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
-                scene = write_scene(context, folder, self.what, self.action)
-                arguments = ["check", scene, "--json"] + common_options(context) + registry_option(context)
+                scene, group = write_scene(context, folder, self.what, self.action, self.levels)
+                arguments = ["check", scene, "--json"] + group + common_options(context) + registry_option(context)
                 code, out, err = run(context, arguments + (["--textures"] if self.textures else []))
         except TarnvaleError as error:
             self.report({'ERROR'}, str(error))
@@ -187,6 +200,10 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
                            description="Compile the files with the SDK's xtomdl.exe when it is found")
     check_first: BoolProperty(name="Check first", default=True,
                               description="Check the scene first: an error found stops the export")
+    levels: EnumProperty(name="Levels of detail", items=LEVEL_CHOICES, default='ALL')
+    generate: StringProperty(name="Generate levels",
+                             description="For a model made as one level: the levels to make, largest first "
+                             "(100,50,25), each with about half the triangles of the one before")
     shown_path: StringProperty(options={'HIDDEN', 'SKIP_SAVE'})
 
     def check(self, context):
@@ -207,6 +224,12 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         layout.prop(self, "textures")
         layout.prop(self, "run_tool")
         layout.prop(self, "check_first")
+        found = lod.find(context)
+        if found:
+            layout.prop(self, "levels")
+            layout.label(text=", ".join(name + (" (hidden)" if hidden else "") for name, _, hidden, _ in found))
+        else:
+            layout.prop(self, "generate")
         draw_findings(layout, context, self)
 
     def execute(self, context):
@@ -218,9 +241,9 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     def export(self, context):
         with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
-            scene = write_scene(context, folder, self.what, self.action)
+            scene, group = write_scene(context, folder, self.what, self.action, self.levels)
             with tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as errors:
-                report = self.follow(context, start(context, self.arguments(context, scene), errors))
+                report = self.follow(context, start(context, self.arguments(context, scene) + group, errors))
                 errors.seek(0)
                 report["stderr"] = errors.read()
         return self.tell(context, report)
@@ -236,6 +259,8 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
             arguments.append("--no-tool")
         if self.check_first:
             arguments.append("--check")
+        if self.generate:
+            arguments += ["--generate-lods", self.generate]
         return arguments
 
     def follow(self, context, process):

@@ -149,7 +149,7 @@ class Addon(unittest.TestCase):
         build_scene()
         bpy.data.objects["Wing"]["FS10att"] = "<part>abc</part>"
         bpy.data.materials["Paint.001"]["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha"
-        dialog = types.SimpleNamespace(what='SELECTION', action='', textures='//dds')
+        dialog = types.SimpleNamespace(what='SELECTION', action='', textures='//dds', levels='ALL')
 
         def drawn():
             seen = []
@@ -188,6 +188,39 @@ class Addon(unittest.TestCase):
         with self.assertRaises(RuntimeError) as failure:
             bpy.ops.export_scene.tarnvale_x(filepath=os.path.join(WORK, "failed.x"), check_first=False)
         self.assertIn("FS10 Export: Creating X file", str(failure.exception))
+
+    def root_frames(self, path, **options):
+        """Exports through the operator; gives the X file's root frames."""
+        self.export(path, check_first=False, **options)
+        roots, depth = [], 0
+        with open(path, encoding="cp1252") as f:
+            for line in f:
+                if depth == 0 and line.startswith("Frame "):
+                    roots.append(line.split()[1])
+                depth += line.count("{") - line.count("}")
+        return roots
+
+    def test_level_collections_are_levels_and_a_hidden_one_is_left_out(self):
+        bpy.ops.wm.read_homefile(use_empty=True)
+        for name, hidden in (("plane_LOD_100", False), ("plane_LOD_50", True), ("plane_LOD_25", False)):
+            level = bpy.data.collections.new(name)
+            bpy.context.scene.collection.children.link(level)
+            bpy.ops.mesh.primitive_uv_sphere_add()
+            part = bpy.context.active_object
+            part.name = "l_aileron"  # l_aileron.001 and .002 in the levels after
+            for collection in part.users_collection:
+                collection.objects.unlink(part)
+            level.objects.link(part)
+            level.hide_viewport = hidden
+        self.assertEqual(self.root_frames(os.path.join(WORK, "levels.x")), ["frm-plane_lod_100", "frm-plane_lod_25"])
+        self.assertEqual(self.root_frames(os.path.join(WORK, "flat.x"), levels='NONE'),
+                         ["frm-scene"])
+
+    def test_generated_levels_from_the_dialog(self):
+        bpy.ops.wm.read_homefile(use_empty=True)
+        bpy.ops.mesh.primitive_uv_sphere_add(segments=32, ring_count=16)
+        self.assertEqual(self.root_frames(os.path.join(WORK, "pod.x"), generate="100,50,25"),
+                         ["frm-scene_lod_100", "frm-scene_lod_50", "frm-scene_lod_25"])
 
     def test_the_same_scene_exported_twice_is_the_same_file(self):
         build_scene()
