@@ -98,6 +98,38 @@ class TarnvaleFinding(bpy.types.PropertyGroup):
     message: StringProperty()
 
 
+class TarnvaleLevel(bpy.types.PropertyGroup):
+    level: StringProperty()
+    shown: BoolProperty()
+    triangles: bpy.props.IntProperty()
+    draw_calls: bpy.props.IntProperty()
+    largest_draw: bpy.props.IntProperty()
+
+
+def keep_levels(context, levels):
+    """Keeps what each level costs to draw (the check's "levels", the export's
+    "budget" lines), where the dialog shows them as a table."""
+    kept = context.window_manager.tarnvale_levels
+    kept.clear()
+    for level in levels:
+        row = kept.add()
+        row.level, row.shown, row.triangles = level["level"], level["shown"], level["triangles"]
+        row.draw_calls, row.largest_draw = level["drawCalls"], level["largestDraw"]
+
+
+def draw_levels(layout, context):
+    levels = context.window_manager.tarnvale_levels
+    if not levels:
+        return
+    grid = layout.box().grid_flow(columns=4, even_columns=False, align=True)
+    for text in ("Level", "Triangles", "Draw calls", "Largest draw"):
+        grid.label(text=text)
+    for row in levels:
+        grid.label(text=row.level if row.shown else row.level + " (hidden)")
+        for value in (row.triangles, row.draw_calls, row.largest_draw):
+            grid.label(text="{:,}".format(value), icon='ERROR' if value is row.largest_draw and value > 65535 else 'NONE')
+
+
 def keep_findings(context, findings):
     """Keeps the last check's findings on the window manager, where the dialog lists them."""
     window_manager = context.window_manager
@@ -171,6 +203,7 @@ class TARNVALE_OT_check(bpy.types.Operator):
             self.report({'ERROR'}, "The scene cannot be checked: " + result.get("error", ""))
             return {'CANCELLED'}
         keep_findings(context, result["findings"])
+        keep_levels(context, result.get("levels", []))
         # A check that finds errors has done its work: no error report, which would fail a script.
         report_findings(self, result["findings"], dict(LEVELS, error='WARNING'))
         self.report({'INFO'}, "Check: " + context.window_manager.tarnvale_checked)
@@ -231,6 +264,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         else:
             layout.prop(self, "generate")
         draw_findings(layout, context, self)
+        draw_levels(layout, context)
 
     def execute(self, context):
         try:
@@ -265,7 +299,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     def follow(self, context, process):
         """Reads the command's report line by line, its stages driving the progress bar."""
-        report = {"box": [], "warning": [], "error": [], "finding": [], "result": None}
+        report = {"box": [], "warning": [], "error": [], "finding": [], "budget": [], "result": None}
         window_manager = context.window_manager
         window_manager.progress_begin(0, 100)
         with process:
@@ -273,7 +307,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
                 item = json.loads(line) if line.startswith("{") else {}
                 if "stage" in item:
                     window_manager.progress_update(int(item["share"] * 100))
-                for kind in ("box", "warning", "error", "finding"):
+                for kind in ("box", "warning", "error", "finding", "budget"):
                     if kind in item:
                         report[kind].append(item[kind])
                 if "result" in item:
@@ -282,6 +316,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         return report
 
     def tell(self, context, report):
+        keep_levels(context, report["budget"])
         if self.check_first:
             keep_findings(context, report["finding"])
             report_findings(self, report["finding"])
@@ -311,14 +346,16 @@ def menu_entry(self, context):
     self.layout.operator(TARNVALE_OT_export.bl_idname, text="Flight Sim X (.MDL)")
 
 
-classes = [TarnvaleFinding, TARNVALE_OT_check, TARNVALE_OT_export]
+classes = [TarnvaleFinding, TarnvaleLevel, TARNVALE_OT_check, TARNVALE_OT_export]
 
 
 def register_properties():
     bpy.types.WindowManager.tarnvale_findings = bpy.props.CollectionProperty(type=TarnvaleFinding)
     bpy.types.WindowManager.tarnvale_checked = StringProperty()
+    bpy.types.WindowManager.tarnvale_levels = bpy.props.CollectionProperty(type=TarnvaleLevel)
 
 
 def unregister_properties():
     del bpy.types.WindowManager.tarnvale_findings
     del bpy.types.WindowManager.tarnvale_checked
+    del bpy.types.WindowManager.tarnvale_levels

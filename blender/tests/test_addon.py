@@ -45,7 +45,7 @@ class Layout:
     def row(self, **_):
         return self
 
-    column = row
+    column = grid_flow = row
 
     def prop(self, *_, **__):
         pass
@@ -221,6 +221,11 @@ class Addon(unittest.TestCase):
         bpy.ops.mesh.primitive_uv_sphere_add(segments=32, ring_count=16)
         self.assertEqual(self.root_frames(os.path.join(WORK, "pod.x"), generate="100,50,25"),
                          ["frm-scene_lod_100", "frm-scene_lod_50", "frm-scene_lod_25"])
+        # The dialog's table: each level's triangles, about half the one before's.
+        levels = bpy.context.window_manager.tarnvale_levels
+        self.assertEqual([level.level for level in levels], ["Scene_LOD_100", "Scene_LOD_50", "Scene_LOD_25"])
+        self.assertEqual(levels[0].triangles, 960)
+        self.assertAlmostEqual(levels[1].triangles / levels[0].triangles, 0.5, delta=0.1)
 
     def test_the_same_scene_exported_twice_is_the_same_file(self):
         build_scene()

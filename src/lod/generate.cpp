@@ -6,6 +6,7 @@
 #include "platform/workers.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <map>
@@ -188,6 +189,50 @@ std::shared_ptr<MemoryShape> simplified(SGShape& shape, double share) {
     for (uint32_t r : split.record)
         positions.insert(positions.end(), {a.vertices[r].x, a.vertices[r].y, a.vertices[r].z});
 
+    // Vertices that differ in their normal alone are one for the simplifier: a
+    // flat-shaded mesh has normals of each face's own, and with every edge a seam
+    // nothing could go. A texture seam stays apart; meshoptimizer keeps it. Where
+    // the normals of one welded vertex differ, each kept triangle gets its own.
+    const size_t count = split.record.size();
+    std::vector<float> placed(5 * count);
+    for (size_t v = 0; v < count; ++v) {
+        const MeshVertex& r = a.vertices[split.record[v]];
+        std::copy_n(&r.x, 5, &placed[5 * v]);
+    }
+    // Every vertex once, as a list of whole triangles (the last repeated), as the
+    // welder takes them.
+    std::vector<uint32_t> all((count + 2) / 3 * 3), weldedTo(all.size());
+    for (size_t v = 0; v < all.size(); ++v)
+        all[v] = static_cast<uint32_t>(std::min(v, count - 1));
+    if (count > 0)
+        meshopt_generateShadowIndexBuffer(weldedTo.data(), all.data(), all.size(), placed.data(), count,
+                                          5 * sizeof(float), 5 * sizeof(float));
+    std::vector<uint8_t> mixed(count, 0);
+    for (size_t v = 0; v < count; ++v) {
+        const MeshNormal &n = a.normals.at(split.normal[v]), &first = a.normals.at(split.normal[weldedTo[v]]);
+        mixed[weldedTo[v]] |= n.x != first.x || n.y != first.y || n.z != first.z;
+    }
+    // Which way the mesh's corners turn about their normals, from its triangles
+    // as they are: a new triangle's normal turns the same way.
+    auto across = [&](const uint32_t* t) {
+        const float *p = &positions[3 * size_t(t[0])], *q = &positions[3 * size_t(t[1])],
+                    *r = &positions[3 * size_t(t[2])];
+        const double u[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]},
+                     e[3] = {r[0] - p[0], r[1] - p[1], r[2] - p[2]};
+        return std::array<double, 3>{u[1] * e[2] - u[2] * e[1], u[2] * e[0] - u[0] * e[2],
+                                     u[0] * e[1] - u[1] * e[0]};
+    };
+    double turn = 0;
+    for (const std::vector<uint32_t>& part : triangles)
+        for (size_t t = 0; t + 2 < part.size(); t += 3) {
+            const auto c = across(&part[t]);
+            const MeshNormal& n = a.normals.at(split.normal[part[t]]);
+            turn += c[0] * n.x + c[1] * n.y + c[2] * n.z;
+        }
+    for (std::vector<uint32_t>& part : triangles)
+        for (uint32_t& v : part)
+            v = weldedTo[v];
+
     // The vertices the kept triangles use, in order of first use.
     auto out = std::make_shared<MemoryShape>();
     std::vector<uint32_t> localOf(split.record.size(), UINT32_MAX), newOf(split.record.size(), UINT32_MAX);
@@ -204,12 +249,27 @@ std::shared_ptr<MemoryShape> simplified(SGShape& shape, double share) {
         }
         return static_cast<int32_t>(newOf[v]);
     };
+    // A corner of a welded vertex whose normals differ: a vertex of its own, with
+    // the triangle's normal.
+    auto flatCorner = [&](uint32_t w, const uint32_t* triangle) {
+        const auto c = across(triangle);
+        const double length = std::sqrt(c[0] * c[0] + c[1] * c[1] + c[2] * c[2]) * (turn < 0 ? -1 : 1);
+        const Vec3 n = length == 0 ? Vec3{0, 0, 0}
+                                   : Vec3{float(c[0] / length), float(c[1] / length), float(c[2] / length)};
+        const MeshVertex& r = a.vertices[split.record[w]];
+        kept.push_back(w);
+        out->positions().push_back({r.x, r.y, r.z});
+        out->normals().push_back(n);
+        out->uvs().push_back({r.u, r.v});
+        return static_cast<int32_t>(kept.size() - 1);
+    };
     for (size_t m = 0; m < materials.size(); ++m) {
         const std::vector<uint32_t> part = simplifyPart(triangles[m], positions, localOf, share);
         for (size_t t = 0; t + 2 < part.size(); t += 3) {
             MemoryShape::Corner corners[3];
             for (int c = 0; c < 3; ++c) {
-                const int32_t v = vertexFor(part[t + c]);
+                const uint32_t w = part[t + c];
+                const int32_t v = mixed[w] ? flatCorner(w, &part[t]) : vertexFor(w);
                 corners[c] = {v, v, v};
             }
             out->addPolygon(materials[m], corners);

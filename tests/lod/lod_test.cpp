@@ -235,6 +235,32 @@ TEST(Lod, NumbersAndScenesThatCannotMakeLevels) {
     EXPECT_FALSE(fs::exists(d.file("t.x")));
 }
 
+// A mesh of a normal a triangle (none in the file): its vertices differ in their
+// normals alone, and are welded to be simplified; every kept triangle faces along
+// its new normal.
+TEST(Lod, FlatShadedMeshesSimplifyAndFaceAlongTheirNormals) {
+    TempDir d;
+    GltfBuilder b;
+    const int mesh = sheet(b, 20, 20);
+    for (json& prim : b.doc["meshes"][mesh]["primitives"])
+        prim["attributes"].erase("NORMAL");
+    b.node({{"name", "panel"}, {"mesh", mesh}, {"scale", {-1, 1, 1}}});
+    const std::string x = d.file("flat.x");
+    ASSERT_EQ(tarnvale("export " + b.saveGltf(d.file("flat.gltf")) + " -o " + x +
+                           " --yes --no-tool --generate-lods 100,50",
+                       d)
+                  .code,
+              0);
+    const std::vector<XFrame> levels = XReader(readFile(x)).frames();
+    ASSERT_EQ(levels.size(), 2u);
+    int faces[2] = {0, 0}, wrong[2] = {0, 0};
+    for (int i = 0; i < 2; ++i)
+        countFacesAgainstNormals(levels[i], kIdentity, faces[i], wrong[i]);
+    EXPECT_EQ(faces[0], 2 * 19 * 19);
+    EXPECT_NEAR(double(faces[1]) / faces[0], 0.5, 0.1);
+    EXPECT_EQ(wrong[0] + wrong[1], 0);
+}
+
 // The check's quick read counts what the full read counts, with normals and
 // without (where each triangle gets a normal of its own).
 TEST(Lod, TheQuickReadsBudgetIsTheFullReads) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <regex>
 #include <string>
 #include <vector>
@@ -141,5 +142,36 @@ inline std::array<double, 16> worldOf(const XFrame& f, const std::array<double, 
 }
 
 inline constexpr std::array<double, 16> kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+// Counts the triangles whose front face (clockwise, as the X file culls) looks
+// away from their normal in the world. Corners and the tip of the normal at a
+// corner go through the frames' matrices (row vectors) into the world, where the
+// tip must lie on the side the front face looks to: an affine map keeps a point
+// on its side of a plane, whatever it does to lengths and angles. Triangles
+// without area are not counted.
+inline void countFacesAgainstNormals(const XFrame& f, const std::array<double, 16>& parent, int& faces,
+                                     int& wrong) {
+    const std::array<double, 16> world = worldOf(f, parent);
+    auto at = [&](const std::array<double, 3>& p) { return through(p, world); };
+    for (const XMesh& mesh : f.meshes)
+        for (size_t t = 0; t < mesh.faces.size(); ++t) {
+            const auto &p = mesh.positions[mesh.faces[t][0]], &n = mesh.normals[mesh.normalFaces[t][0]];
+            const auto a = at(p), b = at(mesh.positions[mesh.faces[t][1]]),
+                       c = at(mesh.positions[mesh.faces[t][2]]),
+                       tip = at({p[0] + n[0], p[1] + n[1], p[2] + n[2]});
+            const double u[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]},
+                         v[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+            const double along = (u[1] * v[2] - u[2] * v[1]) * (tip[0] - a[0]) +
+                                 (u[2] * v[0] - u[0] * v[2]) * (tip[1] - a[1]) +
+                                 (u[0] * v[1] - u[1] * v[0]) * (tip[2] - a[2]);
+            const double area =
+                std::hypot(u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]);
+            if (area < 1e-12) continue; // a triangle with no area faces nowhere
+            ++faces;
+            if (along <= 0) ++wrong;
+        }
+    for (const XFrame& c : f.children)
+        countFacesAgainstNormals(c, world, faces, wrong);
+}
 
 } // namespace tarnvale::test
