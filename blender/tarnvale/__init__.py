@@ -23,11 +23,13 @@ def register():
     for cls in classes:
         bpy.utils.register_class(cls)
     export.register_properties()
+    part.register_properties()
     bpy.types.TOPBAR_MT_file_export.append(export.menu_entry)
 
 
 def unregister():
     bpy.types.TOPBAR_MT_file_export.remove(export.menu_entry)
     export.unregister_properties()
+    part.unregister_properties()
     for cls in reversed(classes):
         bpy.utils.unregister_class(cls)

@@ -189,6 +189,21 @@ class Addon(unittest.TestCase):
             bpy.ops.export_scene.tarnvale_x(filepath=os.path.join(WORK, "failed.x"), check_first=False)
         self.assertIn("FS10 Export: Creating X file", str(failure.exception))
 
+    def test_the_part_data_button_gives_what_the_check_takes(self):
+        from tarnvale import part
+        build_scene()
+        mast = bpy.data.objects["mast"]
+        bpy.context.view_layer.objects.active = mast
+        bpy.ops.object.tarnvale_field_add(field='PART')
+        bpy.ops.object.tarnvale_field_add(field='VISIBLE')
+        self.assertEqual((part.xml_problem(mast["FS10att"]), mast.tarnvale_visible), (None, True))
+        self.assertIn("its root is part", part.xml_problem("<part/>"))
+        mast.tarnvale_visible = False  # a check box over the custom property
+        self.assertEqual(mast["visible"], 0)
+        bpy.ops.export_scene.tarnvale_check()
+        kinds = [finding.kind for finding in bpy.context.window_manager.tarnvale_findings]
+        self.assertFalse({"partdata-root", "partdata-xml"} & set(kinds), kinds)
+
     def root_frames(self, path, **options):
         """Exports through the operator; gives the X file's root frames."""
         self.export(path, check_first=False, **options)
