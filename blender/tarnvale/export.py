@@ -130,11 +130,15 @@ def draw_levels(layout, context):
             grid.label(text="{:,}".format(value), icon='ERROR' if value is row.largest_draw and value > 65535 else 'NONE')
 
 
+ORDER = {"error": 0, "warning": 1, "info": 2}
+
+
 def keep_findings(context, findings):
-    """Keeps the last check's findings on the window manager, where the dialog lists them."""
+    """Keeps the last check's findings on the window manager, where the dialog lists
+    them: errors first, then warnings, then notes, each in the scene's order."""
     window_manager = context.window_manager
     window_manager.tarnvale_findings.clear()
-    for finding in findings:
+    for finding in sorted(findings, key=lambda f: ORDER.get(f["severity"], 2)):
         kept = window_manager.tarnvale_findings.add()
         for key in ("kind", "severity", "node", "frame", "material", "message"):
             setattr(kept, key, finding.get(key) or "")
@@ -160,8 +164,9 @@ def draw_findings(layout, context, operator):
     # Labels do not wrap: cut the messages to the width the panel has.
     region = getattr(context, "region", None)
     width = max(24, int(region.width / (6.5 * context.preferences.view.ui_scale)) - 6) if region else 34
-    findings = window_manager.tarnvale_findings
-    for finding in list(findings)[:SHOWN]:
+    findings = [f for f in window_manager.tarnvale_findings if f.severity != "info"]
+    notes = len(window_manager.tarnvale_findings) - len(findings)
+    for finding in findings[:SHOWN]:
         column = box.column(align=True)
         about = concerns(finding.node, "", finding.material)  # the X file's frame name only in the reports
         column.label(text="%s: %s" % (about, finding.kind), icon=ICONS.get(finding.severity, 'INFO'))
@@ -169,6 +174,8 @@ def draw_findings(layout, context, operator):
             column.label(text=line)
     if len(findings) > SHOWN:
         box.label(text="and %d more in the Info editor" % (len(findings) - SHOWN))
+    if notes:  # what the export does on its own: counted, listed in the Info editor
+        box.label(text="%d note%s in the Info editor" % (notes, "" if notes == 1 else "s"), icon='INFO')
 
 
 def report_findings(operator, findings, levels=LEVELS):
@@ -285,8 +292,11 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
     def arguments(self, context, scene):
         arguments = ["export", scene, "-o", bpy.path.abspath(self.filepath), "--report", "json"]
         arguments += common_options(context) + registry_option(context)
-        if self.friendly_name:
-            arguments += ["--name", self.friendly_name]
+        # The name kept beside the file, or for a new file the file's own name:
+        # the scene's name ("Scene") names no model.
+        path = bpy.path.abspath(self.filepath)
+        name = self.friendly_name or kept_name(context, path) or os.path.splitext(os.path.basename(path))[0]
+        arguments += ["--name", name]
         if self.textures:
             arguments += ["--textures", bpy.path.abspath(self.textures)]
         if not self.run_tool:

@@ -160,14 +160,12 @@ class Addon(unittest.TestCase):
         self.assertEqual((button.what, button.textures), ('SELECTION', True))
         bpy.ops.export_scene.tarnvale_check()
         listed = [line for line in drawn() if line[0] in ('NONE', 'CANCEL', 'ERROR', 'INFO')]
+        # What matters first; the notes counted, listed in the Info editor.
         self.assertEqual(listed[:1] + [line for line in listed[1:] if line[0] != 'NONE'], [
             ('NONE', "2 errors, 0 warnings, 4 notes"),
             ('CANCEL', "Wing: partdata-root"),
-            ('INFO', "Wing.001: name-mapped"),
-            ('INFO', "Wing.001: mirrored"),
-            ('INFO', "bone.001: name-mapped"),
-            ('INFO', "bone.002: name-mapped"),
-            ('CANCEL', "material Paint.001: material-empty-name")])
+            ('CANCEL', "material Paint.001: material-empty-name"),
+            ('INFO', "4 notes in the Info editor")])
         lines = [text for icon, text in listed[1:] if icon == 'NONE']
         self.assertLessEqual(max(map(len, lines)), 34)  # cut to the panel: labels do not wrap
         wrapped = " ".join(lines)
@@ -203,6 +201,12 @@ class Addon(unittest.TestCase):
         bpy.ops.export_scene.tarnvale_check()
         kinds = [finding.kind for finding in bpy.context.window_manager.tarnvale_findings]
         self.assertFalse({"partdata-root", "partdata-xml"} & set(kinds), kinds)
+
+    def test_a_new_file_names_the_model_after_itself(self):
+        build_scene()
+        self.export(os.path.join(WORK, "aircraft.x"), check_first=False)
+        with open(os.path.join(WORK, "aircraft.config")) as sidecar:
+            self.assertIn("<FriendlyName>aircraft</FriendlyName>", sidecar.read())
 
     def root_frames(self, path, **options):
         """Exports through the operator; gives the X file's root frames."""
@@ -245,12 +249,14 @@ class Addon(unittest.TestCase):
     def test_the_same_scene_exported_twice_is_the_same_file(self):
         build_scene()
         path = os.path.join(WORK, "twice.x")
+        # The X file names the model as the name kept beside it: the first export's
+        # is the scene's, as no name is kept yet.
         texts = []
-        for _ in range(2):
+        for _ in range(3):
             self.export(path, run_tool=False)
             with open(path, encoding="cp1252") as f:
                 texts.append(re.sub(r"// Exported .*", "", f.read()))
-        self.assertEqual(texts[0], texts[1])
+        self.assertEqual(texts[1], texts[2])
 
     def test_a_preset_through_the_panel_is_the_commands(self):
         build_scene()
