@@ -26,25 +26,39 @@ def kept_name(context, path):
     return (json.loads(out).get("name") or "") if code == 0 and out.startswith("{") else ""
 
 
+def _owners(context, action):
+    """The objects an action was made for: those whose action it is, now or in
+    their NLA strips; for an action of nobody's, the objects its name starts with
+    ("l_aileronAction") that have what it animates."""
+    owners = []
+    for obj in context.scene.objects:
+        data = obj.animation_data
+        if data and (data.action == action or any(strip.action == action for track in data.nla_tracks
+                                                   for strip in track.strips)):
+            owners.append(obj)
+    return owners or [obj for obj in context.scene.objects if action.name.startswith(obj.name)
+                      and all(_resolves(obj, curve.data_path) for curve in action.fcurves)]
+
+
 @contextlib.contextmanager
 def chosen_action(context, name):
-    """Assigns the action, for the export's time, to the animated objects it fits."""
+    """Makes the action, for the export's time, the action of the objects it was
+    made for; every other object keeps its own animation."""
     if not name:
         yield
         return
     action = bpy.data.actions.get(name)
     if action is None:
         raise TarnvaleError("There is no action named %s" % name)
+    owners = _owners(context, action)
+    if not owners:
+        raise TarnvaleError("The action %s belongs to no object: make it the action of the object it animates"
+                            % name)
     previous = {}
-    for obj in context.scene.objects:
-        data = obj.animation_data
-        if data is None or (data.action is None and not data.nla_tracks):
-            continue
-        if all(_resolves(obj, curve.data_path) for curve in action.fcurves):
-            previous[obj] = data.action
-            data.action = action
-    if not previous:
-        raise TarnvaleError("The action %s fits no animated object of the scene" % name)
+    for obj in owners:
+        data = obj.animation_data or obj.animation_data_create()
+        previous[obj] = data.action
+        data.action = action
     try:
         yield
     finally:

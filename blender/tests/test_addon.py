@@ -208,6 +208,22 @@ class Addon(unittest.TestCase):
         with open(os.path.join(WORK, "aircraft.config")) as sidecar:
             self.assertIn("<FriendlyName>aircraft</FriendlyName>", sidecar.read())
 
+    def test_the_picked_action_moves_only_its_own_object(self):
+        bpy.ops.wm.read_homefile(use_empty=True)
+        for name, path, axis in (("l_aileron", "rotation_euler", 2), ("r_aileron", "location", 0),
+                                 ("rudder", "rotation_euler", 0)):
+            bpy.ops.mesh.primitive_cube_add()
+            obj = bpy.context.active_object
+            obj.name = name
+            for frame, value in ((1, 0.0), (10, 0.4), (20, 0.7)):
+                getattr(obj, path)[axis] = value
+                obj.keyframe_insert(path, index=axis, frame=frame)
+            obj.animation_data.action.name = name + "_move"
+        self.export(os.path.join(WORK, "picked.x"), check_first=False, action="r_aileron_move")
+        with open(os.path.join(WORK, "picked.xanim")) as f:
+            streams = sorted(re.findall(r'name="(Rotation|Position)" partName="(\w+)"', f.read()))
+        self.assertEqual(streams, [("Position", "r_aileron"), ("Rotation", "l_aileron"), ("Rotation", "rudder")])
+
     def root_frames(self, path, **options):
         """Exports through the operator; gives the X file's root frames."""
         self.export(path, check_first=False, **options)
