@@ -23,8 +23,14 @@ if [ -n "${TARNVALE_XFILES:-}" ]; then
   done
 fi
 
-# Installed by the command into a Blender of its own home, enabled there.
+# Installed by the command into a Blender of its own home, enabled there; a
+# second install says that it replaces the first; no Blender is one sentence.
 HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" "$tarnvale" blender install
+again=$(HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" "$tarnvale" blender install)
+[[ "$again" == *"in place of the older copy there"* ]] || { echo "a second install did not say so: $again"; exit 1; }
+none=$("$tarnvale" blender install --blender "$work/none" 2>&1 || true)
+[ "$none" = "tarnvale: there is no Blender named $work/none here: install Blender, or give its program with --blender PATH" ] ||
+  { echo "no Blender: $none"; exit 1; }
 HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" blender -b --python-exit-code 1 --python-expr \
   "import addon_utils, bpy, sys; assert addon_utils.check('tarnvale')[1], 'not enabled'; \
 assert bpy.context.preferences.addons['tarnvale'].preferences.command == '$tarnvale'" >/dev/null

@@ -80,8 +80,17 @@ int runBlenderInstall(const std::string& pluginDir, const std::string& blender) 
         std::fprintf(stderr, "tarnvale: the Blender add-on is not installed beside this tarnvale\n");
         return kUnreadable;
     }
+    const std::string program = programOnPath(blender);
+    if (!platform::fileExists(program)) {
+        std::fprintf(stderr,
+                     "tarnvale: there is no Blender named %s here: install Blender, or give its program "
+                     "with --blender PATH\n",
+                     blender.c_str());
+        return kUnreadable;
+    }
     // Blender itself knows its add-on folder: a script of ours copies the add-on
-    // there, enables it with this command as its tarnvale, and keeps that.
+    // there (saying so when it replaces an older copy), enables it with this
+    // command as its tarnvale, and keeps that.
     const std::string script = platform::utf8Path(
         fs::temp_directory_path() / ("tarnvale-install-" + std::to_string(std::random_device()()) + ".py"));
     std::FILE* f = platform::openFile(script, "wb");
@@ -93,6 +102,7 @@ int runBlenderInstall(const std::string& pluginDir, const std::string& blender) 
         f,
         "import bpy, os, shutil\n"
         "target = os.path.join(bpy.utils.user_resource('SCRIPTS', path='addons', create=True), 'tarnvale')\n"
+        "older = os.path.isdir(target)\n"
         "shutil.rmtree(target, ignore_errors=True)\n"
         "shutil.copytree(%s, target, ignore=shutil.ignore_patterns('__pycache__'))\n"
         "bpy.utils.refresh_script_paths()\n"
@@ -100,14 +110,14 @@ int runBlenderInstall(const std::string& pluginDir, const std::string& blender) 
         "bpy.ops.preferences.addon_enable(module='tarnvale')\n"
         "bpy.context.preferences.addons['tarnvale'].preferences.command = %s\n"
         "bpy.ops.wm.save_userpref()\n"
-        "print('tarnvale: the Blender add-on is in ' + target + ', enabled')\n",
+        "print('tarnvale: the Blender add-on is in ' + target + ', enabled' +\n"
+        "      (', in place of the older copy there' if older else ''))\n",
         pythonText(addon).c_str(), pythonText(selfPath()).c_str());
     std::fclose(f);
     platform::SystemProcesses processes;
     uint32_t code = 1;
     try {
-        const std::string line =
-            quoted(programOnPath(blender)) + " -b --python-exit-code 1 --python " + quoted(script);
+        const std::string line = quoted(program) + " -b --python-exit-code 1 --python " + quoted(script);
         const intptr_t process = processes.open(processes.start(line, 0), 0);
         while (processes.exitCode(process, code) && code == platform::kStillActive)
             processes.sleep(50);
