@@ -241,6 +241,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     bl_idname = "export_scene.tarnvale_x"
     bl_label = "Export Flight Sim X"
+    bl_options = {'PRESET'}
     filename_ext = ".x"
 
     filter_glob: StringProperty(default="*.x", options={'HIDDEN'})
@@ -258,7 +259,15 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
     generate: StringProperty(name="Generate levels",
                              description="For a model made as one level: the levels to make, largest first "
                              "(100,50,25), each with about half the triangles of the one before")
+    will_save_settings: BoolProperty(name="Remember Export Settings", default=False,
+                                     description="Keep these options in the .blend for the next export")
     shown_path: StringProperty(options={'HIDDEN', 'SKIP_SAVE'})
+
+    def invoke(self, context, event):
+        for key, value in remembered(context).items():
+            if hasattr(self, key):
+                setattr(self, key, value)
+        return super().invoke(context, event)
 
     def check(self, context):
         changed = super().check(context)
@@ -278,6 +287,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         layout.prop(self, "textures")
         layout.prop(self, "run_tool")
         layout.prop(self, "check_first")
+        layout.prop(self, "will_save_settings")
         found = lod.find(context)
         if found:
             layout.prop(self, "levels")
@@ -288,6 +298,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         draw_levels(layout, context)
 
     def execute(self, context):
+        remember(context, self)
         try:
             return self.export(context)
         except TarnvaleError as error:
@@ -357,6 +368,22 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         if report["result"] is None:
             self.report({'ERROR'}, "tarnvale ended without a result: " + report["stderr"].strip()[-300:])
         return {'CANCELLED'} if failed else {'FINISHED'}
+
+
+SETTINGS = "tarnvale_export_settings"  # a scene property, as Blender's glTF exporter keeps its own
+KEPT = ("what", "action", "textures", "run_tool", "check_first", "levels", "generate", "will_save_settings")
+
+
+def remembered(context):
+    """The export options kept in the .blend, when the last export was told to keep them."""
+    return dict(context.scene.get(SETTINGS, {}))
+
+
+def remember(context, operator):
+    if operator.will_save_settings:
+        context.scene[SETTINGS] = {key: getattr(operator, key) for key in KEPT}
+    elif SETTINGS in context.scene:
+        del context.scene[SETTINGS]
 
 
 def show_box(context, box):

@@ -224,6 +224,18 @@ class Addon(unittest.TestCase):
             streams = sorted(re.findall(r'name="(Rotation|Position)" partName="(\w+)"', f.read()))
         self.assertEqual(streams, [("Position", "r_aileron"), ("Rotation", "l_aileron"), ("Rotation", "rudder")])
 
+    def test_settings_kept_in_the_blend_when_asked(self):
+        from tarnvale import export
+        build_scene()
+        blend = os.path.join(WORK, "kept.blend")
+        self.export(os.path.join(WORK, "kept.x"), run_tool=False, check_first=False, will_save_settings=True)
+        bpy.ops.wm.save_as_mainfile(filepath=blend)
+        bpy.ops.wm.open_mainfile(filepath=blend)
+        kept = export.remembered(bpy.context)
+        self.assertEqual((kept["run_tool"], kept["check_first"], kept["what"]), (False, False, 'SCENE'))
+        self.export(os.path.join(WORK, "kept.x"), check_first=False)  # not asked: nothing kept
+        self.assertEqual(export.remembered(bpy.context), {})
+
     def root_frames(self, path, **options):
         """Exports through the operator; gives the X file's root frames."""
         self.export(path, check_first=False, **options)
