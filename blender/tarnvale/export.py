@@ -334,7 +334,8 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
 
     def follow(self, context, process):
         """Reads the command's report line by line, its stages driving the progress bar."""
-        report = {"box": [], "warning": [], "error": [], "finding": [], "budget": [], "result": None}
+        report = {"box": [], "warning": [], "error": [], "finding": [], "budget": [], "texture": [],
+                  "result": None}
         window_manager = context.window_manager
         window_manager.progress_begin(0, 100)
         with process:
@@ -342,7 +343,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
                 item = json.loads(line) if line.startswith("{") else {}
                 if "stage" in item:
                     window_manager.progress_update(int(item["share"] * 100))
-                for kind in ("box", "warning", "error", "finding", "budget"):
+                for kind in ("box", "warning", "error", "finding", "budget", "texture"):
                     if kind in item:
                         report[kind].append(item[kind])
                 if "result" in item:
@@ -359,6 +360,7 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
             self.report({'WARNING'}, text)
         failed = report["result"] is None or report["result"]["code"] != 0
         for box in report["box"]:
+            box = dict(box, text="\n".join(closing_lines(box["text"], report["texture"])))
             level = {'critical': 'ERROR', 'information': 'INFO'}.get(box["icon"], 'WARNING')
             self.report({level}, "%s: %s" % (box["title"], box["text"].replace("\n", " ")))
             if level == 'INFO' and not bpy.app.background and context.window:
@@ -368,6 +370,18 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         if report["result"] is None:
             self.report({'ERROR'}, "tarnvale ended without a result: " + report["stderr"].strip()[-300:])
         return {'CANCELLED'} if failed else {'FINISHED'}
+
+
+def closing_lines(text, textures):
+    """A box's text as Blender shows it: each line once (the file's text names a
+    texture once per material), and where the export wrote the DDS files, those
+    in place of the warnings that they need converting."""
+    lines = []
+    for line in text.splitlines():
+        converted = textures and line.startswith("Warning - ") and line.endswith("will need converting")
+        if not converted and line not in lines:
+            lines.append(line)
+    return lines[:-1] + ["Wrote " + texture for texture in textures] + lines[-1:]
 
 
 SETTINGS = "tarnvale_export_settings"  # a scene property, as Blender's glTF exporter keeps its own

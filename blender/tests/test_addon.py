@@ -236,6 +236,13 @@ class Addon(unittest.TestCase):
         self.export(os.path.join(WORK, "kept.x"), check_first=False)  # not asked: nothing kept
         self.assertEqual(export.remembered(bpy.context), {})
 
+    def test_the_closing_box_says_each_line_once_and_lists_the_textures_written(self):
+        from tarnvale.export import closing_lines
+        text = "Warning - A.PNG is not a DDS file and will need converting\nW\nW\nExport to m.x Completed."
+        self.assertEqual(closing_lines(text, []), text.splitlines()[:2] + ["Export to m.x Completed."])
+        self.assertEqual(closing_lines(text, ["A.DDS 256x256 DXT1 9 mips"]),
+                         ["W", "Wrote A.DDS 256x256 DXT1 9 mips", "Export to m.x Completed."])
+
     def root_frames(self, path, **options):
         """Exports through the operator; gives the X file's root frames."""
         self.export(path, check_first=False, **options)
