@@ -52,7 +52,8 @@ std::optional<gltf::LoadedScene> readForExport(const ExportOptions& o, platform:
     gltf::ReadOptions readOptions;
     readOptions.animation = o.animation;
     readOptions.sampleRate = o.sampleRate;
-    readOptions.keepImages = !o.textures.empty();
+    // The checks of --check look at the images as `check` does.
+    readOptions.keepImages = !o.textures.empty() || o.check;
     // The field that the export reads a material's simulator text from.
     readOptions.materialField = shell::fieldIdSetting(settings);
     std::optional<gltf::LoadedScene> loaded;

@@ -272,6 +272,16 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
     s.b.saveGltf(scene);
     EXPECT_EQ(tarnvale("export " + scene + args, s.dir).code, 0);
     EXPECT_TRUE(fs::exists(x));
+    // It finds what `check` finds: the example's two image warnings.
+    const std::string example = sourcePath("examples/trainer.gltf");
+    const json checked = json::parse(tarnvale("check " + example + " --json", s.dir).out)["findings"];
+    std::istringstream lines(
+        tarnvale("export " + example + " -o " + x + " --yes --no-tool --check --report json", s.dir).out);
+    json found = json::array();
+    for (std::string line; std::getline(lines, line);)
+        if (const json j = json::parse(line); j.contains("finding")) found.push_back(j["finding"]);
+    EXPECT_EQ(found, checked);
+    EXPECT_EQ(found.size(), 2u);
     // Clean: the base scene, scenes right at a limit, and the example as it is
     // exported in full (a note: its image is resized).
     for (const auto& [what, atTheLimit] :
