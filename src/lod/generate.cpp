@@ -346,18 +346,13 @@ std::shared_ptr<MemoryObject> generateLevels(scene::MemoryScene& scene,
     std::map<const SGObject*, const MemoryObject*> originalOf;
     for (size_t i = 1; i < generation.numbers.size(); ++i) {
         LevelCopy::Meshes made;
-        std::vector<std::shared_ptr<platform::Task>> tasks;
+        std::vector<std::function<void()>> jobs;
         for (SGShape* mesh : meshes) {
             auto& into = made[mesh];
             SGShape& from = i == 1 ? *mesh : *before.at(mesh);
-            auto simplify = [&into, &from, share = generation.share] { into = simplified(from, share); };
-            if (workers)
-                tasks.push_back(workers->post(simplify));
-            else
-                simplify();
+            jobs.push_back([&into, &from, share = generation.share] { into = simplified(from, share); });
         }
-        for (const auto& task : tasks)
-            task->wait();
+        platform::runAll(workers, std::move(jobs));
         const std::string number = std::to_string(generation.numbers[i]);
         auto level = parent->addChild(base + "_LOD_" + number);
         LevelCopy copy("_lod" + number, made);

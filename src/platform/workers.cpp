@@ -79,4 +79,15 @@ std::shared_ptr<Task> Workers::post(std::function<void()> job) {
     return task;
 }
 
+void runAll(Workers* workers, std::vector<std::function<void()>> jobs) {
+    std::vector<std::shared_ptr<Task>> tasks;
+    for (auto& job : jobs)
+        if (workers)
+            tasks.push_back(workers->post(std::move(job)));
+        else
+            job();
+    for (const auto& task : tasks)
+        task->wait();
+}
+
 } // namespace tarnvale::platform

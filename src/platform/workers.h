@@ -60,4 +60,8 @@ class Workers {
     size_t grain_;
 };
 
+// Runs the jobs on the workers side by side (none: one after the other, here)
+// and returns when all have run; rethrows the failure of the first that failed.
+void runAll(Workers* workers, std::vector<std::function<void()>> jobs);
+
 } // namespace tarnvale::platform

@@ -168,18 +168,12 @@ std::vector<Outcome> writeTextures(const std::vector<std::string>& names,
     }
 
     // Each job writes its own outcome; with workers they convert side by side.
-    std::vector<std::shared_ptr<platform::Task>> tasks;
-    for (const Job& job : jobs) {
-        auto convert = [&job, &outcome = outcomes[job.outcome], &folder = options.folder] {
+    std::vector<std::function<void()>> converts;
+    for (const Job& job : jobs)
+        converts.push_back([&job, &outcome = outcomes[job.outcome], &folder = options.folder] {
             run(job, outcome, folder);
-        };
-        if (workers)
-            tasks.push_back(workers->post(convert));
-        else
-            convert();
-    }
-    for (const auto& task : tasks)
-        task->wait();
+        });
+    platform::runAll(workers, std::move(converts));
     return outcomes;
 }
 
