@@ -97,6 +97,25 @@ class FileBytes {
     size_t size_ = 0;
 };
 
+// A file that requires an extension this reader does not implement is refused,
+// as glTF asks of every reader: what it would leave out, it would get wrong.
+void refuseUnreadExtensions(const Document& model) {
+    static constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular"};
+    // What to run first for the extensions users meet most.
+    static constexpr std::pair<std::string_view, std::string_view> kAdvice[] = {
+        {"EXT_meshopt_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
+        {"KHR_draco_mesh_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
+        {"KHR_mesh_quantization", "dequantize it first (npx @gltf-transform/cli dequantize IN.glb OUT.glb)"}};
+    for (const std::string& name : model.extensionsRequired) {
+        if (std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented))
+            continue;
+        std::string why = "it requires " + name + ", which Tarnvale cannot read";
+        for (const auto& [extension, advice] : kAdvice)
+            if (extension == name) why += ": " + std::string(advice);
+        throw SceneError(why);
+    }
+}
+
 // A .gltf or .glb held in memory; external files are looked for in `folder`. A
 // .glb's buffer 0 may stay in `bytes`, which must then outlive the document.
 Document loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
@@ -135,6 +154,7 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
         throw SceneError(err.empty() ? "not a glTF 2.0 file" : err);
     }
     if (!warn.empty()) warnings.push_back(warn);
+    refuseUnreadExtensions(model);
     return model;
 }
 

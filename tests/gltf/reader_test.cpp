@@ -566,6 +566,14 @@ TEST(GltfReader, BadFilesGiveAReason) {
              b.animation("a", {{0, "translation", {0, 1}, {0, 0, 0, std::nanf(""), 0, 0}, "LINEAR"}});
          }),
          "animation 0 channel 0 has a key that is not a number"},
+        {"required.gltf",
+         variant([](GltfBuilder& b) { b.doc["extensionsRequired"] = {"EXT_meshopt_compression"}; }),
+         "it requires EXT_meshopt_compression, which Tarnvale cannot read: decompress it first (npx "
+         "@gltf-transform/cli copy IN.glb OUT.glb)"},
+        {"unknown.gltf", variant([](GltfBuilder& b) {
+             b.doc["extensionsRequired"] = {"KHR_node_visibility", "EXT_x"};
+         }),
+         "it requires EXT_x, which Tarnvale cannot read"},
         {"material.gltf",
          variant([](GltfBuilder& b) { b.doc["meshes"][0]["primitives"][0]["material"] = 3; }), "material 3"},
         {"sparse.gltf", variant([](GltfBuilder& b) {
