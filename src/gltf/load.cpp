@@ -100,7 +100,8 @@ class FileBytes {
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
 void refuseUnreadExtensions(const Document& model) {
-    static constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular"};
+    static constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular",
+                                                        "KHR_materials_emissive_strength"};
     // What to run first for the extensions users meet most.
     static constexpr std::pair<std::string_view, std::string_view> kAdvice[] = {
         {"EXT_meshopt_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},

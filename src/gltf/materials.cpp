@@ -165,6 +165,12 @@ std::shared_ptr<MemoryMaterial> MaterialMap::get(int index) {
                   channel(pbr.baseColorFactor, 2, 1), channel(pbr.baseColorFactor, 3, 1)};
     m->emissive = {channel(g.emissiveFactor, 0, 0), channel(g.emissiveFactor, 1, 0),
                    channel(g.emissiveFactor, 2, 0)};
+    if (auto it = g.extensions.find("KHR_materials_emissive_strength"); it != g.extensions.end()) {
+        // The strength scales the colour; the host material's colour stops at 1.
+        const float strength = number(member(it->second, "emissiveStrength"), 1.0f);
+        auto scaled = [strength](float c) { return std::clamp(c * strength, 0.0f, 1.0f); };
+        m->emissive = {scaled(m->emissive.r), scaled(m->emissive.g), scaled(m->emissive.b)};
+    }
     m->specular = {1, 1, 1};
     m->power = powerFromRoughness(static_cast<float>(pbr.roughnessFactor));
 

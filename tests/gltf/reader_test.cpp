@@ -215,21 +215,22 @@ TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
 
 TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
     GltfBuilder b;
-    b.doc["materials"] =
-        json::array({{{"name", "Paint"},
-                      {"alphaMode", "BLEND"},
-                      {"pbrMetallicRoughness",
-                       {{"baseColorFactor", {0.5, 0.25, 1, 0.4}},
-                        {"roughnessFactor", 1.0},
-                        {"baseColorTexture", {{"index", 0}}}}},
-                      {"normalTexture", {{"index", 1}}},
-                      {"emissiveFactor", {0.1, 0.2, 0.3}},
-                      {"extras", {{"FS10", "UseGlobalEnv=1"}, {"number", 3}}}},
-                     {{"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
-                      {"normalTexture", {{"index", 1}}},
-                      {"extensions",
-                       {{"KHR_materials_specular",
-                         {{"specularColorFactor", {0.5, 0.5, 0.5}}, {"specularFactor", 0.5}}}}}}});
+    b.doc["materials"] = json::array(
+        {{{"name", "Paint"},
+          {"alphaMode", "BLEND"},
+          {"pbrMetallicRoughness",
+           {{"baseColorFactor", {0.5, 0.25, 1, 0.4}},
+            {"roughnessFactor", 1.0},
+            {"baseColorTexture", {{"index", 0}}}}},
+          {"normalTexture", {{"index", 1}}},
+          {"emissiveFactor", {0.1, 0.2, 0.3}},
+          {"extras", {{"FS10", "UseGlobalEnv=1"}, {"number", 3}}}},
+         {{"pbrMetallicRoughness", {{"roughnessFactor", 0.5}}},
+          {"normalTexture", {{"index", 1}}},
+          {"emissiveFactor", {0.3, 0.2, 0.1}},
+          {"extensions",
+           {{"KHR_materials_specular", {{"specularColorFactor", {0.5, 0.5, 0.5}}, {"specularFactor", 0.5}}},
+            {"KHR_materials_emissive_strength", {{"emissiveStrength", 5}}}}}}});
     b.doc["textures"] = json::array({{{"source", 0}}, {{"source", 1}}});
     b.doc["images"] = json::array(
         {{{"uri", "tex/a%20b.png"}}, {{"name", "bumps"}, {"mimeType", "image/jpeg"}, {"bufferView", 0}}});
@@ -246,8 +247,9 @@ TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
         auto describe = [&](const SGMaterialPtr& m) {
             std::ostringstream out;
             const Rgba d = m->GetDiffuse();
-            out << m->GetName() << " " << d.r << "," << d.g << "," << d.b << "," << d.a << " e"
-                << m->GetEmissive().b << " s" << m->GetSpecular().r << " p" << m->GetPower() << " "
+            const Rgb e = m->GetEmissive();
+            out << m->GetName() << " " << d.r << "," << d.g << "," << d.b << "," << d.a << " e" << e.r << ","
+                << e.g << "," << e.b << " s" << m->GetSpecular().r << " p" << m->GetPower() << " "
                 << m->GetMaterialField(s.scene->root()->FindMaterialField("FS10"));
             if (SGTexturesPtr t = m->GetTextures())
                 out << " [" << t->GetFileName() << "|" << t->GetBumpFileName() << "|"
@@ -257,10 +259,11 @@ TEST(GltfReader, MaterialsSharedByIdentityWithFieldsAndTextures) {
         EXPECT_EQ(material("a", 0), material("a", 1));
         EXPECT_EQ(material("c", 0), material("d", 0));
         EXPECT_EQ(describe(material("a", 0)),
-                  "Paint 0.5,0.25,1,0.4 e0.3 s1 p0 UseGlobalEnv=1 [tex\\a b.png|bumps.jpg|.|.]");
-        // A bump map but no diffuse texture: no diffuse name at all.
-        EXPECT_EQ(describe(material("b", 0)), "material_1 1,1,1,1 e0 s0.25 p220  [|bumps.jpg|.|.]");
-        EXPECT_EQ(describe(material("c", 0)), "default 1,1,1,1 e0 s1 p0 ");
+                  "Paint 0.5,0.25,1,0.4 e0.1,0.2,0.3 s1 p0 UseGlobalEnv=1 [tex\\a b.png|bumps.jpg|.|.]");
+        // A bump map but no diffuse texture: no diffuse name at all. Emissive
+        // strength 5 scales the colour, which stops at 1.
+        EXPECT_EQ(describe(material("b", 0)), "material_1 1,1,1,1 e1,1,0.5 s0.25 p220  [|bumps.jpg|.|.]");
+        EXPECT_EQ(describe(material("c", 0)), "default 1,1,1,1 e0,0,0 s1 p0 ");
         EXPECT_LT(s.scene->root()->FindMaterialField("number"), 0);
     });
     const std::pair<float, float> powers[] = {{1.0f, 0}, {0.95f, 0}, {0.5f, 220}, {0.0f, 1}, {0.2f, 1}};
