@@ -6,8 +6,6 @@
 #include "platform/text.h"
 
 #include <charconv>
-#include <set>
-#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -37,7 +35,7 @@ size_t addMesh(const SGObjectPtr& node, SGShape& mesh, FrameDraws& frame) {
     // draw or normal goes to the set. Most records have one: the set stays small.
     std::vector<uint32_t> firstDraw(static_cast<size_t>(a.vertexCount), UINT32_MAX),
         firstNormal(firstDraw.size());
-    std::set<std::tuple<uint32_t, uint32_t, uint32_t>> others;
+    std::vector<std::unordered_set<uint64_t>> others; // per draw: (record, normal)
     size_t at = 0;
     for (int32_t p = 0, n = mesh.GetPolygonCount(); p < n; ++p) {
         const uint32_t draw = frame.of(node, mesh.FaceMaterial(p));
@@ -51,7 +49,8 @@ size_t addMesh(const SGObjectPtr& node, SGShape& mesh, FrameDraws& frame) {
                 firstDraw[record] = draw, firstNormal[record] = normal;
                 ++d.vertices;
             } else if (firstDraw[record] != draw || firstNormal[record] != normal) {
-                d.vertices += others.insert({draw, record, normal}).second;
+                if (others.size() <= draw) others.resize(draw + 1);
+                d.vertices += others[draw].insert(uint64_t(record) << 32 | normal).second;
             }
         }
     }
