@@ -86,6 +86,10 @@ void runAll(Workers* workers, std::vector<std::function<void()>> jobs) {
             tasks.push_back(workers->post(std::move(job)));
         else
             job();
+    // The caller takes every job no helper has taken yet, rather than wait on one
+    // a helper is running: the jobs then run side by side, not one after another.
+    for (const auto& task : tasks)
+        task->run();
     for (const auto& task : tasks)
         task->wait();
 }
