@@ -2,9 +2,10 @@
 """Writes examples/trainer.gltf: a small aircraft-like model for trying Tarnvale.
 
 Two levels of detail, several materials (one translucent, one carrying an FS10
-text in its extras), part data on a node (extras.FS10att), animated control
-surfaces and gear, and a skinned antenna whose three joints flex it; the names
-match data/modeldef.xml. Run again to regenerate.
+text in its extras), part data (extras.FS10att: a visibility condition on the
+fuselage, a clickable cockpit switch, a navigation light's effect), animated
+control surfaces and gear, and a skinned antenna whose three joints flex it; the
+names match data/modeldef.xml. Run again to regenerate.
 """
 import base64
 import json
@@ -88,6 +89,7 @@ fin = mesh("fin", box(0.1, 1.3, 0.9, 0))
 rudder = mesh("rudder", box(0.08, 1.2, 0.35, 2))
 prop = mesh("propeller", box(1.9, 0.12, 0.05, 3))
 gear = mesh("gear leg", box(0.1, 0.8, 0.1, 3), box(0.18, 0.5, 0.5, 3))
+switch = mesh("panel light switch", box(0.04, 0.03, 0.06, 3))
 low = mesh("low detail", box(1.1, 1.2, 6.0, 0), box(9.0, 0.15, 1.5, 0), box(3.2, 0.1, 0.8, 0))
 
 
@@ -127,9 +129,9 @@ def quat(axis, degrees):
 nodes = [
     {"name": "trainer", "children": [1, 12]},                                      # 0
     {"name": "trainer_LOD_0", "children": [2, 3, 6, 9, 10, 11]},                   # 1
-    {"name": "Fuselage", "mesh": fuselage,
+    {"name": "Fuselage", "mesh": fuselage, "children": [19],
      "extras": {"FS10att": "<FSMakeMdlData version=\"9.0\"><Visibility name=\"custom_fuselage\"/></FSMakeMdlData>"}},
-    {"name": "Wing", "mesh": wing, "translation": [0, 0.3, 0.6], "children": [4, 5]},  # 3
+    {"name": "Wing", "mesh": wing, "translation": [0, 0.3, 0.6], "children": [4, 5, 18]},  # 3
     {"name": "l_aileron", "mesh": aileron, "translation": [3.2, 0, -0.9]},           # 4
     {"name": "r_aileron", "mesh": aileron, "translation": [-3.2, 0, -0.9]},          # 5
     {"name": "Tail", "mesh": stab, "translation": [0, 0.35, -2.8], "children": [7, 8]},  # 6
@@ -145,6 +147,16 @@ nodes = [
     {"name": "antenna_2", "translation": [0, 0.45, 0], "children": [16]},          # 15
     {"name": "antenna_3", "translation": [0, 0.45, 0]},                            # 16
     {"name": "antenna_mast", "mesh": mast, "skin": 0},                             # 17
+    # The left wing tip's red light: an effect at the node's pivot, no geometry.
+    {"name": "navlight_red", "translation": [4.5, 0, 0], "extras": {"FS10att": (
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<FSMakeMdlData version=\"9.0\">\n"
+        "  <Attachpoint name=\"attachpt_navred\">\n    <AttachedObject>\n"
+        "      <Effect effectName=\"fx_navred\" effectParams=\"DAY=1, NIGHT=1\"/>\n"
+        "    </AttachedObject>\n  </Attachpoint>\n</FSMakeMdlData>")}},                   # 18
+    # A cockpit switch the pilot clicks.
+    {"name": "switch_panel_light", "mesh": switch, "translation": [0.25, 0.62, 1.2], "extras": {"FS10att": (
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<FSMakeMdlData version=\"9.0\">\n"
+        "  <MouseRect name=\"switch_panel_light\"> </MouseRect>\n</FSMakeMdlData>")}},  # 19
 ]
 # The joints stand at heights 0, 0.45 and 0.9 of the mast: their inverse bind
 # matrices move them back to its foot.

@@ -3,6 +3,7 @@
 
 #include "anim/anim.h"
 #include "material/material.h"
+#include "partdata/partdata.h"
 #include "platform/platform.h"
 #include "platform/xml.h"
 #include "texture/texture.h"
@@ -60,6 +61,14 @@ struct Context {
     platform::XmlDocument modelDef;
     bool modelDefRead = false;
     std::vector<platform::XmlElement> animations;
+    std::vector<partdata::PartInfo> parts; // the model definition's
+    // Each frame's part data where it has some: read, or why not.
+    struct PartDataOf {
+        const Frame* frame;
+        std::optional<partdata::PartData> data;
+        partdata::Unreadable why;
+    };
+    std::vector<PartDataOf> partData;
     int32_t materialField = 0, attachField = 0;
     std::vector<lod::Budget> budgets;
 
@@ -165,6 +174,14 @@ void collect(Context& c) {
     if (platform::fileExists(c.subject.modelDefFile) && c.modelDef.load(c.subject.modelDefFile)) {
         c.modelDefRead = true;
         c.animations = c.modelDef.select("ModelInfo/Animation");
+        c.parts = partdata::partInfos(c.modelDef);
+    }
+    for (const Frame& f : c.frames) {
+        const std::string text = f.node->GetFieldText(c.attachField);
+        if (text.empty()) continue;
+        Context::PartDataOf one{&f, std::nullopt, {}};
+        one.data = partdata::parse(text, &one.why);
+        c.partData.push_back(std::move(one));
     }
 }
 
@@ -552,32 +569,130 @@ void lodSibling(Context& c, const Rule& r) {
 
 // ---- Part data ------------------------------------------------------------------------
 
-template <typename Each> void eachPartData(Context& c, Each&& each) {
-    for (const Frame& f : c.frames) {
-        const std::string text = f.node->GetFieldText(c.attachField);
-        if (text.empty()) continue;
-        platform::XmlDocument doc;
-        each(f, doc.loadText(text), doc);
-    }
-}
-
 void partDataNotXml(Context& c, const Rule& r) {
-    eachPartData(c, [&](const Frame& f, bool read, platform::XmlDocument&) {
-        if (!read)
-            c.add(r, &f, nullptr,
+    for (const auto& p : c.partData)
+        if (!p.data && !p.why.wellFormed)
+            c.add(r, p.frame, nullptr,
                   "its part data (" + c.subject.attachField +
                       ") is not well-formed XML, and the "
                       "compiler cannot read it: mend the text");
-    });
 }
 
 void partDataRoot(Context& c, const Rule& r) {
-    eachPartData(c, [&](const Frame& f, bool read, platform::XmlDocument& doc) {
-        if (read && doc.documentElement().name() != "FSMakeMdlData")
-            c.add(r, &f, nullptr,
-                  "its part data's root is " + doc.documentElement().name() +
+    for (const auto& p : c.partData)
+        if (!p.data && p.why.wellFormed)
+            c.add(r, p.frame, nullptr,
+                  "its part data's root is " + p.why.root +
                       ", and the compiler "
                       "reads only FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">");
+}
+
+// Each element of the kind in the part data that could be read, with its frame.
+template <typename Each> void eachElement(Context& c, partdata::Kind kind, Each&& each) {
+    for (const auto& p : c.partData)
+        if (p.data)
+            for (const partdata::Element& e : p.data->elements)
+                if (e.kind == kind) each(*p.frame, e);
+}
+
+std::string quotedList(const std::vector<std::string>& names) {
+    std::string out;
+    for (const std::string& n : names)
+        out += (out.empty() ? "" : ", ") + ("\"" + n + "\"");
+    return out;
+}
+
+void partDataVersion(Context& c, const Rule& r) {
+    for (const auto& p : c.partData)
+        if (p.data && p.data->version != "9.0")
+            c.add(r, p.frame, nullptr,
+                  (p.data->version ? "its part data's version is \"" + *p.data->version + "\""
+                                   : std::string("its part data names no version")) +
+                      ", and the compiler reads version 9.0: set version=\"9.0\" on FSMakeMdlData");
+}
+
+// A Visibility or MouseRect that names no part of the model definition that has
+// one; the nearest names that do.
+void partNotDefined(Context& c, const Rule& r, partdata::Kind kind) {
+    if (!c.modelDefRead) return;
+    const bool visibility = kind == partdata::Kind::visibility;
+    std::vector<std::string> names;
+    for (const partdata::PartInfo& p : c.parts)
+        if (visibility ? p.visibility || p.visibleInRange : p.mouseRect) names.push_back(p.name);
+    const char* what = visibility ? "Visibility" : "MouseRect";
+    eachElement(c, kind, [&](const Frame& f, const partdata::Element& e) {
+        if (std::find(names.begin(), names.end(), e.name) != names.end()) return;
+        c.add(r, &f, nullptr,
+              "its " + std::string(what) + " names \"" + e.name +
+                  "\", which is no part of the model definition " + "with a " + what +
+                  ", so the compiler cannot give it one: " +
+                  (names.empty() ? "add a PartInfo with a " + std::string(what) + " to the model definition"
+                                 : "name one of them, the nearest being " +
+                                       quotedList(partdata::nearestNames(e.name, names))));
+    });
+}
+
+void partDataVisibility(Context& c, const Rule& r) {
+    partNotDefined(c, r, partdata::Kind::visibility);
+}
+
+void partDataMouseRect(Context& c, const Rule& r) {
+    partNotDefined(c, r, partdata::Kind::mouseRect);
+}
+
+void attachPointTwice(Context& c, const Rule& r) {
+    std::map<std::string, const Frame*> first;
+    eachElement(c, partdata::Kind::attachPoint, [&](const Frame& f, const partdata::Element& e) {
+        const auto [at, added] = first.emplace(e.name, &f);
+        if (!added)
+            c.add(r, &f, nullptr,
+                  "its attach point \"" + e.name + "\" has the name of the one on " +
+                      at->second->node->shownName() +
+                      ", and the simulator tells attach points apart by name: rename one");
+    });
+}
+
+void effectExtension(Context& c, const Rule& r) {
+    eachElement(c, partdata::Kind::attachPoint, [&](const Frame& f, const partdata::Element& e) {
+        const size_t dot = e.effectName.rfind('.');
+        if (e.attached != partdata::Attached::effect || dot == std::string::npos ||
+            dot + 1 == e.effectName.size())
+            return;
+        c.add(r, &f, nullptr,
+              "its effect \"" + e.effectName +
+                  "\" has a file extension, and the simulator adds its own: write \"" +
+                  e.effectName.substr(0, dot) + "\"");
+    });
+}
+
+void platformSurface(Context& c, const Rule& r) {
+    const auto& types = partdata::surfaceTypes();
+    eachElement(c, partdata::Kind::platform, [&](const Frame& f, const partdata::Element& e) {
+        if (std::find(types.begin(), types.end(), e.surface) != types.end()) return;
+        c.add(r, &f, nullptr,
+              "its platform's surfaceType \"" + e.surface +
+                  "\" is no surface the simulator knows: use one of its types, the nearest being " +
+                  quotedList(partdata::nearestNames(e.surface, types)));
+    });
+}
+
+void libraryObjectGuid(Context& c, const Rule& r) {
+    eachElement(c, partdata::Kind::attachPoint, [&](const Frame& f, const partdata::Element& e) {
+        if (e.attached == partdata::Attached::libraryObject && !partdata::isGuid(e.objectGuid))
+            c.add(r, &f, nullptr,
+                  "its library object's name \"" + e.objectGuid +
+                      "\" is not a GUID, and the simulator finds library objects by GUID: write it as "
+                      "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}");
+    });
+}
+
+void attachPointGeometry(Context& c, const Rule& r) {
+    eachElement(c, partdata::Kind::attachPoint, [&](const Frame& f, const partdata::Element&) {
+        if (f.triangles > 0)
+            c.add(r, &f, nullptr,
+                  "it holds an attach point and " + std::to_string(f.triangles) +
+                      " triangles; the simulator puts the attached object at its pivot and does not draw "
+                      "its own geometry");
     });
 }
 
@@ -700,6 +815,21 @@ const std::vector<Rule>& rules() {
         {"partdata-xml", Severity::Error, "a node's part data is not well-formed XML", partDataNotXml},
         {"partdata-root", Severity::Error, "a node's part data has a root other than FSMakeMdlData",
          partDataRoot},
+        {"partdata-version", Severity::Warning, "a node's part data has a version other than 9.0",
+         partDataVersion},
+        {"partdata-visibility", Severity::Error,
+         "a Visibility names no part of the model definition that has a Visibility or VisibleInRange",
+         partDataVisibility},
+        {"partdata-mouse-rect", Severity::Error,
+         "a MouseRect names no part of the model definition that has a MouseRect", partDataMouseRect},
+        {"attach-point-twice", Severity::Error, "two attach points have one name", attachPointTwice},
+        {"attach-effect-extension", Severity::Error, "an effect's name has a file extension",
+         effectExtension},
+        {"attach-library-guid", Severity::Error, "a library object's name is not a GUID", libraryObjectGuid},
+        {"attach-point-geometry", Severity::Info,
+         "a node with an attach point holds geometry, which is not drawn", attachPointGeometry},
+        {"platform-surface", Severity::Error, "a platform's surfaceType is no surface type of the simulator",
+         platformSurface},
         {"skin-weights", Severity::Warning, "a skinned vertex's weights do not sum to 1", skinWeights},
         {"skin-influences", Severity::Warning, "a skinned vertex has more bones than the simulator blends",
          skinInfluences},
@@ -711,7 +841,7 @@ const std::vector<Rule>& rules() {
 
 std::vector<Finding> run(const Subject& subject, std::vector<lod::Budget>* budgets) {
     std::vector<Finding> findings;
-    Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, 0, 0, {}};
+    Context context{subject, findings, {}, {}, platform::XmlDocument(), false, {}, {}, {}, 0, 0, {}};
     collect(context);
     for (const Rule& rule : rules())
         rule.run(context, rule);

@@ -382,6 +382,17 @@ std::optional<std::string> XmlElement::attribute(const std::string& name) const 
     return std::nullopt;
 }
 
+std::vector<std::string> XmlElement::attributeNames() const {
+    std::vector<std::string> out;
+    if (CompactTree* t = compact()) {
+        t->forEachAttribute(id_, [&out](const std::string& name, std::string_view) { out.push_back(name); });
+        return out;
+    }
+    for (xmlAttr* a = toNode(node_)->properties; a; a = a->next)
+        out.push_back(a->ns && a->ns->prefix ? str(a->ns->prefix) + ":" + str(a->name) : str(a->name));
+    return out;
+}
+
 void XmlElement::setAttribute(const std::string& name, const std::string& value) {
     if (CompactTree* t = compact()) return t->setAttribute(id_, name, value);
     if (!xmlSetProp(toNode(node_), xml(name), xml(value)))
@@ -444,6 +455,17 @@ XmlElement XmlElement::appendChild(XmlElement child) {
     return XmlElement(c);
 }
 
+std::string XmlElement::outerXml() const {
+    if (compact() || !node_) throw Failure(err::kInvalidCall, "XML: the element has no text of its own");
+    xmlBuffer* buffer = xmlBufferCreate();
+    if (!buffer) throw Failure(7, "Out of memory");
+    const int length = xmlNodeDump(buffer, toNode(node_)->doc, toNode(node_), 0, 0);
+    std::string out = length < 0 ? std::string() : str(xmlBufferContent(buffer));
+    xmlBufferFree(buffer);
+    if (length < 0) throw Failure(err::kInvalidCall, "XML: the element cannot be written");
+    return out;
+}
+
 // ---- XmlDocument --------------------------------------------------------------------
 
 XmlDocument::XmlDocument(XmlStorage storage) : impl_(std::make_unique<Impl>()) {
@@ -499,9 +521,9 @@ void XmlDocument::save(const std::string& path, bool indent) const {
     if (error) throw fileFailure(path, error, true);
 }
 
-std::string XmlDocument::toString() const {
+std::string XmlDocument::toString(bool indent) const {
     std::string out;
-    if (!impl_->serialiseDocument(appendToString, &out, false))
+    if (!impl_->serialiseDocument(appendToString, &out, indent))
         throw Failure(err::kFileAccess, "the XML document cannot be written in its encoding");
     return out;
 }
@@ -511,6 +533,15 @@ XmlElement XmlDocument::createElement(const std::string& name) {
     xmlNode* n = xmlNewDocNode(impl_->doc, nullptr, xml(name), nullptr);
     if (!n || !xmlAddChild(impl_->scratch, n))
         throw Failure(err::kInvalidCall, "XML: element " + name + " cannot be made");
+    return XmlElement(n);
+}
+
+XmlElement XmlDocument::importCopy(XmlElement from) {
+    if (impl_->compact || from.compact() || !from)
+        throw Failure(err::kInvalidCall, "XML: only elements of the library's tree are copied");
+    xmlNode* n = xmlDocCopyNode(toNode(from.node_), impl_->doc, 1);
+    if (!n || !xmlAddChild(impl_->scratch, n))
+        throw Failure(err::kInvalidCall, "XML: the element cannot be copied");
     return XmlElement(n);
 }
 

@@ -27,6 +27,8 @@ class XmlElement {
     void setText(const std::string& text);
     // The attribute's value, or none when it is absent.
     std::optional<std::string> attribute(const std::string& name) const;
+    // The names of the attributes it holds, in their order.
+    std::vector<std::string> attributeNames() const;
     // Sets the attribute; a new attribute goes behind the existing ones.
     void setAttribute(const std::string& name, const std::string& value);
     // First child element with that name (elements only, as the document spells
@@ -41,6 +43,9 @@ class XmlElement {
     // handle. A detached element is moved in; an attached one moves to the end.
     // Handles stay valid.
     XmlElement appendChild(XmlElement child);
+    // The element with all it holds as XML text in UTF-8, without a declaration
+    // (an element of the library's tree only).
+    std::string outerXml() const;
 
   private:
     friend class XmlDocument;
@@ -73,10 +78,13 @@ class XmlDocument {
     // Saves in the encoding the document declares (UTF-8 without one), adding no
     // whitespace unless `indent`; fails with the system's error text.
     void save(const std::string& path, bool indent = false) const;
-    std::string toString() const;
+    std::string toString(bool indent = false) const;
 
     // A new element attached to nothing, for appendChild; freed with the document.
     XmlElement createElement(const std::string& name);
+    // A deep copy of an element of another document (both of the library's
+    // tree), attached to nothing, for appendChild.
+    XmlElement importCopy(XmlElement from);
     // A processing instruction; the target "xml" sets the declaration's version
     // and encoding.
     void appendProcessingInstruction(const std::string& target, const std::string& data);

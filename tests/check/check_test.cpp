@@ -36,6 +36,17 @@ struct Scene {
         keys(0, {0, 1, 2}, {0, 0, 0, 0, 1, 0, 0, 2, 0});
     }
     json& part() { return b.doc["nodes"][0]; }
+    // Part data of these elements on the node (l_aileron by default).
+    void partData(const std::string& elements, int node = 0) {
+        b.doc["nodes"][node]["extras"]["FS10att"] =
+            "<FSMakeMdlData version=\"9.0\">" + elements + "</FSMakeMdlData>";
+    }
+    // An attach point of that name and object on a new empty node.
+    void attachPoint(const char* node, const std::string& name, const std::string& object) {
+        partData("<Attachpoint name=\"" + name + "\"><AttachedObject>" + object +
+                     "</AttachedObject></Attachpoint>",
+                 b.node({{"name", node}}));
+    }
     std::string modelDef() const { return options.pluginDir + "/modeldef.xml"; }
     // plane_LOD_100 and a sibling below plane, with the level exported.
     void lods(json sibling) {
@@ -200,6 +211,31 @@ const Broken kBroken[] = {
      [](Scene& s) { s.part()["extras"]["FS10att"] = "<FSMakeMdlData>"; }},
     {"partdata-root", "error", "l_aileron",
      [](Scene& s) { s.part()["extras"]["FS10att"] = "<Visibility/>"; }},
+    {"partdata-version", "warning", "l_aileron",
+     [](Scene& s) { s.part()["extras"]["FS10att"] = "<FSMakeMdlData version=\"8.0\"/>"; }},
+    // A part of the model definition that has a mouse rect and no visibility, and back.
+    {"partdata-visibility", "error", "l_aileron",
+     [](Scene& s) { s.partData("<Visibility name=\"switch_panel_light\"/>"); }},
+    {"partdata-mouse-rect", "error", "l_aileron",
+     [](Scene& s) { s.partData("<MouseRect name=\"gear_door_visible\"/>"); }},
+    {"attach-point-twice", "error", "nav_2",
+     [](Scene& s) {
+         s.attachPoint("nav_1", "attachpt_nav", "<Effect effectName=\"fx_navred\"/>");
+         s.attachPoint("nav_2", "attachpt_nav", "<Effect effectName=\"fx_navgre\"/>");
+     }},
+    {"attach-effect-extension", "error", "nav",
+     [](Scene& s) { s.attachPoint("nav", "attachpt_nav", "<Effect effectName=\"fx_navred.fx\"/>"); }},
+    {"attach-library-guid", "error", "crate",
+     [](Scene& s) {
+         s.attachPoint("crate", "attachpt_crate", "<LibraryObject name=\"crate\" scale=\"1.0\"/>");
+     }},
+    {"attach-point-geometry", "info", "l_aileron",
+     [](Scene& s) {
+         s.partData("<Attachpoint name=\"a\"><AttachedObject><Effect "
+                    "effectName=\"fx\"/></AttachedObject></Attachpoint>");
+     }},
+    {"platform-surface", "error", "l_aileron",
+     [](Scene& s) { s.partData("<Platform name=\"deck\" surfaceType=\"CONCRET\"/>"); }},
     {"skin-weights", "warning", "l_aileron",
      [](Scene& s) {
          s.skin({0, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}, {1, 0, 0, 0, 1, 0, 0, 0, 0.5f, 0, 0, 0});
