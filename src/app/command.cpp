@@ -9,6 +9,7 @@
 #endif
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 
 namespace tarnvale::app {
@@ -132,15 +133,72 @@ MaterialCommands addMaterialCommands(CLI::App& app, MaterialOptions& m) {
     return c;
 }
 
+struct PartCommands {
+    CLI::App *show, *set, *list;
+};
+
+PartCommands addPartCommands(CLI::App& app, PartOptions& p) {
+    CLI::App* part = app.add_subcommand("part", "Show, set and check the part data of a scene's nodes");
+    part->require_subcommand(1);
+    PartCommands c{
+        part->add_subcommand("show", "Each node's part data as its elements"),
+        part->add_subcommand("set", "Set or remove one element of a node's part data in the scene file"),
+        part->add_subcommand("list", "The model definition's parts that part data can name")};
+    for (CLI::App* one : {c.show, c.set}) {
+        one->add_option("SCENE", p.scene, "The scene: a .gltf or .glb file");
+        one->add_option("--node", p.node, one == c.show ? "This node only (by name)" : "The node, by name");
+        one->add_flag("--json", p.json, "The part data as JSON on standard output");
+        one->add_option("--settings", p.settings,
+                        "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
+    }
+    c.show->callback([&p] {
+        if (p.scene.empty()) throw CLI::ValidationError("SCENE", "give a scene file");
+    });
+    c.set->add_flag(
+        "--stdin", p.fromStdin,
+        "The scene as a glTF document on standard input, instead of SCENE; prints the new text as JSON");
+    CLI::Option* edits[] = {
+        c.set->add_option("--visibility", p.visibility, "Shown as this part of the model definition says"),
+        c.set->add_option("--mouse-rect", p.mouseRect, "Clicked as this part of the model definition says"),
+        c.set->add_option("--effect", p.effect, "An attach point with this effect (no file extension)"),
+        c.set->add_option("--library-object", p.libraryObject,
+                          "An attach point with this library object's GUID"),
+        c.set->add_option("--platform", p.platform, "A platform of this surface type (CONCRETE, GRASS, ...)"),
+        c.set->add_flag("--no-crash", p.noCrash, "The node takes no part in crashes"),
+        c.set->add_option("--remove", p.remove, "Remove the element of this kind")
+            ->check(CLI::IsMember({"visibility", "mouse-rect", "attach-point", "effect", "library-object",
+                                   "platform", "no-crash"}))};
+    c.set->add_option("--params", p.params, "With --effect: its parameters (DAY=1, NIGHT=1)")
+        ->needs(edits[2]);
+    c.set->add_option("--scale", p.scale, "With --library-object: its scale (default 1.0)")->needs(edits[3]);
+    c.set->callback([&p, edits] {
+        if (p.scene.empty() == !p.fromStdin)
+            throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
+        if (!p.node) throw CLI::ValidationError("--node", "is required");
+        if (std::count_if(std::begin(edits), std::end(edits),
+                          [](CLI::Option* e) { return e->count() > 0; }) != 1)
+            throw CLI::ValidationError("set", "give one of --visibility, --mouse-rect, --effect, "
+                                              "--library-object, --platform, --no-crash, --remove");
+    });
+    c.list->add_flag("--json", p.json, "The parts as JSON on standard output");
+    for (CLI::App* one : {c.show, c.set, c.list}) {
+        one->add_option("--plugin-dir", p.pluginDir, "Folder of Tarnvale.X and modeldef.xml");
+        one->add_option("--registry", p.registry, "Registry stand-in in the .reg syntax (default: none)");
+    }
+    return c;
+}
+
 // Every command with its options, and where the parse puts them.
 struct CommandLine {
     CLI::App app{"tarnvale: exports a 3D scene (glTF 2.0) as the source files of a flight-simulator model"};
     ExportOptions exportOptions;
     MaterialOptions materialOptions;
     CheckOptions checkOptions;
+    PartOptions partOptions;
     std::string sidecarOf, blender = "blender";
     CLI::App *exportCommand = nullptr, *check = nullptr, *sidecar = nullptr, *install = nullptr;
     MaterialCommands material{};
+    PartCommands part{};
 
     CommandLine() {
         app.set_version_flag("--version", std::string("tarnvale ") + TARNVALE_VERSION);
@@ -149,6 +207,7 @@ struct CommandLine {
         app.allow_windows_style_options(false);
         exportCommand = addExportCommand(app, exportOptions);
         material = addMaterialCommands(app, materialOptions);
+        part = addPartCommands(app, partOptions);
         CheckOptions& c = checkOptions;
         check = app.add_subcommand("check", "Find what would make the export or the SDK's compiler fail, or "
                                             "build a model other than meant, before anything is written");
@@ -177,9 +236,10 @@ struct CommandLine {
 
     // The plug-in folder option of the command that was given.
     std::string& pluginDir() {
-        return exportCommand->parsed() ? exportOptions.pluginDir
-               : check->parsed()       ? checkOptions.pluginDir
-                                       : materialOptions.pluginDir;
+        return exportCommand->parsed()                                            ? exportOptions.pluginDir
+               : check->parsed()                                                  ? checkOptions.pluginDir
+               : part.show->parsed() || part.set->parsed() || part.list->parsed() ? partOptions.pluginDir
+                                                                                  : materialOptions.pluginDir;
     }
 };
 
@@ -200,6 +260,9 @@ std::optional<int> settlePluginDir(std::string& pluginDir, const char* argv0) {
 int dispatch(CommandLine& c, const WindowedRun& windowed) {
     if (c.install->parsed()) return runBlenderInstall(c.pluginDir(), c.blender);
     if (c.check->parsed()) return runCheck(c.checkOptions, stdout);
+    if (c.part.show->parsed()) return runPartShow(c.partOptions, stdout);
+    if (c.part.set->parsed()) return runPartSet(c.partOptions, stdout);
+    if (c.part.list->parsed()) return runPartList(c.partOptions, stdout);
     const MaterialCommands& m = c.material;
     if (m.show->parsed()) return runMaterialShow(c.materialOptions, stdout);
     if (m.apply->parsed()) return runMaterialApply(c.materialOptions);

@@ -166,6 +166,23 @@ struct MaterialOptions {
     std::string to = {};     // the .FSXMat file save writes
 };
 
+// What the part data commands work on.
+struct PartOptions {
+    std::string scene;
+    std::optional<std::string> node; // its name in the file; every node with part data for show
+    bool json = false;
+    // With --stdin the scene comes as a glTF document on standard input, and set
+    // prints {"node": N, "text": T, "elements": [...]} instead of writing a file.
+    bool fromStdin = false;
+    std::string pluginDir;
+    std::string settings;
+    std::string registry;
+    // The one edit of set.
+    std::optional<std::string> visibility, mouseRect, effect, libraryObject, platform, remove;
+    std::string params, scale = "1.0";
+    bool noCrash = false;
+};
+
 // The windows an export shows (--gui): its boxes and its dialog; where one is
 // none, the console's stands in.
 struct ExportWindows {
@@ -207,6 +224,17 @@ int runMaterialApply(const MaterialOptions& options);
 int runMaterialSave(const MaterialOptions& options);
 // The library folder's .FSXMat files, one a line, after the folder.
 int runMaterialLibrary(const MaterialOptions& options, std::FILE* out);
+// Each node's part data (or one node's) as its elements: text, or with --json
+// {"scene": S, "nodes": [{"node": N, "frame": F, "text": T, "elements": [E...]}
+// or, where it cannot be read, {..., "error": reason}]}, E as partElementJson gives.
+int runPartShow(const PartOptions& options, std::FILE* out);
+// Changes one element of a node's part data in the scene file (or, with --stdin,
+// prints the new text); exit 2, the file untouched, when the part data there
+// cannot be read or the edit names what the checks would refuse.
+int runPartSet(const PartOptions& options, std::FILE* out);
+// The model definition's parts and what each has, that part data can name.
+int runPartList(const PartOptions& options, std::FILE* out);
+
 // The friendly name and GUID kept beside an X file, as {"name": N, "guid": G}
 // (null for what it lacks), so that a program can show the export dialog's name.
 int runSidecar(const std::string& xFile, std::FILE* out);

@@ -1,4 +1,4 @@
-// Writing a material's text back into the scene file, and nothing else.
+// Writing a material's or a node's text back into the scene file, and nothing else.
 #include "gltf/gltf.h"
 #include "platform/platform.h"
 
@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
@@ -57,17 +58,82 @@ void replaceFile(const std::string& path, const std::string& bytes) {
     if (error) throw SceneError(std::string("cannot write it: ") + std::strerror(error));
 }
 
+std::string readBytes(const std::string& path) {
+    std::ifstream in(platform::systemPath(path), std::ios::binary);
+    if (!in) throw SceneError("cannot open the file");
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+Json parseDocument(const std::string& text) {
+    Json doc = Json::parse(text, nullptr, false);
+    if (doc.is_discarded() || !doc.is_object()) throw SceneError("its JSON cannot be read");
+    return doc;
+}
+
+std::string dump(const Json& doc) {
+    return doc.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// The node of that name: the only one the file names so.
+Json& namedNode(Json& doc, const std::string& name) {
+    Json& nodes = doc["nodes"];
+    if (!nodes.is_array()) throw SceneError("it has no nodes");
+    Json* found = nullptr;
+    std::string names;
+    for (Json& node : nodes) {
+        if (!node.is_object() || !node["name"].is_string()) continue;
+        const std::string n = node["name"].get<std::string>();
+        if (n == name && found)
+            throw SceneError("two of its nodes are named \"" + name + "\"; name them apart");
+        if (n == name) found = &node;
+        if (names.size() < 200) names += (names.empty() ? "\"" : ", \"") + n + "\"";
+    }
+    if (!found)
+        throw SceneError("it has no node named \"" + name +
+                         "\"; its nodes: " + (names.empty() ? "none" : names));
+    return *found;
+}
+
+// Sets the node's extra `key` to what `edit` makes of it; removes it when empty.
+void editNodeIn(Json& doc, const std::string& node, const std::string& key,
+                const std::function<std::string(const std::string&)>& edit) {
+    Json& n = namedNode(doc, node);
+    Json& extras = n["extras"];
+    if (extras.is_null()) extras = Json::object();
+    if (!extras.is_object()) throw SceneError("the node's extras are no object");
+    const Json& old = extras[key];
+    if (!old.is_null() && !old.is_string()) throw SceneError("the node's extras." + key + " is no text");
+    const std::string text = edit(old.is_string() ? old.get<std::string>() : std::string());
+    if (text.empty())
+        extras.erase(key);
+    else
+        extras[key] = text;
+    if (extras.empty()) n.erase("extras");
+}
+
 } // namespace
+
+void editNodeExtra(const std::string& path, const std::string& node, const std::string& key,
+                   const std::function<std::string(const std::string&)>& edit) {
+    const std::string bytes = readBytes(path);
+    const bool binary = bytes.compare(0, 4, "glTF") == 0;
+    Json doc = parseDocument(binary ? glbJson(bytes) : bytes);
+    editNodeIn(doc, node, key, edit);
+    const std::string json = dump(doc);
+    replaceFile(path, binary ? rebuildGlb(bytes, json) : json);
+}
+
+void editNodeExtraText(const std::string& gltf, const std::string& node, const std::string& key,
+                       const std::function<std::string(const std::string&)>& edit) {
+    Json doc = parseDocument(gltf);
+    editNodeIn(doc, node, key, edit);
+}
 
 void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key,
                         const std::string& text, const std::optional<Rgb>& specular) {
-    std::ifstream in(platform::systemPath(path), std::ios::binary);
-    if (!in) throw SceneError("cannot open the file");
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    in.close();
+    const std::string bytes = readBytes(path);
     const bool binary = bytes.compare(0, 4, "glTF") == 0;
-    Json doc = Json::parse(binary ? glbJson(bytes) : bytes, nullptr, false);
-    if (doc.is_discarded() || !doc.is_object()) throw SceneError("its JSON cannot be read");
+    Json doc = parseDocument(binary ? glbJson(bytes) : bytes);
     Json& materials = doc["materials"];
     if (!materials.is_array() || materialIndex < 0 || static_cast<size_t>(materialIndex) >= materials.size())
         throw SceneError("it has no material " + std::to_string(materialIndex));
@@ -91,7 +157,7 @@ void writeMaterialExtra(const std::string& path, int materialIndex, const std::s
         if (!used.is_array()) throw SceneError("its extensionsUsed is no list");
         if (std::find(used.begin(), used.end(), extension) == used.end()) used.push_back(extension);
     }
-    const std::string json = doc.dump(-1, ' ', false, Json::error_handler_t::replace);
+    const std::string json = dump(doc);
     replaceFile(path, binary ? rebuildGlb(bytes, json) : json);
 }
 

@@ -5,6 +5,7 @@
 #include "scene/scene.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -95,6 +96,17 @@ LoadedScene readSceneText(const std::string& text, const std::string& name, cons
 // fails with the reason.
 void writeMaterialExtra(const std::string& path, int materialIndex, const std::string& key,
                         const std::string& text, const std::optional<Rgb>& specular = std::nullopt);
+
+// Calls `edit` with the string `key` of the extras of the one node named `node`
+// (empty when it has none) and sets it to what `edit` gives, removing it when
+// that is empty; everything else is kept as writeMaterialExtra keeps it. `edit`
+// may throw to leave the file as it was; it fails with the reason.
+void editNodeExtra(const std::string& path, const std::string& node, const std::string& key,
+                   const std::function<std::string(const std::string&)>& edit);
+// The same on a glTF document held as text, which is not written anywhere: for
+// an edit whose result `edit` keeps.
+void editNodeExtraText(const std::string& gltf, const std::string& node, const std::string& key,
+                       const std::function<std::string(const std::string&)>& edit);
 
 // Roughness (0 smooth to 1 rough) as the scene's specular power: 0 for a rough
 // surface, else 250 minus the specular exponent 2/r^4 - 2 (capped at 249).

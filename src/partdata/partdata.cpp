@@ -56,7 +56,7 @@ bool plain(const XmlElement& e, std::initializer_list<std::string> allowed) {
 // Reads an attach point's object; whether the point holds no more than that.
 bool readAttached(const XmlElement& point, Element& out) {
     const XmlElement holder = point.child("AttachedObject");
-    if (!holder) return false;
+    if (!holder) return point.childElements().empty(); // nothing attached yet
     const auto objects = holder.childElements();
     for (const XmlElement& o : objects) {
         if (o.name() == "Effect") {

@@ -5,6 +5,7 @@
 #include "editor/scripted.h"
 #include "gltf/gltf.h"
 #include "gltf/gltf_builder.h"
+#include "xfile/x_reader.h"
 
 namespace tarnvale::test {
 namespace {
@@ -41,6 +42,22 @@ TEST(Command, ExportsTheExampleBesideTheOutputAndKeepsItsNameAcrossRuns) {
     EXPECT_EQ(x.rfind("xof 0303txt 0032\r\n", 0), 0u);
     EXPECT_NE(x.find("// Model club_trainer\r\n"), std::string::npos);
     EXPECT_NE(x.find("Frame frm-trainer_lod_0 {"), std::string::npos);
+    // Its part data: a visibility condition, a clickable switch and a light's effect.
+    std::map<std::string, std::string> partData;
+    std::function<void(const XFrame&)> collect = [&](const XFrame& f) {
+        if (!f.partData.empty()) partData[f.name] = f.partData;
+        for (const XFrame& c : f.children)
+            collect(c);
+    };
+    for (const XFrame& f : XReader(x).frames())
+        collect(f);
+    const std::map<std::string, std::string> kFeatures = {
+        {"frm-fuselage", "<Visibility name=\"custom_fuselage\"/>"},
+        {"frm-switch_panel_light", "<MouseRect name=\"switch_panel_light\"> </MouseRect>"},
+        {"frm-navlight_red", "<Effect effectName=\"fx_navred\" effectParams=\"DAY=1, NIGHT=1\"/>"}};
+    ASSERT_EQ(partData.size(), kFeatures.size());
+    for (const auto& [frame, holds] : kFeatures)
+        EXPECT_NE(partData[frame].find(holds), std::string::npos) << frame;
 }
 
 // Exit codes: 0 done, 1 a failure box, 2 a usage error or a scene that cannot

@@ -79,10 +79,13 @@ TEST(PartData, WhatItDoesNotKnowIsKeptInItsPlace) {
         "<Visibility name=\"v\" lag=\"2\"/><MouseRect name=\"m\"><!-- the switch --></MouseRect>"
         "<Attachpoint name=\"p\"><AttachedObject><Effect effectName=\"fx\"/>"
         "<Effect effectName=\"fy\"/></AttachedObject></Attachpoint>"
+        "<Attachpoint name=\"q\"><AttachedObject><Effect "
+        "effectName=\"fz\"/></AttachedObject><Light/></Attachpoint>"
         "<Platform name=\"d\" surfaceType=\"SAND\"><Edge/></Platform></FSMakeMdlData>";
     auto read = parse(text);
     ASSERT_TRUE(read);
-    const Kind kinds[] = {Kind::other, Kind::visibility, Kind::mouseRect, Kind::attachPoint, Kind::platform};
+    const Kind kinds[] = {Kind::other,       Kind::visibility,  Kind::mouseRect,
+                          Kind::attachPoint, Kind::attachPoint, Kind::platform};
     ASSERT_EQ(read->elements.size(), std::size(kinds));
     for (size_t i = 0; i < std::size(kinds); ++i) {
         EXPECT_EQ(read->elements[i].kind, kinds[i]) << i;
@@ -92,7 +95,7 @@ TEST(PartData, WhatItDoesNotKnowIsKeptInItsPlace) {
     EXPECT_EQ(read->elements[3].effectName, "fx");
     const std::string written = write(*read);
     for (const char* kept : {"author=\"me\"", "<Foo a=\"1\"><Bar/>text</Foo>", "lag=\"2\"",
-                             "<!-- the switch -->", "effectName=\"fy\"", "<Edge/>"})
+                             "<!-- the switch -->", "effectName=\"fy\"", "<Edge/>", "<Light/>"})
         EXPECT_NE(written.find(kept), std::string::npos) << kept << "\n" << written;
     EXPECT_LT(written.find("<Foo"), written.find("<Visibility")) << "in its place";
     // Written again, it reads the same.

@@ -22,6 +22,7 @@ struct XMesh {
 
 struct XFrame {
     std::string name, link; // the frame's name, and its AnimLinkName
+    std::string partData;   // its PartData's text, as the code page's bytes
     std::array<double, 16> matrix{};
     std::vector<XMesh> meshes;
     std::vector<XFrame> children;
@@ -72,7 +73,7 @@ class XReader {
         return b;
     }
     static XFrame frame(const Block& b) {
-        XFrame f{b.name, {}, {}, {}, {}};
+        XFrame f{b.name, {}, {}, {}, {}, {}};
         for (const Block& c : b.children) {
             if (c.type == "FrameTransformMatrix")
                 for (size_t i = 0; i < 16; ++i)
@@ -80,6 +81,9 @@ class XReader {
             if (c.type == "Mesh") f.meshes.push_back(mesh(c));
             if (c.type == "Frame") f.children.push_back(frame(c));
             if (c.type == "AnimLinkName") f.link = c.data.at(0).substr(1, c.data.at(0).size() - 2);
+            if (c.type == "PartData") // its length, counting the closing 0, then the codes
+                for (size_t i = 1; i < std::stoul(c.data.at(0)); ++i)
+                    f.partData += static_cast<char>(std::stoi(c.data.at(i)));
         }
         return f;
     }
