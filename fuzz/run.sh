@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(gltf material sidecar modeldef attach template settings glb_edit)
+[ ${#targets[@]} -gt 0 ] || targets=(gltf material sidecar modeldef attach template settings glb_edit partdata)
 scripts/setup.sh clang libclang-rt-14-dev
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DTARNVALE_FUZZ=ON -DTARNVALE_TESTS=OFF \
   -DTARNVALE_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

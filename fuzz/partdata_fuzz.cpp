@@ -1,0 +1,20 @@
+// Fuzzes part data: any text reads or says why not; what reads writes back to a
+// text that reads the same and writes the same again.
+#include "partdata/partdata.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using namespace tarnvale;
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    partdata::Unreadable why;
+    const auto read = partdata::parse(text, &why);
+    if (!read) return why.reason().empty() ? (std::abort(), 0) : 0;
+    const std::string written = partdata::write(*read);
+    const auto again = partdata::parse(written);
+    if (!again || again->elements.size() != read->elements.size() || partdata::write(*again) != written)
+        std::abort();
+    return 0;
+}
