@@ -22,7 +22,7 @@ def preferences():
     return prefs(bpy.context)
 
 
-PART_DATA = '<FSMakeMdlData version="9.0"><Visibility name="custom_vis"/></FSMakeMdlData>'
+PART_DATA = '<FSMakeMdlData version="9.0"><Visibility name="custom_fuselage"/></FSMakeMdlData>'
 
 
 class Layout:
@@ -38,6 +38,9 @@ class Layout:
         button = types.SimpleNamespace()
         self.seen.append((idname, button))
         return button
+
+    def operator_menu_enum(self, idname, _, text=""):
+        self.seen.append((idname, text))
 
     def box(self):
         return self
@@ -192,15 +195,43 @@ class Addon(unittest.TestCase):
         build_scene()
         mast = bpy.data.objects["mast"]
         bpy.context.view_layer.objects.active = mast
+        mast["FS10att"] = "<part/>"
+        self.assertIn("its root is part", part.read_part_data(bpy.context, mast)[1])
         bpy.ops.object.tarnvale_field_add(field='PART')
         bpy.ops.object.tarnvale_field_add(field='VISIBLE')
-        self.assertEqual((part.xml_problem(mast["FS10att"]), mast.tarnvale_visible), (None, True))
-        self.assertIn("its root is part", part.xml_problem("<part/>"))
+        self.assertEqual((part.read_part_data(bpy.context, mast), mast.tarnvale_visible), (([], None), True))
         mast.tarnvale_visible = False  # a check box over the custom property
         self.assertEqual(mast["visible"], 0)
         bpy.ops.export_scene.tarnvale_check()
         kinds = [finding.kind for finding in bpy.context.window_manager.tarnvale_findings]
         self.assertFalse({"partdata-root", "partdata-xml"} & set(kinds), kinds)
+
+    def test_part_data_picked_and_added_in_the_panel_reaches_the_x_file(self):
+        from tarnvale.part import TARNVALE_PT_object
+        build_scene()
+        mast = bpy.data.objects["mast"]
+        bpy.context.view_layer.objects.active = mast
+        bpy.ops.object.tarnvale_pick_visibility(pick='gear_door_visible')  # from the model definition's list
+        bpy.ops.object.tarnvale_part_set(kind='effect', value='fx_navred', more='DAY=1, NIGHT=1')
+        with self.assertRaises(RuntimeError) as refused:
+            bpy.ops.object.tarnvale_part_set(kind='effect', value='fx_navred.fx')
+        self.assertIn("has a file extension", str(refused.exception))
+        seen = []
+        TARNVALE_PT_object.draw(types.SimpleNamespace(layout=Layout(seen)), bpy.context)
+        self.assertIn(("object.tarnvale_pick_visibility", "gear_door_visible"), seen)
+        self.assertIn(('CHECKMARK', "Part data the compiler reads"), seen)
+        buttons = [b for idname, b in seen if idname == "object.tarnvale_part_set" and hasattr(b, "kind")]
+        self.assertEqual([(b.kind, b.value) for b in buttons if b.kind == 'remove'],
+                         [('remove', 'visibility'), ('remove', 'attach-point')])
+        out = os.path.join(WORK, "parts.x")
+        self.export(out)
+        with open(out, encoding="cp1252") as f:
+            x = f.read()
+        block = x[x.index("Frame frm-mast {"):]
+        codes = [int(n) for n in re.findall(r"\d+", block[block.index("PartData {"):block.index("}  // End Partdata")])]
+        self.assertEqual(bytes(codes[1:-1]).decode("cp1252"), mast["FS10att"])
+        self.assertIn('<Visibility name="gear_door_visible"> </Visibility>', mast["FS10att"])
+        self.assertIn('<Effect effectName="fx_navred" effectParams="DAY=1, NIGHT=1"/>', mast["FS10att"])
 
     def test_a_new_file_names_the_model_after_itself(self):
         build_scene()

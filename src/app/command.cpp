@@ -152,8 +152,11 @@ PartCommands addPartCommands(CLI::App& app, PartOptions& p) {
                         "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     }
     c.show->callback([&p] {
-        if (p.scene.empty()) throw CLI::ValidationError("SCENE", "give a scene file");
+        if (p.scene.empty() == !p.fromStdin)
+            throw CLI::ValidationError("SCENE", "give a scene file or --stdin");
     });
+    c.show->add_flag("--stdin", p.fromStdin,
+                     "The scene as a glTF document on standard input, instead of SCENE");
     c.set->add_flag(
         "--stdin", p.fromStdin,
         "The scene as a glTF document on standard input, instead of SCENE; prints the new text as JSON");
@@ -181,6 +184,8 @@ PartCommands addPartCommands(CLI::App& app, PartOptions& p) {
                                               "--library-object, --platform, --no-crash, --remove");
     });
     c.list->add_flag("--json", p.json, "The parts as JSON on standard output");
+    c.list->add_option("--settings", p.settings,
+                       "Settings file (default: $XDG_CONFIG_HOME/tarnvale/settings.ini)");
     for (CLI::App* one : {c.show, c.set, c.list}) {
         one->add_option("--plugin-dir", p.pluginDir, "Folder of Tarnvale.X and modeldef.xml");
         one->add_option("--registry", p.registry, "Registry stand-in in the .reg syntax (default: none)");

@@ -171,8 +171,9 @@ struct PartOptions {
     std::string scene;
     std::optional<std::string> node; // its name in the file; every node with part data for show
     bool json = false;
-    // With --stdin the scene comes as a glTF document on standard input, and set
-    // prints {"node": N, "text": T, "elements": [...]} instead of writing a file.
+    // With --stdin the scene comes as a glTF document on standard input (show and
+    // set), and set prints {"node": N, "text": T, "elements": [...]} instead of
+    // writing a file.
     bool fromStdin = false;
     std::string pluginDir;
     std::string settings;
@@ -232,7 +233,9 @@ int runPartShow(const PartOptions& options, std::FILE* out);
 // prints the new text); exit 2, the file untouched, when the part data there
 // cannot be read or the edit names what the checks would refuse.
 int runPartSet(const PartOptions& options, std::FILE* out);
-// The model definition's parts and what each has, that part data can name.
+// The model definition's parts and what each has, that part data can name; with
+// --json {"modelDef": F, "parts": [{"name": N, "animation": B, "visibility": B,
+// "visibleInRange": B, "mouseRect": B}...], "surfaces": [the platforms' types]}.
 int runPartList(const PartOptions& options, std::FILE* out);
 
 // The friendly name and GUID kept beside an X file, as {"name": N, "guid": G}

@@ -174,7 +174,9 @@ std::string dumped(const json& j) {
 int runPartShow(const PartOptions& o, std::FILE* out) {
     gltf::LoadedScene loaded;
     try {
-        loaded = gltf::readScene(o.scene);
+        loaded = o.fromStdin
+                     ? gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}), "stdin")
+                     : gltf::readScene(o.scene);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
         return kUnreadable;
@@ -249,7 +251,7 @@ int runPartList(const PartOptions& o, std::FILE* out) {
         std::fprintf(stderr, "tarnvale: cannot read the model definition %s\n", file.c_str());
         return kUnreadable;
     }
-    json report = {{"modelDef", file}, {"parts", json::array()}};
+    json report = {{"modelDef", file}, {"parts", json::array()}, {"surfaces", partdata::surfaceTypes()}};
     for (const partdata::PartInfo& p : *parts) {
         report["parts"].push_back({{"name", p.name},
                                    {"animation", p.animation},
