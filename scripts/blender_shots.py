@@ -1,6 +1,7 @@
 # Pictures of the add-on in the real Blender (run by scripts/screenshots-blender.sh):
-# the material panel on a material with a simulator text, and the export options
-# with the findings of a check (part data under the wrong root).
+# the object panel on a wing tip light's part data, the material panel on a
+# material with a simulator text, and the export options with the findings of a
+# check (part data under the wrong root).
 import os
 
 import bpy
@@ -17,6 +18,14 @@ def build():
     paint["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha;AlphaTestFunction=Greater;EmissiveData=Blend;DoubleSided=1"
     aileron.data.materials.append(paint)
     aileron["FS10att"] = '<Visibility name="custom_vis"/>'
+    bpy.ops.mesh.primitive_cube_add(size=0.1, location=(4.5, 0, 0))
+    light = bpy.context.object
+    light.name = "navlight_red"
+    light["FS10att"] = ('<?xml version="1.0" encoding="ISO-8859-1"?>\n<FSMakeMdlData version="9.0">\n'
+                        '  <Visibility name="gear_door_visible"> </Visibility>\n'
+                        '  <Attachpoint name="attachpt_navred">\n    <AttachedObject>\n'
+                        '      <Effect effectName="fx_navred" effectParams="DAY=1, NIGHT=1"/>\n'
+                        '    </AttachedObject>\n  </Attachpoint>\n</FSMakeMdlData>')
     from tarnvale.preferences import prefs as tarnvale_prefs
     prefs = tarnvale_prefs(bpy.context)
     prefs.command = os.path.join(ROOT, "build", "bin", "tarnvale")
@@ -26,6 +35,27 @@ def build():
 def properties():
     window = bpy.context.window_manager.windows[0]
     return window, next(area for area in window.screen.areas if area.type == 'PROPERTIES')
+
+
+def show_object_panel():
+    # Only the add-on's panel among the object's, so that it fits the picture.
+    for name in ("OBJECT_PT_transform", "OBJECT_PT_delta_transform", "OBJECT_PT_relations", "OBJECT_PT_collections",
+                 "OBJECT_PT_instancing", "OBJECT_PT_motion_paths", "OBJECT_PT_visibility", "OBJECT_PT_display",
+                 "OBJECT_PT_lineart", "OBJECT_PT_custom_props"):
+        if hasattr(bpy.types, name):
+            bpy.utils.unregister_class(getattr(bpy.types, name))
+    window, area = properties()
+    area.spaces[0].context = 'OBJECT'
+    area.tag_redraw()
+
+
+def take_object_panel():
+    window, area = properties()
+    region = next(r for r in area.regions if r.type == 'WINDOW')
+    with bpy.context.temp_override(window=window, screen=window.screen, area=area, region=region):
+        bpy.ops.screen.screenshot_area(filepath=os.path.join(OUT, "blender-object-panel.png"))
+    bpy.context.view_layer.objects.active = bpy.data.objects["l_aileron.001"]
+    show_material_panel()
 
 
 def show_material_panel():
@@ -61,5 +91,6 @@ def take_export_options():
 
 
 build()
-for step, seconds in ((show_material_panel, 1), (take_material_panel_and_open_export, 2), (take_export_options, 4)):
+for step, seconds in ((show_object_panel, 1), (take_object_panel, 2), (take_material_panel_and_open_export, 3),
+                      (take_export_options, 5)):
     bpy.app.timers.register(step, first_interval=seconds)

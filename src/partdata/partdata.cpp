@@ -204,6 +204,11 @@ std::string write(const PartData& data) {
     std::string text = platform::fromWindows1252(doc.toString(true));
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
         text.pop_back();
+    // A character beyond the code page stands as a reference, which a name cannot hold.
+    if (!XmlDocument().loadText(platform::toWindows1252(text)))
+        throw std::invalid_argument(
+            "a name in it holds a character that ISO-8859-1 lacks, so the compiler could "
+            "not read it: rename the element or attribute");
     return text;
 }
 

@@ -68,6 +68,8 @@ std::optional<PartData> parse(const std::string& text, Unreadable* why = nullptr
 
 // The text: an ISO-8859-1 declaration, then the root with one element a line
 // (characters outside the code page as references), in UTF-8 as the scene keeps it.
+// Throws std::invalid_argument when an element or attribute name holds a character
+// outside the code page, which no reference can stand for.
 std::string write(const PartData& data);
 
 // The names a kind takes on the command line and in reports ("visibility",

@@ -3,6 +3,7 @@
 #include "platform/xml.h"
 
 #include <gtest/gtest.h>
+#include <stdexcept>
 
 namespace tarnvale::partdata {
 namespace {
@@ -123,6 +124,13 @@ TEST(PartData, TextGoesThroughTheCodePageAndBadTextSaysWhy) {
     const std::string written = write(*read);
     EXPECT_NE(written.find("name=\"caf\u00e9\""), std::string::npos) << written;
     EXPECT_EQ(parse(written)->elements[1].name, read->elements[1].name) << written;
+
+    // A name that the file's own code page holds and ISO-8859-1 does not (Æ's byte
+    // is Ć in ISO-8859-2) cannot be written as a reference: said, not written.
+    const auto foreign = parse("<?xml version=\"1.0\" encoding=\"ISO-8859-2\"?><FSMakeMdlData><MouseRect "
+                               "na\u00c6e=\"x\"/></FSMakeMdlData>");
+    ASSERT_TRUE(foreign);
+    EXPECT_THROW(write(*foreign), std::invalid_argument);
 
     EXPECT_EQ(parse("")->elements.size(), 0u);
     EXPECT_EQ(parse("")->version, "9.0");
