@@ -761,6 +761,17 @@ void readerSkipped(Context& c, const Rule& r) {
         c.add(r, nullptr, nullptr, w);
 }
 
+void extensionIgnored(Context& c, const Rule& r) {
+    const auto& names = c.subject.loaded->ignoredExtensions;
+    std::string list;
+    for (const std::string& n : names)
+        list += (list.empty() ? "" : ", ") + n;
+    if (!names.empty())
+        c.add(r, nullptr, nullptr,
+              "the file uses " + list + ", which Tarnvale does not read: what " +
+                  (names.size() == 1 ? "it adds" : "they add") + " is left out of the model");
+}
+
 } // namespace
 
 const std::vector<Rule>& rules() {
@@ -786,6 +797,8 @@ const std::vector<Rule>& rules() {
          "second "
          "animation of the same part, key times that run back",
          readerSkipped},
+        {"extension-ignored", Severity::Info, "the file uses glTF extensions that the export does not read",
+         extensionIgnored},
         {"name-collision", Severity::Warning, "two frames get the same name in the X file", nameCollision},
         {"name-mapped", Severity::Info, "a name the X file cannot hold, and what it becomes", nameMapped},
         {"mesh-materials", Severity::Error, "a frame's mesh uses more than 1001 materials", meshMaterials},

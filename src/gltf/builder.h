@@ -28,6 +28,16 @@ void placeSkinnedVertices(MemoryShape& shape, const std::vector<VertexWeight>& w
                           const std::vector<size_t>& jointOf, const std::vector<Matrix16>& toNode,
                           const std::vector<int32_t>& normalVertex);
 
+// A texture's coordinate set and KHR_texture_transform, as u' = a u + b v + c,
+// v' = d u + e v + f (translation times rotation times scale).
+struct UvTransform {
+    int set = 0;
+    double a = 1, b = 0, c = 0, d = 0, e = 1, f = 0;
+    bool operator==(const UvTransform& o) const {
+        return set == o.set && a == o.a && b == o.b && c == o.c && d == o.d && e == o.e && f == o.f;
+    }
+};
+
 class Builder {
   public:
     Builder(const Document& model, LoadedScene& out, const ReadOptions& options)
@@ -53,6 +63,9 @@ class Builder {
     std::map<std::pair<int, bool>, std::vector<std::shared_ptr<MemoryShape>>> meshShapes_;
     std::set<int> joints_;
     std::set<std::pair<int, size_t>> warnedPrimitives_;
+    std::set<int> warnedTransforms_; // materials told of maps whose coordinates differ
+    // The coordinate set and transform of the material's base colour texture.
+    UvTransform baseColorUvs(int materialIndex);
     std::vector<bool> visited_;
     std::unordered_map<const MemoryObject*, SiblingNames> siblingNames_;
     std::map<int, NodeKeys> keys_;

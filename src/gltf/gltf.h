@@ -70,6 +70,8 @@ struct SourceImage {
 struct LoadedScene {
     std::shared_ptr<scene::MemoryScene> scene;
     std::vector<std::string> warnings; // parts of the file that were skipped
+    // Extensions the file uses (extensionsUsed) that the reader does not read.
+    std::vector<std::string> ignoredExtensions;
     // The file's materials by their glTF index, and `default` when primitives use it.
     std::vector<std::shared_ptr<scene::MemoryMaterial>> materials;
     std::shared_ptr<scene::MemoryMaterial> defaultMaterial;

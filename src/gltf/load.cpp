@@ -99,22 +99,34 @@ class FileBytes {
 
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
+constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular",
+                                             "KHR_materials_emissive_strength", "KHR_texture_transform"};
+
+bool implemented(const std::string& name) {
+    return std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented);
+}
+
 void refuseUnreadExtensions(const Document& model) {
-    static constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular",
-                                                        "KHR_materials_emissive_strength"};
     // What to run first for the extensions users meet most.
     static constexpr std::pair<std::string_view, std::string_view> kAdvice[] = {
         {"EXT_meshopt_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
         {"KHR_draco_mesh_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
         {"KHR_mesh_quantization", "dequantize it first (npx @gltf-transform/cli dequantize IN.glb OUT.glb)"}};
     for (const std::string& name : model.extensionsRequired) {
-        if (std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented))
-            continue;
+        if (implemented(name)) continue;
         std::string why = "it requires " + name + ", which Tarnvale cannot read";
         for (const auto& [extension, advice] : kAdvice)
             if (extension == name) why += ": " + std::string(advice);
         throw SceneError(why);
     }
+}
+
+// What the file uses and the reader leaves out (what it requires is refused).
+std::vector<std::string> ignoredExtensions(const Document& model) {
+    std::vector<std::string> out;
+    for (const std::string& name : model.extensionsUsed)
+        if (!implemented(name) && std::find(out.begin(), out.end(), name) == out.end()) out.push_back(name);
+    return out;
 }
 
 // A .gltf or .glb held in memory; external files are looked for in `folder`. A
@@ -167,6 +179,7 @@ LoadedScene readScene(const std::string& path, const ReadOptions& options) {
     const FileBytes bytes(path);
     const Document model = loadModel(bytes.view(), folder, out.warnings, options.keepImages);
     buildScene(model, out, options, platform::utf8Path(platform::systemPath(path).stem()), folder);
+    out.ignoredExtensions = ignoredExtensions(model);
     return out;
 }
 
@@ -174,6 +187,7 @@ LoadedScene readSceneText(const std::string& text, const std::string& name, cons
     LoadedScene out;
     const Document model = loadModel(text, ".", out.warnings, options.keepImages);
     buildScene(model, out, options, name, ".");
+    out.ignoredExtensions = ignoredExtensions(model);
     return out;
 }
 

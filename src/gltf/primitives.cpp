@@ -22,7 +22,53 @@ void readMirrored(const AccessorView& a, std::vector<Vec3>& out, const std::stri
     }
 }
 
+UvTransform uvTransformOf(const tinygltf::ExtensionMap& extensions, int texCoord, const std::string& what) {
+    UvTransform t;
+    t.set = texCoord;
+    const auto it = extensions.find("KHR_texture_transform");
+    if (it == extensions.end() || !it->second.IsObject()) return t;
+    const tinygltf::Value& x = it->second;
+    auto number = [&](const tinygltf::Value& v, double fallback) {
+        if (!v.Type()) return fallback;
+        if (!v.IsNumber() || !std::isfinite(v.GetNumberAsDouble()))
+            throw SceneError(what + ": its KHR_texture_transform holds a value that is not a number");
+        return v.GetNumberAsDouble();
+    };
+    auto pair = [&](const char* key, double fallback, int i) {
+        const tinygltf::Value& v = x.Get(key);
+        return v.IsArray() && v.ArrayLen() == 2 ? number(v.Get(i), fallback)
+                                                : number(tinygltf::Value(), fallback);
+    };
+    const double r = number(x.Get("rotation"), 0), sx = pair("scale", 1, 0), sy = pair("scale", 1, 1);
+    t.a = std::cos(r) * sx, t.b = std::sin(r) * sy, t.c = pair("offset", 0, 0);
+    t.d = -std::sin(r) * sx, t.e = std::cos(r) * sy, t.f = pair("offset", 0, 1);
+    if (x.Has("texCoord")) t.set = static_cast<int>(number(x.Get("texCoord"), texCoord));
+    if (t.set < 0) throw SceneError(what + " names a texture coordinate set below 0");
+    return t;
+}
+
 } // namespace
+
+UvTransform Builder::baseColorUvs(int materialIndex) {
+    if (materialIndex < 0 || static_cast<size_t>(materialIndex) >= model_.materials.size()) return {};
+    const tinygltf::Material& m = model_.materials[static_cast<size_t>(materialIndex)];
+    const std::string what = "material " + std::to_string(materialIndex);
+    const auto& base = m.pbrMetallicRoughness.baseColorTexture;
+    const UvTransform t = uvTransformOf(base.extensions, base.texCoord, what);
+    // Only the colour's coordinates reach the X file: say once where another map's differ.
+    if (warnedTransforms_.insert(materialIndex).second)
+        for (const auto& [map, other] :
+             {std::pair{"normal", uvTransformOf(m.normalTexture.extensions, m.normalTexture.texCoord, what)},
+              std::pair{"emissive",
+                        uvTransformOf(m.emissiveTexture.extensions, m.emissiveTexture.texCoord, what)}})
+            if ((map == std::string("normal") ? m.normalTexture.index : m.emissiveTexture.index) >= 0 &&
+                base.index >= 0 && !(other == t))
+                out_.warnings.push_back(
+                    what + " (" + m.name + "): its " + map +
+                    " texture's coordinates or KHR_texture_transform differ from its base "
+                    "colour's, whose alone the X file carries");
+    return t;
+}
 
 const std::vector<std::shared_ptr<MemoryShape>>& Builder::meshShapes(int meshIndex, bool mirrored) {
     auto it = meshShapes_.find({meshIndex, mirrored});
@@ -73,18 +119,25 @@ bool Builder::appendPrimitive(MemoryShape& shape, int meshIndex, size_t p, bool 
         shape.positions().insert(shape.positions().end(), read.begin(), read.end());
         shape.uvs().resize(base + n, Uv{});
     }
-    if (auto it = prim.attributes.find("TEXCOORD_0"); it != prim.attributes.end()) {
-        AccessorView tc(model_, it->second, what + " TEXCOORD_0");
+    // The coordinates the base colour texture reads, as its transform places them.
+    const UvTransform t = baseColorUvs(prim.material);
+    const std::string set = "TEXCOORD_" + std::to_string(t.set);
+    if (auto it = prim.attributes.find(set); it != prim.attributes.end()) {
+        AccessorView tc(model_, it->second, what + " " + set);
         if (tc.count() != n || tc.components() < 2)
-            throw SceneError(what + " TEXCOORD_0 does not match POSITION");
+            throw SceneError(what + " " + set + " does not match POSITION");
         if (outline && !tc.finite(2))
             throw SceneError(what + " has a texture coordinate that is not a number");
         for (size_t i = 0; i < n && !outline; ++i) {
-            const Uv uv{tc.component(i, 0), tc.component(i, 1)};
+            const double u = tc.component(i, 0), v = tc.component(i, 1);
+            const Uv uv{static_cast<float>(t.a * u + t.b * v + t.c),
+                        static_cast<float>(t.d * u + t.e * v + t.f)};
             if (!std::isfinite(uv.u) || !std::isfinite(uv.v))
                 throw SceneError(what + " has a texture coordinate that is not a number");
-            if (!outline) shape.uvs()[base + i] = uv;
+            shape.uvs()[base + i] = uv;
         }
+    } else if (t.set > 0) {
+        throw SceneError(what + " has no " + set + ", which its material's base colour texture reads");
     }
     bool haveNormals = false;
     if (auto it = prim.attributes.find("NORMAL"); it != prim.attributes.end()) {

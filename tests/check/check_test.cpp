@@ -158,6 +158,10 @@ const Broken kBroken[] = {
      [](Scene& s) {
          s.keys(s.b.node({{"name", "l_aileron_2"}}), {1}, {0, 1, 0});
      }},
+    {"extension-ignored", "info", "",
+     [](Scene& s) {
+         s.b.doc["extensionsUsed"] = {"KHR_materials_clearcoat", "KHR_texture_transform"};
+     }},
     {"name-collision", "warning", "Wheel",
      [](Scene& s) {
          s.b.node({{"name", "gear"}, {"children", {s.b.node({{"name", "wheel"}}, false)}}});

@@ -179,6 +179,66 @@ TEST(GltfReader, PrimitivesBecomeLeftHandedShapes) {
     });
 }
 
+// The base colour texture's coordinates as its set and KHR_texture_transform place
+// them (translation times rotation times scale), per primitive.
+TEST(GltfReader, TextureTransformsAndSetsPlaceTheColoursCoordinates) {
+    const json kTurn = {{"offset", {1, 0}}, {"rotation", M_PI / 2}, {"scale", {2, 1}}};
+    struct Row {
+        const char* name;
+        json texture;   // the base colour texture's info
+        const char* uv; // of the vertex at (0.25, 0.75) in set 0, (0.5, 0.5) in set 1
+    };
+    const Row rows[] = {
+        {"plain", {{"index", 0}}, "0.25,0.75"},
+        {"offset",
+         {{"index", 0}, {"extensions", {{"KHR_texture_transform", {{"offset", {0.5, 0.25}}}}}}},
+         "0.75,1"},
+        {"scale",
+         {{"index", 0}, {"extensions", {{"KHR_texture_transform", {{"scale", {2, 3}}}}}}},
+         "0.5,2.25"},
+        {"turned",
+         {{"index", 0}, {"extensions", {{"KHR_texture_transform", {{"rotation", M_PI / 2}}}}}},
+         "0.75,-0.25"},
+        {"all three", {{"index", 0}, {"extensions", {{"KHR_texture_transform", kTurn}}}}, "1.75,-0.5"},
+        {"set 1", {{"index", 0}, {"texCoord", 1}}, "0.5,0.5"},
+        {"override",
+         {{"index", 0}, {"extensions", {{"KHR_texture_transform", {{"texCoord", 1}}}}}},
+         "0.5,0.5"},
+    };
+    GltfBuilder b;
+    json& prims = b.doc["meshes"][b.triangles(kTriangle, {})]["primitives"];
+    prims[0]["attributes"]["TEXCOORD_0"] = b.floats({0.25f, 0.75f, 0, 0, 0, 0}, "VEC2");
+    prims[0]["attributes"]["TEXCOORD_1"] = b.floats({0.5f, 0.5f, 0, 0, 0, 0}, "VEC2");
+    for (size_t i = 1; i < std::size(rows); ++i)
+        prims.push_back(prims[0]);
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        b.doc["materials"].push_back(
+            {{"name", rows[i].name}, {"pbrMetallicRoughness", {{"baseColorTexture", rows[i].texture}}}});
+        prims[i]["material"] = i;
+    }
+    // A normal map placed apart from the colour is said to be, once.
+    b.doc["materials"][4]["normalTexture"] = {{"index", 0}};
+    b.doc["textures"] = {{{"source", 0}}};
+    b.doc["images"] = {{{"uri", "skin.png"}}};
+    b.node({{"name", "m"}, {"mesh", 0}});
+    TempDir d;
+    const gltf::LoadedScene s = readScene(b.saveGltf(d.file("s.gltf")));
+    const SGShapeListPtr shapes = child(s.scene, "m")->GetShapes();
+    ASSERT_EQ(shapes->GetCount(), static_cast<int32_t>(std::size(rows)));
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        auto shape = std::dynamic_pointer_cast<scene::MemoryShape>(shapes->GetItem(static_cast<int32_t>(i)));
+        std::ostringstream uv;
+        uv << shape->uvs()[0].u << "," << shape->uvs()[0].v;
+        EXPECT_EQ(uv.str(), rows[i].uv) << rows[i].name;
+    }
+    EXPECT_EQ(s.warnings,
+              std::vector<std::string>{"material 4 (all three): its normal texture's coordinates or "
+                                       "KHR_texture_transform differ from its base colour's, whose alone "
+                                       "the X file carries"});
+    b.doc["materials"][0]["pbrMetallicRoughness"]["baseColorTexture"]["texCoord"] = 2;
+    EXPECT_THROW(readScene(b.saveGltf(d.file("s.gltf"))), SceneError) << "no TEXCOORD_2";
+}
+
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     // A tetrahedron with outward normals, once with and once without NORMAL, on a
     // plain node, its mirror, a mirror of a mirror and a plain child of a mirror.
