@@ -75,6 +75,8 @@ class Builder {
             throw SceneError(where + " names node " + std::to_string(index) + ", which does not exist");
     }
     void addTree(MemoryObject& root, const std::vector<int>& roots);
+    // EXT_mesh_gpu_instancing: the node's mesh on a child per instance, placed by its TRS.
+    void addInstances(MemoryObject& obj, int index, const tinygltf::Value& extension, bool worldMirrors);
     // Adds the node below its parent; tells whether its world transform mirrors.
     std::shared_ptr<MemoryObject> addNode(const Pending& p, bool& worldMirrors);
     // A skinned mesh waiting for the tree: its shape depends on the joints' places.

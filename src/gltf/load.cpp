@@ -100,7 +100,8 @@ class FileBytes {
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
 constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular",
-                                             "KHR_materials_emissive_strength", "KHR_texture_transform"};
+                                             "KHR_materials_emissive_strength", "KHR_texture_transform",
+                                             "EXT_mesh_gpu_instancing"};
 
 bool implemented(const std::string& name) {
     return std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented);

@@ -123,7 +123,9 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         if (static_cast<size_t>(n.mesh) >= model_.meshes.size())
             throw SceneError("node " + std::to_string(index) + " names mesh " + std::to_string(n.mesh) +
                              ", which does not exist");
-        if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size())
+        if (auto it = n.extensions.find("EXT_mesh_gpu_instancing"); it != n.extensions.end())
+            addInstances(*obj, index, it->second, worldMirrors);
+        else if (n.skin >= 0 && static_cast<size_t>(n.skin) < model_.skins.size())
             skinned_.push_back({obj.get(), n.mesh, n.skin});
         else if (options_.outline)
             out_.outlines[obj.get()] = meshOutline(n.mesh);
@@ -135,6 +137,48 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         obj->addShapeLast(std::make_shared<MemoryShape>(scene::kGeometryOther, kTypeCodeBone));
     if (keyed != keys_.end()) obj->setKeyframes(std::move(keyed->second.keys));
     return obj;
+}
+
+void Builder::addInstances(MemoryObject& obj, int index, const tinygltf::Value& extension,
+                           bool worldMirrors) {
+    const tinygltf::Node& n = model_.nodes[static_cast<size_t>(index)];
+    const std::string what = "node " + std::to_string(index) + " EXT_mesh_gpu_instancing";
+    if (n.skin >= 0) throw SceneError(what + ": a skinned mesh cannot be instanced");
+    const tinygltf::Value& attributes = extension.Get("attributes");
+    if (!attributes.IsObject()) throw SceneError(what + " has no attributes");
+    // TRANSLATION, ROTATION and SCALE, each of the same count where given.
+    std::optional<AccessorView> trs[3];
+    const char* names[3] = {"TRANSLATION", "ROTATION", "SCALE"};
+    size_t count = 0;
+    for (int k = 0; k < 3; ++k) {
+        const tinygltf::Value& a = attributes.Get(names[k]);
+        if (!a.IsNumber()) continue;
+        trs[k].emplace(model_, a.GetNumberAsInt(), what + " " + names[k]);
+        if (trs[k]->components() != (k == 1 ? 4 : 3) || (count && trs[k]->count() != count))
+            throw SceneError(what + " " + names[k] + " does not match the other attributes");
+        count = trs[k]->count();
+    }
+    const std::string name = nodeName(model_, index);
+    for (size_t i = 0; i < count; ++i) {
+        std::vector<double> v[3] = {{0, 0, 0}, {0, 0, 0, 1}, {1, 1, 1}};
+        for (int k = 0; k < 3; ++k)
+            for (size_t c = 0; trs[k] && c < v[k].size(); ++c)
+                v[k][c] = trs[k]->component(i, static_cast<int>(c));
+        const Matrix16 m = composeTrs(v[0], v[1], v[2]);
+        for (float x : m)
+            if (!std::isfinite(x)) throw SceneError(what + " has an instance whose transform is not finite");
+        // Each copy a node of its own below the instancing one: its world is the node's times the instance's.
+        const std::string copyName = name + "_" + std::to_string(i);
+        auto copy = obj.addChild(siblingNames_[&obj].take(identifierName(copyName)));
+        copy->setSourceName(copyName);
+        copy->setMatrix(mirrorX(m));
+        copy->setNodeValue(obj.GetNodeValue());
+        if (options_.outline)
+            out_.outlines[copy.get()] = meshOutline(n.mesh);
+        else
+            for (const auto& shape : meshShapes(n.mesh, worldMirrors != mirrors(m)))
+                copy->addShapeLast(shape);
+    }
 }
 
 void Builder::addSkinnedShape(const Skinned& s) {

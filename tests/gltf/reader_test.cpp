@@ -239,6 +239,43 @@ TEST(GltfReader, TextureTransformsAndSetsPlaceTheColoursCoordinates) {
     EXPECT_THROW(readScene(b.saveGltf(d.file("s.gltf"))), SceneError) << "no TEXCOORD_2";
 }
 
+// EXT_mesh_gpu_instancing: a frame per instance below the node, each vertex where
+// the node's transform times the instance's puts it, facing along its normal.
+TEST(GltfReader, InstancesAreFramesOfTheirOwn) {
+    GltfBuilder b;
+    const float turn = static_cast<float>(std::sqrt(0.5));
+    const json instancing = {
+        {"attributes",
+         {{"TRANSLATION", b.floats({0, 0, 0, 2, 0, 0, 0, 0, 5, 0, 3, 0}, "VEC3")},
+          {"ROTATION", b.floats({0, 0, 0, 1, 0, turn, 0, turn, 0, 0, 0, 1, 0, 0, 0, 1}, "VEC4")},
+          {"SCALE", b.floats({1, 1, 1, 1, 1, 1, 2, 2, 2, -1, 1, 1}, "VEC3")}}}};
+    b.node({{"name", "tree"},
+            {"mesh", b.triangles(kTriangle, {0, 1, 2})},
+            {"translation", {10, 0, 0}},
+            {"scale", {2, 2, 2}},
+            {"extensions", {{"EXT_mesh_gpu_instancing", instancing}}}});
+    Rig rig;
+    const auto roots = XReader(exportedX(b, rig)).frames();
+    // The corner at (1, 0, 0) of each copy, x mirrored into the X file's hand.
+    const std::map<std::string, std::array<double, 3>> kCorner = {{"frm-tree_0", {-12, 0, 0}},
+                                                                  {"frm-tree_1", {-14, 0, -2}},
+                                                                  {"frm-tree_2", {-14, 0, 10}},
+                                                                  {"frm-tree_3", {-8, 6, 0}}};
+    const XFrame& tree = roots.at(0).children.at(0);
+    EXPECT_EQ(tree.name, "frm-tree");
+    EXPECT_TRUE(tree.meshes.empty()) << "the copies carry the mesh";
+    ASSERT_EQ(tree.children.size(), kCorner.size());
+    const auto treeWorld = worldOf(tree, worldOf(roots[0], kIdentity));
+    for (const XFrame& copy : tree.children) {
+        const auto corner = through(copy.meshes.at(0).positions.at(1), worldOf(copy, treeWorld));
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(corner[c], kCorner.at(copy.name)[c], 1e-4) << copy.name << " " << c;
+    }
+    int faces = 0, wrong = 0;
+    countFacesAgainstNormals(roots[0], kIdentity, faces, wrong);
+    EXPECT_EQ(std::make_pair(faces, wrong), std::make_pair(4, 0));
+}
+
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     // A tetrahedron with outward normals, once with and once without NORMAL, on a
     // plain node, its mirror, a mirror of a mirror and a plain child of a mirror.
