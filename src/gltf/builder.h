@@ -5,6 +5,7 @@
 
 #include "gltf/internal.h"
 
+#include <array>
 #include <map>
 #include <optional>
 #include <set>
@@ -63,7 +64,10 @@ class Builder {
     std::map<std::pair<int, bool>, std::vector<std::shared_ptr<MemoryShape>>> meshShapes_;
     std::set<int> joints_;
     std::set<std::pair<int, size_t>> warnedPrimitives_;
-    std::set<int> warnedTransforms_; // materials told of maps whose coordinates differ
+    std::set<int> warnedTransforms_;
+    // Nodes whose scale went into their mesh: their children's matrices take it on.
+    std::map<const MemoryObject*, std::array<float, 3>>
+        movedScale_; // materials told of maps whose coordinates differ
     // The coordinate set and transform of the material's base colour texture.
     UvTransform baseColorUvs(int materialIndex);
     std::vector<bool> visited_;

@@ -99,9 +99,9 @@ class FileBytes {
 
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
-constexpr std::string_view kImplemented[] = {"KHR_node_visibility", "KHR_materials_specular",
-                                             "KHR_materials_emissive_strength", "KHR_texture_transform",
-                                             "EXT_mesh_gpu_instancing"};
+constexpr std::string_view kImplemented[] = {
+    "KHR_node_visibility",   "KHR_materials_specular",  "KHR_materials_emissive_strength",
+    "KHR_texture_transform", "EXT_mesh_gpu_instancing", "KHR_mesh_quantization"};
 
 bool implemented(const std::string& name) {
     return std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented);
@@ -111,8 +111,7 @@ void refuseUnreadExtensions(const Document& model) {
     // What to run first for the extensions users meet most.
     static constexpr std::pair<std::string_view, std::string_view> kAdvice[] = {
         {"EXT_meshopt_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
-        {"KHR_draco_mesh_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
-        {"KHR_mesh_quantization", "dequantize it first (npx @gltf-transform/cli dequantize IN.glb OUT.glb)"}};
+        {"KHR_draco_mesh_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"}};
     for (const std::string& name : model.extensionsRequired) {
         if (implemented(name)) continue;
         std::string why = "it requires " + name + ", which Tarnvale cannot read";

@@ -2,11 +2,56 @@
 // names, the meshes on them and the skinned meshes once every joint stands.
 #include "gltf/builder.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdlib>
+
+#include "platform/number_text.h"
 
 namespace tarnvale::gltf {
 
 using scene::mirrors;
+
+namespace {
+
+// The lengths of a transform's three axis rows where the X file's number form
+// (six decimals) would lose more than 1e-4 of one: a quantized file's node scale
+// that dequantizes its mesh (0.000003), which as written puts the model off.
+std::optional<std::array<float, 3>> lossyScale(const Matrix16& m) {
+    std::array<float, 3> lengths{};
+    bool lossy = false;
+    for (int r = 0; r < 3; ++r) {
+        const double length = std::hypot(m[4 * r], m[4 * r + 1], m[4 * r + 2]);
+        if (!(length > 0)) return std::nullopt;
+        lengths[static_cast<size_t>(r)] = static_cast<float>(length);
+        for (int c = 0; c < 3; ++c) {
+            const double written = std::strtod(platform::formatMask(m[4 * r + c], 2, 6).c_str(), nullptr);
+            lossy = lossy || std::abs(written - m[4 * r + c]) > 1e-4 * length;
+        }
+    }
+    return lossy ? std::optional(lengths) : std::nullopt;
+}
+
+// A mesh's shapes with their vertices scaled per axis, normals the inverse way.
+std::vector<std::shared_ptr<MemoryShape>>
+scaledShapes(const std::vector<std::shared_ptr<MemoryShape>>& shapes, const std::array<float, 3>& s) {
+    std::vector<std::shared_ptr<MemoryShape>> out;
+    for (const auto& shape : shapes) {
+        auto copy = std::make_shared<MemoryShape>(*shape);
+        for (Vec3& p : copy->positions())
+            p = {p.x * s[0], p.y * s[1], p.z * s[2]};
+        for (Vec3& n : copy->normals()) {
+            const Vec3 v{n.x / s[0], n.y / s[1], n.z / s[2]};
+            const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
+            n = length > 0 ? Vec3{v.x / length, v.y / length, v.z / length} : n;
+        }
+        out.push_back(std::move(copy));
+    }
+    return out;
+}
+
+} // namespace
 
 void Builder::build(const std::string& fallbackName, const std::string& folder) {
     int sceneIndex = model_.defaultScene >= 0 ? model_.defaultScene : (model_.scenes.empty() ? -1 : 0);
@@ -99,8 +144,27 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
     for (float v : m)
         if (!std::isfinite(v))
             throw SceneError("node " + std::to_string(index) + " has a transform that is not finite");
-    obj->setMatrix(mirrorX(m));
     worldMirrors = p.parentMirrors != mirrors(m);
+    Matrix16 x = mirrorX(m);
+    // Below a node whose scale went into its mesh, the scale the node no longer has.
+    if (auto moved = movedScale_.find(p.parent); moved != movedScale_.end())
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 3; ++c)
+                x[4 * r + c] *= moved->second[static_cast<size_t>(c)];
+    // A scale the file's number form cannot hold goes into the node's own mesh, so
+    // that every vertex stays where glTF puts it (not with keys, skins or instances,
+    // nor above a keyed child, whose keys are in the scaled frame).
+    std::optional<std::array<float, 3>> moveScale;
+    if (n.mesh >= 0 && n.skin < 0 && keyed == keys_.end() && !n.extensions.count("EXT_mesh_gpu_instancing") &&
+        std::none_of(n.children.begin(), n.children.end(), [&](int c) { return keys_.count(c) > 0; }))
+        moveScale = lossyScale(x);
+    if (moveScale) {
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c)
+                x[4 * r + c] /= (*moveScale)[static_cast<size_t>(r)];
+        movedScale_[obj.get()] = *moveScale;
+    }
+    obj->setMatrix(x);
 
     bool visible = true;
     if (auto it = n.extensions.find("KHR_node_visibility"); it != n.extensions.end()) {
@@ -130,7 +194,8 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
         else if (options_.outline)
             out_.outlines[obj.get()] = meshOutline(n.mesh);
         else
-            for (const auto& shape : meshShapes(n.mesh, worldMirrors))
+            for (const auto& shape : moveScale ? scaledShapes(meshShapes(n.mesh, worldMirrors), *moveScale)
+                                               : meshShapes(n.mesh, worldMirrors))
                 obj->addShapeLast(shape);
     }
     if (joints_.count(index))

@@ -138,6 +138,8 @@ class GltfBuilder {
         bin.append(static_cast<const char*>(data), bytes);
         return static_cast<int>(doc["bufferViews"].size() - 1);
     }
+
+  public:
     int accessor(const void* data, size_t bytes, int component, size_t count, const char* type) {
         doc["accessors"].push_back({{"bufferView", view(data, bytes)},
                                     {"componentType", component},
@@ -145,6 +147,8 @@ class GltfBuilder {
                                     {"type", type}});
         return static_cast<int>(doc["accessors"].size() - 1);
     }
+
+  private:
     json withBuffer() const {
         json d = doc;
         if (!bin.empty()) d["buffers"] = json::array({{{"byteLength", bin.size()}}});

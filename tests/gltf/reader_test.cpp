@@ -276,6 +276,35 @@ TEST(GltfReader, InstancesAreFramesOfTheirOwn) {
     EXPECT_EQ(std::make_pair(faces, wrong), std::make_pair(4, 0));
 }
 
+// A quantized file (KHR_mesh_quantization): a 5 cm box in 16-bit steps whose node
+// scale dequantizes it, 3.05e-6, which six decimals cannot hold. The scale goes
+// into the mesh; the child below keeps its place in the world.
+TEST(GltfReader, QuantizedMeshesStayWhereTheirScalePutsThem) {
+    GltfBuilder b;
+    const std::vector<uint16_t> steps = {0, 0, 0, 16383, 0, 0, 0, 16383, 16383};
+    const int positions = b.accessor(steps.data(), 18, 5123, 3, "VEC3");
+    const int mesh = b.triangles(kTriangle, {0, 1, 2});
+    b.doc["meshes"][mesh]["primitives"][0]["attributes"]["POSITION"] = positions;
+    const double step = 0.05 / 16383;
+    b.node({{"name", "box"},
+            {"mesh", mesh},
+            {"translation", {0.2, 0, 0}},
+            {"scale", {step, step, step}},
+            {"children", {b.node({{"name", "tip"}, {"translation", {16383, 0, 0}}}, false)}}});
+    b.doc["extensionsUsed"] = b.doc["extensionsRequired"] = {"KHR_mesh_quantization"};
+    Rig rig;
+    const auto roots = XReader(exportedX(b, rig)).frames();
+    const XFrame& box = roots.at(0).children.at(0);
+    const auto world = worldOf(box, worldOf(roots[0], kIdentity));
+    const std::array<double, 3> kCorners[] = {{-0.2, 0, 0}, {-0.25, 0, 0}, {-0.2, 0.05, 0.05}};
+    for (size_t v = 0; v < 3; ++v)
+        for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(through(box.meshes.at(0).positions.at(v), world)[c], kCorners[v][c], 1e-6)
+                << v << " " << c;
+    const auto tip = worldOf(box.children.at(0), world);
+    EXPECT_NEAR(tip[12], -0.25, 1e-6);
+}
+
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     // A tetrahedron with outward normals, once with and once without NORMAL, on a
     // plain node, its mirror, a mirror of a mirror and a plain child of a mirror.
