@@ -177,4 +177,18 @@ std::optional<std::string> glbStandIn(std::string_view bytes, std::string_view& 
     return out;
 }
 
+std::string glbWithJson(std::string_view bytes, std::string json) {
+    const GlbChunks c = glbChunks(bytes);
+    while (json.size() % 4)
+        json += ' ';
+    const std::string_view rest = bytes.substr(20 + c.json.size());
+    std::string out(bytes.substr(0, 8));
+    putWord(out, static_cast<uint32_t>(20 + json.size() + rest.size()));
+    putWord(out, static_cast<uint32_t>(json.size()));
+    putWord(out, kJsonChunk);
+    out += json;
+    out.append(rest);
+    return out;
+}
+
 } // namespace tarnvale::gltf

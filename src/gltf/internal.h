@@ -42,6 +42,17 @@ std::optional<BufferZero> glbBufferZero(std::string_view json);
 // bytes, and in buffer0 the real one within `bytes`; nothing when the file does
 // not allow it, and the library then reads the file itself.
 std::optional<std::string> glbStandIn(std::string_view bytes, std::string_view& buffer0);
+// The .glb with its JSON chunk replaced by `json` (padded with blanks), every
+// other chunk as it was.
+std::string glbWithJson(std::string_view bytes, std::string json);
+
+// Where the file uses EXT_meshopt_compression: its JSON with each fallback buffer
+// (no data of its own) made an empty one that the glTF library takes; none when
+// nothing changes.
+std::optional<std::string> emptyFallbackBuffers(std::string_view json);
+// Decodes every EXT_meshopt_compression buffer view into a buffer of its own and
+// points the view there, so that accessors read plain data.
+void decodeMeshopt(Document& model);
 
 // The bytes of a buffer view, checked against its buffer; `what` leads the message.
 std::string_view bufferViewBytes(const Document& model, int viewIndex, const std::string& what);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <optional>
 #ifndef _WIN32
 #include <fcntl.h>
@@ -100,19 +101,28 @@ class FileBytes {
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
 constexpr std::string_view kImplemented[] = {
-    "KHR_node_visibility",   "KHR_materials_specular",  "KHR_materials_emissive_strength",
-    "KHR_texture_transform", "EXT_mesh_gpu_instancing", "KHR_mesh_quantization"};
+    "KHR_node_visibility",    "KHR_materials_specular",  "KHR_materials_emissive_strength",
+    "KHR_texture_transform",  "EXT_mesh_gpu_instancing", "KHR_mesh_quantization",
+    "EXT_meshopt_compression"};
 
 bool implemented(const std::string& name) {
     return std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented);
 }
 
-void refuseUnreadExtensions(const Document& model) {
+void refuseUnreadExtensions(std::string_view json) {
+    if (json.find("extensionsRequired") == std::string_view::npos) return;
+    const auto doc = nlohmann::json::parse(json, nullptr, false);
+    // What is not JSON, the library refuses with its own words.
+    if (doc.is_discarded() || !doc.is_object() || !doc.contains("extensionsRequired") ||
+        !doc["extensionsRequired"].is_array())
+        return;
+    std::vector<std::string> required;
+    for (const auto& name : doc["extensionsRequired"])
+        if (name.is_string()) required.push_back(name.get<std::string>());
     // What to run first for the extensions users meet most.
     static constexpr std::pair<std::string_view, std::string_view> kAdvice[] = {
-        {"EXT_meshopt_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"},
         {"KHR_draco_mesh_compression", "decompress it first (npx @gltf-transform/cli copy IN.glb OUT.glb)"}};
-    for (const std::string& name : model.extensionsRequired) {
+    for (const std::string& name : required) {
         if (implemented(name)) continue;
         std::string why = "it requires " + name + ", which Tarnvale cannot read";
         for (const auto& [extension, advice] : kAdvice)
@@ -135,8 +145,11 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
                    bool keepImages) {
     if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
     const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
-    if (jsonDepth(binary ? glbChunks(bytes).json : bytes) > kMaxJsonDepth)
+    const std::string_view json = binary ? glbChunks(bytes).json : bytes;
+    if (jsonDepth(json) > kMaxJsonDepth)
         throw SceneError("its JSON nests deeper than " + std::to_string(kMaxJsonDepth) + " levels");
+    // Before anything is read: what the file requires is implemented, or it is refused.
+    refuseUnreadExtensions(json);
 
     tinygltf::TinyGLTF loader;
     loader.SetImageLoader(keepImageUndecoded, &keepImages);
@@ -147,6 +160,9 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
         bytes = *standIn;
         model.glbBuffer = buffer0;
     }
+    std::string withFallbacks;
+    if (auto patched = emptyFallbackBuffers(binary ? glbChunks(bytes).json : bytes))
+        bytes = withFallbacks = binary ? glbWithJson(bytes, std::move(*patched)) : std::move(*patched);
     std::string err, warn;
     bool ok = false;
     try {
@@ -167,7 +183,7 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
         throw SceneError(err.empty() ? "not a glTF 2.0 file" : err);
     }
     if (!warn.empty()) warnings.push_back(warn);
-    refuseUnreadExtensions(model);
+    decodeMeshopt(model);
     return model;
 }
 

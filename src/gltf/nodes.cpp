@@ -152,10 +152,12 @@ std::shared_ptr<MemoryObject> Builder::addNode(const Pending& p, bool& worldMirr
             for (int c = 0; c < 3; ++c)
                 x[4 * r + c] *= moved->second[static_cast<size_t>(c)];
     // A scale the file's number form cannot hold goes into the node's own mesh, so
-    // that every vertex stays where glTF puts it (not with keys, skins or instances,
-    // nor above a keyed child, whose keys are in the scaled frame).
+    // that every vertex stays where glTF puts it (an instancing node's copies take it
+    // on as children do; not with keys or skins, nor above a keyed child, whose keys
+    // are in the scaled frame).
+
     std::optional<std::array<float, 3>> moveScale;
-    if (n.mesh >= 0 && n.skin < 0 && keyed == keys_.end() && !n.extensions.count("EXT_mesh_gpu_instancing") &&
+    if (n.mesh >= 0 && n.skin < 0 && keyed == keys_.end() &&
         std::none_of(n.children.begin(), n.children.end(), [&](int c) { return keys_.count(c) > 0; }))
         moveScale = lossyScale(x);
     if (moveScale) {
@@ -232,16 +234,28 @@ void Builder::addInstances(MemoryObject& obj, int index, const tinygltf::Value& 
         const Matrix16 m = composeTrs(v[0], v[1], v[2]);
         for (float x : m)
             if (!std::isfinite(x)) throw SceneError(what + " has an instance whose transform is not finite");
+        // Where the node's scale went into its copies, as its children's goes.
+        Matrix16 x = mirrorX(m);
+        if (auto moved = movedScale_.find(&obj); moved != movedScale_.end())
+            for (int r = 0; r < 4; ++r)
+                for (int c = 0; c < 3; ++c)
+                    x[4 * r + c] *= moved->second[static_cast<size_t>(c)];
+        const auto scale = lossyScale(x);
+        for (int r = 0; scale && r < 3; ++r)
+            for (int c = 0; c < 3; ++c)
+                x[4 * r + c] /= (*scale)[static_cast<size_t>(r)];
         // Each copy a node of its own below the instancing one: its world is the node's times the instance's.
         const std::string copyName = name + "_" + std::to_string(i);
         auto copy = obj.addChild(siblingNames_[&obj].take(identifierName(copyName)));
         copy->setSourceName(copyName);
-        copy->setMatrix(mirrorX(m));
+        copy->setMatrix(x);
         copy->setNodeValue(obj.GetNodeValue());
         if (options_.outline)
             out_.outlines[copy.get()] = meshOutline(n.mesh);
         else
-            for (const auto& shape : meshShapes(n.mesh, worldMirrors != mirrors(m)))
+            for (const auto& shape :
+                 scale ? scaledShapes(meshShapes(n.mesh, worldMirrors != mirrors(m)), *scale)
+                       : meshShapes(n.mesh, worldMirrors != mirrors(m)))
                 copy->addShapeLast(shape);
     }
 }

@@ -696,8 +696,8 @@ TEST(GltfReader, BadFilesGiveAReason) {
          }),
          "animation 0 channel 0 has a key that is not a number"},
         {"required.gltf",
-         variant([](GltfBuilder& b) { b.doc["extensionsRequired"] = {"EXT_meshopt_compression"}; }),
-         "it requires EXT_meshopt_compression, which Tarnvale cannot read: decompress it first (npx "
+         variant([](GltfBuilder& b) { b.doc["extensionsRequired"] = {"KHR_draco_mesh_compression"}; }),
+         "it requires KHR_draco_mesh_compression, which Tarnvale cannot read: decompress it first (npx "
          "@gltf-transform/cli copy IN.glb OUT.glb)"},
         {"unknown.gltf", variant([](GltfBuilder& b) {
              b.doc["extensionsRequired"] = {"KHR_node_visibility", "EXT_x"};

@@ -15,7 +15,8 @@ namespace tarnvale::test {
 struct XMesh {
     std::vector<std::array<double, 3>> positions, normals;
     std::vector<std::vector<int>> faces, normalFaces;
-    std::vector<int> faceMaterials; // per face, from MeshMaterialList
+    std::vector<int> faceMaterials;         // per face, from MeshMaterialList
+    std::vector<std::array<double, 2>> uvs; // per vertex, from MeshTextureCoords
     // Per vertex: (bone, weight); empty without a MeshSkinWeights block.
     std::vector<std::vector<std::pair<std::string, double>>> weights;
 };
@@ -110,6 +111,9 @@ class XReader {
             if (c.type == "MeshMaterialList")
                 for (size_t i = 0; i < std::stoul(c.data.at(1)); ++i)
                     m.faceMaterials.push_back(std::stoi(c.data.at(2 + i)));
+            if (c.type == "MeshTextureCoords")
+                for (size_t i = 0; i < std::stoul(c.data.at(0)); ++i)
+                    m.uvs.push_back({std::stod(c.data.at(1 + 2 * i)), std::stod(c.data.at(2 + 2 * i))});
             if (c.type != "MeshSkinWeights") continue;
             size_t at = 0;
             m.weights.resize(std::stoul(c.data.at(at++)));
