@@ -36,8 +36,10 @@ std::vector<check::Finding> checkForExport(const ExportOptions& o, platform::Set
                                            const std::shared_ptr<scene::MemoryObject>& group,
                                            const scene::BonesLeftOut& left,
                                            std::vector<lod::Budget>* budgets) {
-    return check::run(subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left),
-                      budgets);
+    check::Subject subject =
+        subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left);
+    subject.addOn = o.jsonReport;
+    return check::run(subject, budgets);
 }
 
 nlohmann::json budgetJson(const lod::Budget& b) {
@@ -159,6 +161,7 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     const auto group = findGroup(loaded, o.group, left);
     if (!group) return refuse(o.scene + " has no node named \"" + *o.group + "\"");
     check::Subject subject = subjectOf(o.pluginDir, *settings, o.registry, o.textures, loaded, group, left);
+    subject.addOn = o.json;
     subject.maxTriangles = o.maxTriangles;
     subject.maxDrawCalls = o.maxDrawCalls;
     std::vector<lod::Budget> budgets;

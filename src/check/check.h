@@ -39,7 +39,10 @@ struct Subject {
     std::string modelDefFile;
     std::string materialField = "FS10"; // the FieldId and AttachId settings
     std::string attachField = "FS10att";
-    bool textures = false;            // the export converts the images (--textures)
+    bool textures = false; // the export converts the images (--textures)
+    // The findings go to the Blender add-on (a JSON report): advice in its words,
+    // the export options, rather than the command's.
+    bool addOn = false;
     scene::BonesLeftOut bonesLeftOut; // joints outside the group, as the export leaves them out
     // A level over these is over its budget (a warning); none: no limit.
     std::optional<size_t> maxTriangles, maxDrawCalls;

@@ -518,8 +518,9 @@ void textureSize(Context& c, const Rule& r) {
         else
             c.add(r, nullptr, m.get(),
                   "its image " + image.origin + " is " + sides +
-                      ", and the simulator takes "
-                      "sides that are powers of two: resize it, or export with --textures, which does");
+                      ", and the simulator takes sides that are powers of two: resize it, or " +
+                      (c.subject.addOn ? "set Textures in the export options" : "export with --textures") +
+                      ", which does");
     });
 }
 
@@ -529,9 +530,10 @@ void textureNotDds(Context& c, const Rule& r) {
         const std::vector<uint8_t> bytes = imageBytes(image);
         if (!bytes.empty() && !texture::describe(bytes))
             c.add(r, nullptr, m.get(),
-                  "its image " + image.origin +
-                      " is not a DDS file, and the simulator reads only "
-                      "DDS: export with --textures FOLDER to convert it");
+                  "its image " + image.origin + " is not a DDS file, and the simulator reads only DDS: " +
+                      (c.subject.addOn ? "set Textures in the export options"
+                                       : "export with --textures FOLDER") +
+                      " to convert it");
     });
 }
 

@@ -322,6 +322,14 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
         if (const json j = json::parse(line); j.contains("finding")) found.push_back(j["finding"]);
     EXPECT_EQ(found, checked);
     EXPECT_EQ(found.size(), 2u);
+    // Their advice in the words of where it is read: the command's options, or the
+    // add-on's (a JSON report goes to the add-on).
+    EXPECT_NE(checked[1]["message"].get<std::string>().find(
+                  "DDS: set Textures in the export options to convert it"),
+              std::string::npos);
+    EXPECT_NE(
+        tarnvale("check " + example, s.dir).out.find("DDS: export with --textures FOLDER to convert it"),
+        std::string::npos);
     // Clean: the base scene, scenes right at a limit, and the example as it is
     // exported in full (a note: its image is resized).
     for (const auto& [what, atTheLimit] :

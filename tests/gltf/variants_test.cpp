@@ -1,7 +1,7 @@
-// The same scene as other tools write it (tests/data/variants, made by its
-// make.py with gltfpack and gltf-transform): each exports the plain file's
-// triangles, where glTF puts them, with their texture pairs, or is refused with
-// the extension named.
+// The same scene as other tools write it (tests/data/variants, made once by
+// scripts/make_variants.py with gltfpack and gltf-transform): each exports the
+// plain file's triangles, where glTF puts them, with their normals and pairs, or
+// is refused with the extension named.
 #include "gltf/gltf_builder.h"
 #include "xfile/x_reader.h"
 

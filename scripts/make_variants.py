@@ -6,7 +6,7 @@ gltfpack -mi (EXT_mesh_gpu_instancing) and gltf-transform's Draco. Needs npm's
 gltfpack and @gltf-transform/cli on the PATH."""
 import base64, json, math, os, struct, subprocess, zlib
 
-here = os.path.dirname(os.path.abspath(__file__))
+here = os.path.join(os.path.dirname(os.path.abspath(__file__)), os.pardir, "tests", "data", "variants")
 buffer = bytearray()
 accessors, views = [], []
 
