@@ -359,8 +359,8 @@ void nameMapped(Context& c, const Rule& r) {
     for (const Frame& f : c.frames)
         if (f.node->shownName() != f.node->GetName())
             c.add(r, &f, nullptr,
-                  "the X file cannot hold its name as it is, so it becomes " + f.node->GetName() +
-                      " (the frame frm-" + f.x + ")");
+                  "the X file cannot hold its name as it is, so it becomes " + f.x + " (the frame frm-" +
+                      f.x + ")");
 }
 
 // ---- Meshes ---------------------------------------------------------------------------

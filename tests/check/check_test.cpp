@@ -277,7 +277,7 @@ TEST(Check, EachBrokenSceneGivesItsOneFinding) {
 TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) {
     Scene s;
     s.part()["extras"]["FS10att"] = "<Visibility/>";
-    s.b.node({{"name", "wing.001"}});
+    s.b.node({{"name", "Wing.001"}});
     const std::string scene = s.b.saveGltf(s.dir.file("s.gltf")),
                       plugin = " --plugin-dir " + s.options.pluginDir;
     RunResult r = tarnvale("check " + scene + plugin, s.dir);
@@ -289,7 +289,7 @@ TEST(Check, TheCommandReportsByNodeExportCheckStopsOnAnErrorAndCleanScenesPass) 
             "  node l_aileron (frm-l_aileron)\n"
             "    error   partdata-root: its part data's root is Visibility, and the compiler reads only "
             "FSMakeMdlData: put the text inside <FSMakeMdlData version=\"9.0\">\n"
-            "  node wing.001 (frm-wing_001)\n"
+            "  node Wing.001 (frm-wing_001)\n"
             "    info    name-mapped: the X file cannot hold its name as it is, so it becomes wing_001 (the "
             "frame frm-wing_001)\n"
             "  what the simulator draws, level by level:\n"
