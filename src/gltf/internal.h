@@ -125,6 +125,12 @@ std::string nodeName(const tinygltf::Model& model, int index);
 // `-` gets a leading `_`.
 std::string identifierName(std::string_view utf8);
 
+// An image's name as a material holds it: every character that Windows-1252
+// lacks becomes `_` (the X file is written in it), and an extension of other
+// than three letters becomes one of three (`.jpeg` as `.jpg`, `.webp` as `.web`,
+// none as `.img`), as the texture's DDS name takes the place of the last three.
+std::string textureFileName(std::string_view utf8);
+
 // The names of one parent's children, kept apart as the file will read them
 // (lower case, blanks as `_`): a name taken already gets `_2`, `_3`, ...
 class SiblingNames {

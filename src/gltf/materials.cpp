@@ -70,6 +70,7 @@ std::string MaterialMap::textureName(int textureIndex, const std::string& materi
         if (name.find('.') == std::string::npos) name += extensionFor(mime);
     }
     // Windows paths, so that folders stay folders for the texture name rules.
+    name = textureFileName(name);
     for (char& c : name)
         if (c == '/') c = '\\';
     if (options_.keepImages) noteImage(source, name, std::string_view(slot) == "normal");

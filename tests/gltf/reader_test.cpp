@@ -305,6 +305,24 @@ TEST(GltfReader, QuantizedMeshesStayWhereTheirScalePutsThem) {
     EXPECT_NEAR(tip[12], -0.25, 1e-6);
 }
 
+// An image's name whose DDS form (its last three characters replaced) makes
+// sense, in the code page of the X file.
+TEST(GltfReader, ImageNamesTakeThreeLetterExtensionsAndTheCodePage) {
+    const std::pair<const char*, const char*> kNames[] = {
+        {"base.jpeg", "base.jpg"},
+        {"skin.WEBP", "skin.web"},
+        {"t.ktx2", "t.ktx"},
+        {"noext", "noext.img"},
+        {"v1.2/file", "v1.2/file.img"},
+        {"a.PNG", "a.PNG"},
+        {"caf\u00e9.tga", "caf\u00e9.tga"},
+        {"\u03a9mega.png", "_mega.png"},
+        {"x.b", "x.img"},
+    };
+    for (const auto& [name, mapped] : kNames)
+        EXPECT_EQ(gltf::textureFileName(name), mapped) << name;
+}
+
 TEST(GltfReader, MirroredPartsFaceAlongTheirNormalsInTheWorld) {
     // A tetrahedron with outward normals, once with and once without NORMAL, on a
     // plain node, its mirror, a mirror of a mirror and a plain child of a mirror.
