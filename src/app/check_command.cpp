@@ -39,6 +39,7 @@ std::vector<check::Finding> checkForExport(const ExportOptions& o, platform::Set
     check::Subject subject =
         subjectOf(o.pluginDir, settings, o.registry, !o.textures.empty(), loaded, group, left);
     subject.addOn = o.jsonReport;
+    subject.strict = o.strict;
     return check::run(subject, budgets);
 }
 
@@ -162,6 +163,7 @@ int runCheck(const CheckOptions& o, std::FILE* out) {
     if (!group) return refuse(o.scene + " has no node named \"" + *o.group + "\"");
     check::Subject subject = subjectOf(o.pluginDir, *settings, o.registry, o.textures, loaded, group, left);
     subject.addOn = o.json;
+    subject.strict = o.strict;
     subject.maxTriangles = o.maxTriangles;
     subject.maxDrawCalls = o.maxDrawCalls;
     std::vector<lod::Budget> budgets;

@@ -221,6 +221,7 @@ struct CommandLine {
                           "Check the export of the node of this name (default: the whole scene)");
         addReadOptions(check, c);
         check->add_flag("--textures", c.textures, "The export will convert the images (export --textures)");
+        check->add_flag("--strict", c.strict, "With --textures: an image the export would skip is an error");
         check->add_flag("--json", c.json, "The report as one JSON object on standard output");
         check->add_option("--max-triangles", c.maxTriangles,
                           "A level with more triangles is over its budget");

@@ -85,6 +85,7 @@ struct CheckOptions {
     std::string settings;
     std::string registry;
     bool textures = false; // the export would convert the images (--textures)
+    bool strict = false;   // and a texture it skips fails it (--strict)
     bool json = false;
     // A level with more is over its budget (a warning); none: no limit.
     std::optional<size_t> maxTriangles, maxDrawCalls;

@@ -40,6 +40,7 @@ struct Subject {
     std::string materialField = "FS10"; // the FieldId and AttachId settings
     std::string attachField = "FS10att";
     bool textures = false; // the export converts the images (--textures)
+    bool strict = false;   // and a texture it skips fails it (--strict)
     // The findings go to the Blender add-on (a JSON report): advice in its words,
     // the export options, rather than the command's.
     bool addOn = false;

@@ -502,6 +502,21 @@ void textureMissing(Context& c, const Rule& r) {
     });
 }
 
+// An image the export would convert that is none it reads: it skips it, or with
+// --strict fails.
+void textureUndecodable(Context& c, const Rule& r) {
+    if (!c.subject.textures) return;
+    eachImage(c, [&](const std::shared_ptr<MemoryMaterial>& m, const gltf::SourceImage& image) {
+        const std::vector<uint8_t> bytes = imageBytes(image);
+        if (bytes.empty() || texture::imageSize(bytes)) return;
+        c.add(r, nullptr, m.get(),
+              "its image " + image.origin +
+                  " is none that Tarnvale converts (PNG, JPEG, BMP, TGA or DDS), so the export " +
+                  (c.subject.strict ? "fails on it" : "skips it") + ": save it as PNG",
+              c.subject.strict ? Severity::Error : Severity::Warning);
+    });
+}
+
 void textureSize(Context& c, const Rule& r) {
     eachImage(c, [&](const std::shared_ptr<MemoryMaterial>& m, const gltf::SourceImage& image) {
         const auto size = texture::imageSize(imageBytes(image));
@@ -819,6 +834,10 @@ const std::vector<Rule>& rules() {
         {"cockpit-no-texture", Severity::Error, "a virtual cockpit material has no texture",
          cockpitWithoutTexture},
         {"texture-missing", Severity::Error, "a material's image file does not exist", textureMissing},
+        {"texture-undecodable", Severity::Warning,
+         "exporting with --textures: an image is none the export reads, so it is skipped (an error with "
+         "--strict)",
+         textureUndecodable},
         {"texture-size", Severity::Warning, "an image's sides are not powers of two", textureSize},
         {"texture-not-dds", Severity::Warning,
          "an image is not DDS, and the export does not convert it (no "

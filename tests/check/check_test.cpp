@@ -195,6 +195,17 @@ const Broken kBroken[] = {
      [](Scene& s) {
          s.image({{"uri", "gone.dds"}});
      }},
+    // A text file named .png, with the images converted, and with --strict.
+    {"texture-undecodable", "warning", "skin",
+     [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView("not an image")}, {"mimeType", "image/png"}});
+         s.options.textures = true;
+     }},
+    {"texture-undecodable", "error", "skin",
+     [](Scene& s) {
+         s.image({{"bufferView", s.b.bufferView("not an image")}, {"mimeType", "image/png"}});
+         s.options.textures = s.options.strict = true;
+     }},
     {"texture-size", "warning", "skin",
      [](Scene& s) {
          s.image({{"bufferView", s.b.bufferView(imageHead(true, 300, 256))}});
