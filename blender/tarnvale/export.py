@@ -3,13 +3,17 @@
 # The dialog's Check runs `tarnvale check --json` on the same .glb and lists what
 # it finds; the export checks first too, and its findings stay listed.
 
+import atexit
 import contextlib
+import hashlib
 import json
 import os
+import shutil
 import tempfile
 import textwrap
 
 import bpy
+from bpy.app.handlers import persistent
 from bpy.props import BoolProperty, EnumProperty, StringProperty
 from bpy_extras.io_utils import ExportHelper
 
@@ -101,6 +105,47 @@ def write_scene(context, folder, what, action, levels='ALL'):
         return scene, []
     lod.group(scene, context, found)
     return scene, ["--group", found[0][0]]
+
+
+# The last .glb written for each way of exporting, kept while the scene has not
+# changed since, so that Check and the export after it write it once (a large
+# scene takes seconds). A change is what the depsgraph reports, plus what it does
+# not: custom properties (part data, material texts, visibility) and the frame.
+_written = {"changes": 0, "folder": None, "files": {}}
+
+
+@persistent
+def _scene_changed(*_):
+    _written["changes"] += 1
+
+
+def _fingerprint(context, key):
+    digest = hashlib.sha1(repr((key, bpy.data.filepath, context.scene.name, context.scene.frame_current,
+                                _written["changes"])).encode())
+    for collection in (bpy.data.objects, bpy.data.materials, bpy.data.collections, bpy.data.actions):
+        for block in collection:
+            digest.update(repr((block.name, sorted((k, repr(v)) for k, v in block.items()))).encode())
+    return digest.hexdigest()
+
+
+def scene_file(context, what, action, levels):
+    """The .glb of the scene as the export takes it, and the group option: the one
+    written before while nothing has changed, else a new one."""
+    context.evaluated_depsgraph_get()  # changes made since are reported now
+    key = (what, action, levels)
+    fingerprint = _fingerprint(context, key)
+    kept = _written["files"].get(key)
+    if kept and kept[0] == fingerprint and os.path.isfile(kept[1]):
+        return kept[1], kept[2]
+    if not _written["folder"]:
+        _written["folder"] = tempfile.mkdtemp(prefix="tarnvale-")
+        atexit.register(shutil.rmtree, _written["folder"], True)
+    folder = os.path.join(_written["folder"], hashlib.sha1(repr(key).encode()).hexdigest()[:12])
+    os.makedirs(folder, exist_ok=True)
+    scene, group = write_scene(context, folder, what, action, levels)
+    context.evaluated_depsgraph_get()
+    _written["files"][key] = (_fingerprint(context, key), scene, group)
+    return scene, group
 
 
 class TarnvaleFinding(bpy.types.PropertyGroup):
@@ -212,10 +257,9 @@ class TARNVALE_OT_check(bpy.types.Operator):
 
     def execute(self, context):
         try:
-            with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
-                scene, group = write_scene(context, folder, self.what, self.action, self.levels)
-                arguments = ["check", scene, "--json"] + group + common_options(context) + registry_option(context)
-                code, out, err = run(context, arguments + (["--textures"] if self.textures else []))
+            scene, group = scene_file(context, self.what, self.action, self.levels)
+            arguments = ["check", scene, "--json"] + group + common_options(context) + registry_option(context)
+            code, out, err = run(context, arguments + (["--textures"] if self.textures else []))
         except TarnvaleError as error:
             self.report({'ERROR'}, str(error))
             return {'CANCELLED'}
@@ -306,12 +350,11 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
             return {'CANCELLED'}
 
     def export(self, context):
-        with tempfile.TemporaryDirectory(prefix="tarnvale-") as folder:
-            scene, group = write_scene(context, folder, self.what, self.action, self.levels)
-            with tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as errors:
-                report = self.follow(context, start(context, self.arguments(context, scene) + group, errors))
-                errors.seek(0)
-                report["stderr"] = errors.read()
+        scene, group = scene_file(context, self.what, self.action, self.levels)
+        with tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace") as errors:
+            report = self.follow(context, start(context, self.arguments(context, scene) + group, errors))
+            errors.seek(0)
+            report["stderr"] = errors.read()
         return self.tell(context, report)
 
     def arguments(self, context, scene):
@@ -415,12 +458,19 @@ classes = [TarnvaleFinding, TarnvaleLevel, TARNVALE_OT_check, TARNVALE_OT_export
 
 
 def register_properties():
+    for handlers in (bpy.app.handlers.depsgraph_update_post, bpy.app.handlers.undo_post,
+                     bpy.app.handlers.redo_post, bpy.app.handlers.load_post):
+        handlers.append(_scene_changed)
     bpy.types.WindowManager.tarnvale_findings = bpy.props.CollectionProperty(type=TarnvaleFinding)
     bpy.types.WindowManager.tarnvale_checked = StringProperty()
     bpy.types.WindowManager.tarnvale_levels = bpy.props.CollectionProperty(type=TarnvaleLevel)
 
 
 def unregister_properties():
+    for handlers in (bpy.app.handlers.depsgraph_update_post, bpy.app.handlers.undo_post,
+                     bpy.app.handlers.redo_post, bpy.app.handlers.load_post):
+        if _scene_changed in handlers:
+            handlers.remove(_scene_changed)
     del bpy.types.WindowManager.tarnvale_findings
     del bpy.types.WindowManager.tarnvale_checked
     del bpy.types.WindowManager.tarnvale_levels

@@ -233,6 +233,27 @@ class Addon(unittest.TestCase):
         self.assertIn('<Visibility name="gear_door_visible"> </Visibility>', mast["FS10att"])
         self.assertIn('<Effect effectName="fx_navred" effectParams="DAY=1, NIGHT=1"/>', mast["FS10att"])
 
+    def test_check_and_the_export_after_it_write_the_scene_once_while_it_is_unchanged(self):
+        from tarnvale import export
+        build_scene()
+        written = []
+        write = export.write_scene
+        export.write_scene = lambda *args: written.append(1) or write(*args)
+        try:
+            bpy.ops.export_scene.tarnvale_check()
+            bpy.ops.export_scene.tarnvale_check()
+            self.export(os.path.join(WORK, "once.x"), check_first=False)
+            self.assertEqual(len(written), 1)
+            # What the depsgraph tells, and what it does not: part data, a material's text.
+            for change in (lambda: setattr(bpy.data.objects["Wing"], "location", (5, 0, 0)),
+                           lambda: bpy.data.objects["Wing"].__setitem__("FS10att", PART_DATA + " "),
+                           lambda: bpy.data.materials["Paint.001"].__setitem__("FS10", "DoubleSided=1")):
+                change()
+                bpy.ops.export_scene.tarnvale_check()
+            self.assertEqual(len(written), 4)
+        finally:
+            export.write_scene = write
+
     def test_a_new_file_names_the_model_after_itself(self):
         build_scene()
         self.export(os.path.join(WORK, "aircraft.x"), check_first=False)
