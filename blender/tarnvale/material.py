@@ -3,11 +3,12 @@
 
 import json
 import os
+import tempfile
 
 import bpy
 from bpy.props import IntProperty, StringProperty
 
-from .preferences import TarnvaleError, common_options, prefs, run
+from .preferences import TarnvaleError, common_options, prefs, run, start
 
 PRESETS = ("General Material", "Propeller", "Gloss", "Chrome", "Tail Number")
 SHOWN_KEYS = ("SrcBlend", "DstBlend", "AlphaTestFunction", "EmissiveData", "DoubleSided", "EmissiveTexture")
@@ -105,6 +106,33 @@ class MaterialOperator:
         return {'FINISHED'}
 
 
+class EditSession:
+    """The editor running beside Blender: started, then asked whether it is done,
+    so that Blender keeps drawing and answering while it is open."""
+
+    def __init__(self, context, material):
+        self.material = material
+        self.errors = tempfile.TemporaryFile("w+", encoding="utf-8", errors="replace")
+        self.process = start(context, ["material", "edit", "--stdin"] + common_options(context), self.errors,
+                             stdin=gltf_document(context, material))
+
+    def done(self, context):
+        """None while the editor is open; then what became of it, taken into the material."""
+        if self.process.poll() is None:
+            return None
+        out = self.process.stdout.read()
+        self.errors.seek(0)
+        err = self.errors.read()
+        self.errors.close()
+        code = self.process.returncode
+        if code == 3:
+            raise TarnvaleError("Cancelled: the material is as it was")
+        if code != 0:
+            raise TarnvaleError(err.strip().replace("tarnvale: ", "") or "tarnvale failed (exit code %d)" % code)
+        take_edit(context, self.material, out)
+        return True
+
+
 class TARNVALE_OT_material_edit(MaterialOperator, bpy.types.Operator):
     """Edit the material's simulator parameters in the simulator's material editor"""
     bl_idname = "material.tarnvale_edit"
@@ -112,6 +140,30 @@ class TARNVALE_OT_material_edit(MaterialOperator, bpy.types.Operator):
 
     def act(self, context, material):
         take_edit(context, material, run_on_material(context, material, ["edit"]))
+
+    def invoke(self, context, event):
+        # From the panel: the editor's window beside Blender's, which stays live.
+        try:
+            self.session = EditSession(context, context.material)
+        except TarnvaleError as error:
+            self.report({'ERROR'}, str(error))
+            return {'CANCELLED'}
+        self.timer = context.window_manager.event_timer_add(0.2, window=context.window)
+        context.window_manager.modal_handler_add(self)
+        return {'RUNNING_MODAL'}
+
+    def modal(self, context, event):
+        if event.type != 'TIMER':
+            return {'PASS_THROUGH'}
+        try:
+            if self.session.done(context) is None:
+                return {'PASS_THROUGH'}
+            result = {'FINISHED'}
+        except TarnvaleError as error:
+            self.report({'INFO'} if str(error).startswith("Cancelled") else {'ERROR'}, str(error))
+            result = {'CANCELLED'}
+        context.window_manager.event_timer_remove(self.timer)
+        return result
 
 
 class TARNVALE_OT_material_preset(MaterialOperator, bpy.types.Operator):

@@ -87,14 +87,21 @@ def run(context, arguments, stdin=None):
     return done.returncode, done.stdout, done.stderr
 
 
-def start(context, arguments, errors):
+def start(context, arguments, errors, stdin=None):
     """Starts tarnvale with its standard output read a line at a time, its standard
-    error going to the file `errors` (a pipe could fill while no one reads it)."""
+    error going to the file `errors` (a pipe could fill while no one reads it), and
+    `stdin`, where given, as its whole input."""
     try:
-        return subprocess.Popen([command_path(context)] + arguments, stdout=subprocess.PIPE, stderr=errors,
-                                stdin=subprocess.DEVNULL, text=True, encoding="utf-8", errors="replace")
+        process = subprocess.Popen([command_path(context)] + arguments, stdout=subprocess.PIPE, stderr=errors,
+                                   stdin=subprocess.DEVNULL if stdin is None else subprocess.PIPE, text=True,
+                                   encoding="utf-8", errors="replace")
     except OSError as error:
         raise TarnvaleError("tarnvale cannot be started: %s" % error)
+    if stdin is not None:
+        # The command reads all of it before it shows anything.
+        process.stdin.write(stdin)
+        process.stdin.close()
+    return process
 
 
 def json_lines(text):

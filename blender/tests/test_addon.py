@@ -8,6 +8,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import time
 import types
 import unittest
 
@@ -382,6 +383,16 @@ class Addon(unittest.TestCase):
             del os.environ["CANCEL"]
             bpy.ops.material.tarnvale_edit()
         self.assertEqual((paint["FS10"], list(paint["tarnvale_specular"])), ("SrcBlend=One;DstBlend=Zero", [0.5, 0.25, 1.0]))
+        # From the panel it runs beside Blender, which asks it now and then whether it is done.
+        from tarnvale.material import EditSession
+        with open(stand_in, "w") as f:
+            f.write('#!/bin/sh\ncat > /dev/null; sleep 0.3\necho \'{"text": "SrcBlend=Zero", "specular": null}\'\n')
+        session, asked = EditSession(bpy.context, paint), 0
+        while session.done(bpy.context) is None:
+            asked += 1
+            time.sleep(0.05)
+        self.assertGreater(asked, 1)
+        self.assertEqual(paint["FS10"], "SrcBlend=Zero")
 
 
 if __name__ == "__main__":
