@@ -17,6 +17,7 @@ from bpy.app.handlers import persistent
 from bpy.props import BoolProperty, EnumProperty, StringProperty
 from bpy_extras.io_utils import ExportHelper
 
+from . import compat
 from . import levels as lod
 from .preferences import TarnvaleError, common_options, prefs, run, start
 
@@ -41,7 +42,7 @@ def _owners(context, action):
                                                    for strip in track.strips)):
             owners.append(obj)
     return owners or [obj for obj in context.scene.objects if action.name.startswith(obj.name)
-                      and all(_resolves(obj, curve.data_path) for curve in action.fcurves)]
+                      and all(_resolves(obj, curve.data_path) for curve in compat.action_fcurves(action))]
 
 
 @contextlib.contextmanager
@@ -61,13 +62,15 @@ def chosen_action(context, name):
     previous = {}
     for obj in owners:
         data = obj.animation_data or obj.animation_data_create()
-        previous[obj] = data.action
-        data.action = action
+        previous[obj] = (data.action, getattr(data, "action_slot", None))
+        compat.assign_action(data, action, obj)
     try:
         yield
     finally:
-        for obj, old in previous.items():
+        for obj, (old, slot) in previous.items():
             obj.animation_data.action = old
+            if slot is not None:
+                obj.animation_data.action_slot = slot
 
 
 def _resolves(obj, data_path):
@@ -99,7 +102,8 @@ def write_scene(context, folder, what, action, levels='ALL'):
         bpy.ops.export_scene.gltf(
             filepath=scene, export_format='GLB', export_extras=True, export_yup=True, export_apply=True,
             use_selection=what == 'SELECTION', use_active_collection=what == 'COLLECTION',
-            export_animations=True, export_skins=True, export_nla_strips=not action)
+            export_animations=True, export_skins=True,
+            **compat.gltf_animation_options(bpy.ops.export_scene.gltf.get_rna_type().properties.keys(), bool(action)))
     found = lod.find(context) if levels == 'ALL' else []
     if not found:
         return scene, []

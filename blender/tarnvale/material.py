@@ -8,6 +8,7 @@ import tempfile
 import bpy
 from bpy.props import IntProperty, StringProperty
 
+from . import compat
 from .preferences import TarnvaleError, common_options, prefs, run, start
 
 PRESETS = ("General Material", "Propeller", "Gloss", "Chrome", "Tail Number")
@@ -38,17 +39,17 @@ def gltf_document(context, material):
     inputs = bsdf.inputs if bsdf else {}
     colour = list(inputs['Base Color'].default_value) if bsdf else list(material.diffuse_color)
     colour[3] = inputs['Alpha'].default_value if bsdf else colour[3]
-    emission = inputs.get('Emission Color') or inputs.get('Emission')
     gltf = {"name": material.name,
             "pbrMetallicRoughness": {"baseColorFactor": colour,
                                      "roughnessFactor": inputs['Roughness'].default_value if bsdf else material.roughness},
-            "emissiveFactor": list(emission.default_value)[:3] if emission else [0, 0, 0],
+            "emissiveFactor": compat.emissive_factor(inputs) if bsdf else [0, 0, 0],
             "doubleSided": not material.use_backface_culling,
             "extras": {key: value for key, value in material.items() if isinstance(value, str)}}
-    if material.blend_method == 'CLIP':
-        gltf.update(alphaMode="MASK", alphaCutoff=material.alpha_threshold)
-    elif material.blend_method in ('BLEND', 'HASHED'):
-        gltf["alphaMode"] = "BLEND"
+    mode, cutoff = compat.alpha_mode(material, inputs)
+    if mode != "OPAQUE":
+        gltf["alphaMode"] = mode
+    if cutoff is not None:
+        gltf["alphaCutoff"] = cutoff
     if "tarnvale_specular" in material:
         gltf["extras"]["tarnvale_specular"] = list(material["tarnvale_specular"])
     document = {"asset": {"version": "2.0"}, "materials": [gltf], "images": [], "textures": []}

@@ -395,6 +395,48 @@ class Addon(unittest.TestCase):
         self.assertEqual(paint["FS10"], "SrcBlend=Zero")
 
 
+def socket(value=None, link=None):
+    return types.SimpleNamespace(default_value=value, is_linked=link is not None,
+                                 links=[types.SimpleNamespace(from_node=link)] if link else [])
+
+
+class Compat(unittest.TestCase):
+    """The branches for Blender 4.x, which Debian cannot run, played by stand-ins."""
+
+    def test_emission_alpha_actions_and_the_gltf_exporters_options(self):
+        from tarnvale import compat
+        white, orange = (1, 1, 1, 1), (0.8, 0.4, 0.2, 1)
+        for inputs, expected in (
+                ({'Emission': socket((0.2, 0.4, 0.6, 1)), 'Emission Strength': socket(1.0)}, [0.2, 0.4, 0.6]),  # 3.x
+                ({'Emission Color': socket(white), 'Emission Strength': socket(0.0)}, [0, 0, 0]),  # 4.x default
+                ({'Emission Color': socket(orange), 'Emission Strength': socket(2.0)}, [1.0, 0.8, 0.4]),
+                ({}, [0, 0, 0])):
+            self.assertEqual([round(c, 6) for c in compat.emissive_factor(inputs)], expected, inputs)
+        clip = types.SimpleNamespace(blend_method='CLIP', alpha_threshold=0.25)
+        greater = types.SimpleNamespace(type='MATH', operation='GREATER_THAN', inputs=[socket(), socket(0.3)])
+        image = types.SimpleNamespace(type='TEX_IMAGE')
+        for material, alpha, version, expected in (
+                (clip, socket(1.0), (4, 1, 0), ("MASK", 0.25)),
+                (clip, socket(1.0), (4, 2, 0), ("OPAQUE", None)),  # the blend method no longer counts
+                (clip, socket(0.5), (4, 2, 0), ("BLEND", None)),
+                (clip, socket(1.0, greater), (4, 5, 0), ("MASK", 0.3)),
+                (clip, socket(1.0, image), (4, 4, 0), ("BLEND", None))):
+            self.assertEqual(compat.alpha_mode(material, {'Alpha': alpha}, version), expected)
+        curve = types.SimpleNamespace(data_path="rotation_euler")
+        layered = types.SimpleNamespace(layers=[types.SimpleNamespace(strips=[types.SimpleNamespace(
+            channelbags=[types.SimpleNamespace(fcurves=[curve]), types.SimpleNamespace(fcurves=[curve])])])],
+            fcurves=[curve])
+        self.assertEqual(len(compat.action_fcurves(layered)), 2)  # every slot's, not the first's alone
+        slots = [types.SimpleNamespace(identifier="OBwing", target_id_type='OBJECT'),
+                 types.SimpleNamespace(identifier="OBaileron", target_id_type='OBJECT')]
+        data = types.SimpleNamespace(action=None, action_slot=None)
+        compat.assign_action(data, types.SimpleNamespace(slots=slots), types.SimpleNamespace(name="aileron"))
+        self.assertIs(data.action_slot, slots[1])
+        self.assertEqual(compat.gltf_animation_options({"export_animation_mode"}, True),
+                         {"export_animation_mode": 'ACTIVE_ACTIONS'})
+        self.assertEqual(compat.gltf_animation_options({"export_nla_strips"}, False), {"export_nla_strips": True})
+
+
 if __name__ == "__main__":
     result = unittest.main(argv=[sys.argv[0]], exit=False, verbosity=2).result
     if result.wasSuccessful():
