@@ -326,24 +326,13 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         return changed
 
     def draw(self, context):
+        # The rest stands in the sub-panels below, grouped as the glTF exporter's.
         layout = self.layout
         layout.use_property_split = True
         layout.use_property_decorate = False
         layout.prop(self, "what")
         layout.prop(self, "friendly_name")
-        layout.prop_search(self, "action", bpy.data, "actions")
-        layout.prop(self, "textures")
-        layout.prop(self, "run_tool")
-        layout.prop(self, "check_first")
         layout.prop(self, "will_save_settings")
-        found = lod.find(context)
-        if found:
-            layout.prop(self, "levels")
-            layout.label(text=", ".join(name + (" (hidden)" if hidden else "") for name, _, hidden, _ in found))
-        else:
-            layout.prop(self, "generate")
-        draw_findings(layout, context, self)
-        draw_levels(layout, context)
 
     def execute(self, context):
         remember(context, self)
@@ -419,6 +408,48 @@ class TARNVALE_OT_export(bpy.types.Operator, ExportHelper):
         return {'CANCELLED'} if failed else {'FINISHED'}
 
 
+def _draw_include(layout, context, operator):
+    layout.prop_search(operator, "action", bpy.data, "actions")
+    found = lod.find(context)
+    if found:
+        layout.prop(operator, "levels")
+        layout.label(text=", ".join(name + (" (hidden)" if hidden else "") for name, _, hidden, _ in found))
+    else:
+        layout.prop(operator, "generate")
+
+
+def _draw_output(layout, context, operator):
+    layout.prop(operator, "textures")
+    layout.prop(operator, "run_tool")
+    layout.prop(operator, "check_first")
+
+
+def _draw_check(layout, context, operator):
+    draw_findings(layout, context, operator)
+    draw_levels(layout, context)
+
+
+def _dialog_panel(label, draw_part):
+    """A sub-panel of the export dialog, as the glTF exporter has them."""
+
+    def draw(self, context):
+        self.layout.use_property_split = True
+        self.layout.use_property_decorate = False
+        draw_part(self.layout, context, context.space_data.active_operator)
+
+    return type("TARNVALE_PT_export_" + label.lower(), (bpy.types.Panel,), {
+        "bl_space_type": 'FILE_BROWSER', "bl_region_type": 'TOOL_PROPS', "bl_label": label,
+        "bl_parent_id": "FILE_PT_operator",
+        "poll": classmethod(lambda cls, context: getattr(context.space_data, "active_operator", None) is not None
+                            and context.space_data.active_operator.bl_idname == "EXPORT_SCENE_OT_tarnvale_x"),
+        "draw": draw,
+    })
+
+
+DIALOG_PANELS = [_dialog_panel("Include", _draw_include), _dialog_panel("Output", _draw_output),
+                 _dialog_panel("Check", _draw_check)]
+
+
 def closing_lines(text, textures):
     """A box's text as Blender shows it: each line once (the file's text names a
     texture once per material), and where the export wrote the DDS files, those
@@ -458,7 +489,7 @@ def menu_entry(self, context):
     self.layout.operator(TARNVALE_OT_export.bl_idname, text="Flight Sim X (.MDL)")
 
 
-classes = [TarnvaleFinding, TarnvaleLevel, TARNVALE_OT_check, TARNVALE_OT_export]
+classes = [TarnvaleFinding, TarnvaleLevel, TARNVALE_OT_check, TARNVALE_OT_export] + DIALOG_PANELS
 
 
 def register_properties():

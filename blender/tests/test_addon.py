@@ -149,15 +149,21 @@ class Addon(unittest.TestCase):
             self.assertTrue(re.search(r'\n +"%s", +[\d.]+;' % bone, x), "no weight of " + bone)
 
     def test_the_dialog_lists_the_checks_findings_and_an_error_stops_the_export(self):
-        from tarnvale.export import TARNVALE_OT_export
+        from tarnvale.export import DIALOG_PANELS, TARNVALE_OT_export
         build_scene()
         bpy.data.objects["Wing"]["FS10att"] = "<part>abc</part>"
         bpy.data.materials["Paint.001"]["FS10"] = "SrcBlend=SrcAlpha;DstBlend=InvSrcAlpha"
         dialog = types.SimpleNamespace(what='SELECTION', action='', textures='//dds', levels='ALL')
 
         def drawn():
+            """The dialog and its sub-panels, as the file browser draws them."""
             seen = []
             TARNVALE_OT_export.draw(types.SimpleNamespace(layout=Layout(seen), **vars(dialog)), bpy.context)
+            context = types.SimpleNamespace(space_data=types.SimpleNamespace(active_operator=dialog),
+                                            window_manager=bpy.context.window_manager, scene=bpy.context.scene,
+                                            view_layer=bpy.context.view_layer)
+            for panel in DIALOG_PANELS:
+                panel.draw(types.SimpleNamespace(layout=Layout(seen)), context)
             return seen
 
         button = dict(drawn())["export_scene.tarnvale_check"]
