@@ -96,7 +96,8 @@ std::shared_ptr<scene::MemoryObject> madeLevels(const ExportOptions& o, gltf::Lo
     lod::Generation generation;
     generation.share = o.lodShare;
     if (auto why = lod::parseLevelNumbers(o.generateLods, generation.numbers)) {
-        say("error", "--generate-lods " + o.generateLods + ": " + *why);
+        // Named as where it was typed: the add-on's Generate levels, or the option.
+        say("error", (o.jsonReport ? "Generate levels " : "--generate-lods ") + o.generateLods + ": " + *why);
         return nullptr;
     }
     try {

@@ -228,6 +228,12 @@ TEST(Lod, NumbersAndScenesThatCannotMakeLevels) {
     const RunResult bad = tarnvale("export " + sourcePath("examples/trainer.gltf") + to + "100,200", d);
     EXPECT_EQ(bad.code, 2);
     EXPECT_NE(bad.err.find("--generate-lods 100,200: the numbers must fall"), std::string::npos) << bad.err;
+    // In the add-on (a JSON report), as its dialog names the field.
+    const RunResult added =
+        tarnvale("export " + sourcePath("examples/trainer.gltf") + to + "100,200 --report json", d);
+    EXPECT_NE(added.out.find("{\"error\":\"Generate levels 100,200: the numbers must fall"),
+              std::string::npos)
+        << added.out;
     const RunResult held = tarnvale("export " + sourcePath("examples/trainer.gltf") + to + "100,50", d);
     EXPECT_EQ(held.code, 2);
     EXPECT_NE(held.err.find("it already holds levels of detail (trainer_LOD_0)"), std::string::npos)
