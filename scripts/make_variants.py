@@ -42,7 +42,10 @@ def box(sx, sy, sz):
                 pos.append(p)
                 nrm.append(n)
                 uv.append(((cu + 1) / 4 + 0.1 * axis, (cv + 1) / 4 + 0.3 * (sign > 0)))
-            idx += [base, base + 1, base + 2, base, base + 2, base + 3] if sign > 0 else \
+            # Counter-clockwise seen from outside: (u, v) turns about the normal
+            # the way x, y does about z, except on the y faces (x, z turns about -y).
+            outward = (sign > 0) != (axis == 1)
+            idx += [base, base + 1, base + 2, base, base + 2, base + 3] if outward else \
                 [base, base + 2, base + 1, base, base + 3, base + 2]
     return {"attributes": {"POSITION": add(pos, "VEC3"), "NORMAL": add(nrm, "VEC3"), "TEXCOORD_0": add(uv, "VEC2")},
             "indices": add(idx, "SCALAR", 5123), "material": 0}

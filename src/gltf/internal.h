@@ -46,13 +46,17 @@ std::optional<std::string> glbStandIn(std::string_view bytes, std::string_view& 
 // other chunk as it was.
 std::string glbWithJson(std::string_view bytes, std::string json);
 
-// Where the file uses EXT_meshopt_compression: its JSON with each fallback buffer
-// (no data of its own) made an empty one that the glTF library takes; none when
-// nothing changes.
-std::optional<std::string> emptyFallbackBuffers(std::string_view json);
+// Where the file uses EXT_meshopt_compression or KHR_draco_mesh_compression:
+// its JSON as the glTF library takes it (a fallback buffer, which has no data,
+// given four bytes; a Draco primitive's index accessor, which has no buffer
+// view, given the compressed one until it is decoded); none when nothing changes.
+std::optional<std::string> jsonForLibrary(std::string_view json);
 // Decodes every EXT_meshopt_compression buffer view into a buffer of its own and
 // points the view there, so that accessors read plain data.
 void decodeMeshopt(Document& model);
+// Decodes every KHR_draco_mesh_compression primitive into buffers of its own and
+// points its accessors there (floats, and 32-bit indices).
+void decodeDraco(Document& model);
 
 // The bytes of a buffer view, checked against its buffer; `what` leads the message.
 std::string_view bufferViewBytes(const Document& model, int viewIndex, const std::string& what);

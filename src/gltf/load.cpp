@@ -101,9 +101,13 @@ class FileBytes {
 // A file that requires an extension this reader does not implement is refused,
 // as glTF asks of every reader: what it would leave out, it would get wrong.
 constexpr std::string_view kImplemented[] = {
-    "KHR_node_visibility",    "KHR_materials_specular",  "KHR_materials_emissive_strength",
-    "KHR_texture_transform",  "EXT_mesh_gpu_instancing", "KHR_mesh_quantization",
-    "EXT_meshopt_compression"};
+    "KHR_node_visibility",        "KHR_materials_specular",  "KHR_materials_emissive_strength",
+    "KHR_texture_transform",      "EXT_mesh_gpu_instancing", "KHR_mesh_quantization",
+    "EXT_meshopt_compression",
+#ifdef TARNVALE_HAVE_DRACO
+    "KHR_draco_mesh_compression",
+#endif
+};
 
 bool implemented(const std::string& name) {
     return std::find(std::begin(kImplemented), std::end(kImplemented), name) != std::end(kImplemented);
@@ -139,6 +143,47 @@ std::vector<std::string> ignoredExtensions(const Document& model) {
     return out;
 }
 
+std::optional<std::string> jsonForLibrary(std::string_view json) {
+    constexpr const char* kMeshopt = "EXT_meshopt_compression";
+    constexpr const char* kDraco = "KHR_draco_mesh_compression";
+    if (json.find(kMeshopt) == std::string_view::npos && json.find(kDraco) == std::string_view::npos)
+        return std::nullopt;
+    auto doc = nlohmann::ordered_json::parse(json, nullptr, false);
+    if (doc.is_discarded() || !doc.is_object()) return std::nullopt;
+    auto has = [](const nlohmann::ordered_json& o, const char* extension) {
+        return o.is_object() && o.contains("extensions") && o["extensions"].is_object() &&
+               o["extensions"].contains(extension);
+    };
+    bool changed = false;
+    if (doc.contains("buffers") && doc["buffers"].is_array())
+        for (auto& b : doc["buffers"])
+            if (has(b, kMeshopt) && !b.contains("uri")) {
+                // Never read: every view of it is decoded from another buffer.
+                b["uri"] = "data:application/octet-stream;base64,AAAAAA==";
+                b["byteLength"] = 4;
+                changed = true;
+            }
+    if (doc.contains("meshes") && doc["meshes"].is_array() && doc.contains("accessors") &&
+        doc["accessors"].is_array())
+        for (auto& mesh : doc["meshes"]) {
+            if (!mesh.is_object() || !mesh.contains("primitives") || !mesh["primitives"].is_array()) continue;
+            for (auto& prim : mesh["primitives"]) {
+                if (!has(prim, kDraco) || !prim.contains("indices") || !prim["indices"].is_number_unsigned())
+                    continue;
+                const size_t index = prim["indices"].get<size_t>();
+                if (index >= doc["accessors"].size()) continue; // the library says so
+                auto& accessor = doc["accessors"][index];
+                const auto& view = prim["extensions"][kDraco]["bufferView"];
+                if (accessor.is_object() && !accessor.contains("bufferView") && view.is_number_unsigned()) {
+                    accessor["bufferView"] = view;
+                    changed = true;
+                }
+            }
+        }
+    if (!changed) return std::nullopt;
+    return doc.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 // A .gltf or .glb held in memory; external files are looked for in `folder`. A
 // .glb's buffer 0 may stay in `bytes`, which must then outlive the document.
 Document loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
@@ -161,7 +206,7 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
         model.glbBuffer = buffer0;
     }
     std::string withFallbacks;
-    if (auto patched = emptyFallbackBuffers(binary ? glbChunks(bytes).json : bytes))
+    if (auto patched = jsonForLibrary(binary ? glbChunks(bytes).json : bytes))
         bytes = withFallbacks = binary ? glbWithJson(bytes, std::move(*patched)) : std::move(*patched);
     std::string err, warn;
     bool ok = false;
@@ -184,6 +229,7 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
     }
     if (!warn.empty()) warnings.push_back(warn);
     decodeMeshopt(model);
+    decodeDraco(model);
     return model;
 }
 

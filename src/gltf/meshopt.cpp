@@ -1,10 +1,8 @@
-// EXT_meshopt_compression: the fallback buffers shown to the glTF library as
-// empty ones, then every compressed buffer view decoded with meshoptimizer into
-// a buffer of its own, before any accessor reads it.
+// EXT_meshopt_compression: every compressed buffer view decoded with
+// meshoptimizer into a buffer of its own, before any accessor reads it.
 #include "gltf/internal.h"
 
 #include <meshoptimizer.h>
-#include <nlohmann/json.hpp>
 
 namespace tarnvale::gltf {
 
@@ -64,24 +62,6 @@ std::vector<unsigned char> decodeView(const Document& model, const tinygltf::Val
 }
 
 } // namespace
-
-std::optional<std::string> emptyFallbackBuffers(std::string_view json) {
-    if (json.find(kExtension) == std::string_view::npos) return std::nullopt;
-    auto doc = nlohmann::ordered_json::parse(json, nullptr, false);
-    if (doc.is_discarded() || !doc.is_object() || !doc["buffers"].is_array()) return std::nullopt;
-    bool changed = false;
-    for (auto& b : doc["buffers"])
-        if (b.is_object() && !b.contains("uri") && b.contains("extensions") && b["extensions"].is_object() &&
-            b["extensions"].contains(kExtension)) {
-            // Its bytes are never read (every view of it is decoded from another buffer):
-            // four of them, as the library takes no empty buffer.
-            b["uri"] = "data:application/octet-stream;base64,AAAAAA==";
-            b["byteLength"] = 4;
-            changed = true;
-        }
-    if (!changed) return std::nullopt;
-    return doc.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
 
 void decodeMeshopt(Document& model) {
     for (size_t v = 0; v < model.bufferViews.size(); ++v) {
