@@ -12,7 +12,6 @@ namespace {
 
 constexpr uint32_t kJsonChunk = 0x4E4F534A, kBinChunk = 0x004E4942;
 // The stand-in's buffer 0: the library wants at least this much.
-constexpr size_t kStandInBytes = 4;
 
 uint32_t word(std::string_view bytes, size_t at) {
     uint32_t v = 0;

@@ -41,6 +41,7 @@ std::optional<BufferZero> glbBufferZero(std::string_view json);
 // A .glb to show the glTF library in place of `bytes`, whose buffer 0 holds four
 // bytes, and in buffer0 the real one within `bytes`; nothing when the file does
 // not allow it, and the library then reads the file itself.
+inline constexpr size_t kStandInBytes = 4;
 std::optional<std::string> glbStandIn(std::string_view bytes, std::string_view& buffer0);
 // The .glb with its JSON chunk replaced by `json` (padded with blanks), every
 // other chunk as it was.

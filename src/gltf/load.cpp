@@ -189,6 +189,7 @@ std::optional<std::string> jsonForLibrary(std::string_view json) {
 Document loadModel(std::string_view bytes, const std::string& folder, std::vector<std::string>& warnings,
                    bool keepImages) {
     if (bytes.size() > UINT32_MAX) throw SceneError("the file is larger than 4 GiB");
+    const std::string_view original = bytes;
     const bool binary = bytes.size() >= 4 && bytes.compare(0, 4, "glTF") == 0;
     const std::string_view json = binary ? glbChunks(bytes).json : bytes;
     if (jsonDepth(json) > kMaxJsonDepth)
@@ -225,6 +226,11 @@ Document loadModel(std::string_view bytes, const std::string& folder, std::vecto
             err.pop_back();
         for (char& c : err)
             if (c == '\n') c = ';';
+        // The library saw the stand-in's four bytes; the user's file has its own.
+        const std::string seen = "binary size = " + std::to_string(kStandInBytes);
+        if (const size_t at = err.find(seen); standIn && at != std::string::npos)
+            err.replace(at, seen.size(),
+                        "binary size = " + std::to_string(glbChunks(original).binary.size()));
         throw SceneError(err.empty() ? "not a glTF 2.0 file" : err);
     }
     if (!warn.empty()) warnings.push_back(warn);

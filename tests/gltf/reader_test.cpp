@@ -761,6 +761,23 @@ TEST(GltfReader, BadFilesGiveAReason) {
                     << r.name << ": " << e.what();
             }
         }
+    // A .glb's second buffer without data: the message gives the file's binary
+    // chunk, never the four bytes the library was shown in its place.
+    {
+        GltfBuilder b;
+        b.node({{"name", "n"}, {"mesh", b.triangles(kTriangle, {0, 1, 2})}});
+        const std::string bytes = readFile(b.saveGlb(d.file("two.glb")));
+        json doc = json::parse(gltf::glbChunks(bytes).json);
+        doc["buffers"].push_back({{"byteLength", 4000}});
+        writeFile(d.file("two.glb"), gltf::glbWithJson(bytes, doc.dump()));
+        try {
+            readScene(d.file("two.glb"));
+            ADD_FAILURE() << "two.glb was read";
+        } catch (const SceneError& e) {
+            const std::string says = e.what(), real = std::to_string(gltf::glbChunks(bytes).binary.size());
+            EXPECT_NE(says.find("binary size = " + real), std::string::npos) << says;
+        }
+    }
     EXPECT_THROW(readScene(d.file("missing.gltf")), SceneError);
     // A .gltf whose .bin is missing.
     good.saveGltf(d.file("nobin.gltf"), "nobin.bin");
