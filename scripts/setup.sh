@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libxml2-dev libsquish-dev libstb-dev python3-pil
-  libtinygltf-dev nlohmann-json3-dev libcli11-dev libmeshoptimizer-dev libdraco-dev
+  libtinygltf-dev nlohmann-json3-dev libcli11-dev libmeshoptimizer-dev libdraco-dev libwebp-dev
   qt6-base-dev libgl-dev fonts-dejavu-core
 )
 packages+=("$@")

@@ -511,7 +511,7 @@ void textureUndecodable(Context& c, const Rule& r) {
         if (bytes.empty() || texture::imageSize(bytes)) return;
         c.add(r, nullptr, m.get(),
               "its image " + image.origin +
-                  " is none that Tarnvale converts (PNG, JPEG, BMP, TGA or DDS), so the export " +
+                  " is none that Tarnvale converts (PNG, JPEG, BMP, TGA, WebP or DDS), so the export " +
                   (c.subject.strict ? "fails on it" : "skips it") + ": save it as PNG",
               c.subject.strict ? Severity::Error : Severity::Warning);
     });

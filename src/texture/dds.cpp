@@ -2,6 +2,10 @@
 // and the DDS header.
 #include "texture/texture.h"
 
+#ifdef TARNVALE_HAVE_WEBP
+#include <webp/decode.h>
+#endif
+
 #include <squish.h>
 #include <stb/stb_image.h>
 #include <stb/stb_image_resize.h>
@@ -67,11 +71,32 @@ Image resized(const Image& in, int width, int height, bool linear) {
 
 } // namespace
 
+// A WebP file: a RIFF container of the WEBP form.
+static bool isWebp(const std::vector<uint8_t>& bytes) {
+    return bytes.size() >= 12 && std::memcmp(bytes.data(), "RIFF", 4) == 0 &&
+           std::memcmp(bytes.data() + 8, "WEBP", 4) == 0;
+}
+
 std::optional<Image> decode(const std::vector<uint8_t>& bytes, std::string& why) {
     int w = 0, h = 0, channels = 0;
     if (bytes.size() > static_cast<size_t>(INT32_MAX)) {
         why = "the image is larger than 2 GiB";
         return std::nullopt;
+    }
+    if (isWebp(bytes)) {
+#ifdef TARNVALE_HAVE_WEBP
+        uint8_t* pixels = WebPDecodeRGBA(bytes.data(), bytes.size(), &w, &h);
+        if (!pixels) {
+            why = "a WebP image that cannot be decoded";
+            return std::nullopt;
+        }
+        Image image{w, h, std::vector<uint8_t>(pixels, pixels + static_cast<size_t>(w) * h * 4)};
+        WebPFree(pixels);
+        return image;
+#else
+        why = "a WebP image, which this build does not read: save it as PNG";
+        return std::nullopt;
+#endif
     }
     stbi_uc* pixels =
         stbi_load_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels, 4);
@@ -161,6 +186,11 @@ std::optional<std::pair<int, int>> imageSize(const std::vector<uint8_t>& bytes) 
         return std::pair<int, int>(static_cast<int>(width), static_cast<int>(height));
     }
     int w = 0, h = 0, channels = 0;
+#ifdef TARNVALE_HAVE_WEBP
+    if (isWebp(bytes))
+        return WebPGetInfo(bytes.data(), bytes.size(), &w, &h) ? std::optional(std::pair<int, int>(w, h))
+                                                               : std::nullopt;
+#endif
     if (bytes.size() > static_cast<size_t>(INT32_MAX) ||
         !stbi_info_from_memory(bytes.data(), static_cast<int>(bytes.size()), &w, &h, &channels))
         return std::nullopt;

@@ -23,11 +23,12 @@ struct Image {
     std::vector<uint8_t> rgba; // 8 bits a channel, rows top to bottom
 };
 
-// PNG, JPEG, BMP or TGA bytes as RGBA; none, and why, when they do not decode.
+// PNG, JPEG, BMP, TGA or WebP bytes as RGBA; none, and why, when they do not
+// decode (WebP in a build without Debian's libwebp, the Windows one).
 std::optional<Image> decode(const std::vector<uint8_t>& bytes, std::string& why);
 
-// The sides of a DDS, PNG, JPEG, BMP or TGA image from its header; none when the
-// bytes are none of these.
+// The sides of a DDS, PNG, JPEG, BMP, TGA or (where it decodes) WebP image from
+// its header; none when the bytes are none of these.
 std::optional<std::pair<int, int>> imageSize(const std::vector<uint8_t>& bytes);
 
 // The side a texture gets: the nearest power of two (a tie goes up), at most 4096.

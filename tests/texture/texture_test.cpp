@@ -134,8 +134,15 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
     b.doc["images"].push_back({{"uri", "tex/ext%20wing.png"}});
     b.doc["images"].push_back({{"uri", "missing.png"}});
     writeFile(d.folder("tex") + "/ext wing.png", png(image(50, 50, kFadingAlpha))); // 50 is nearer 64 than 32
-    const char* slots[] = {"baseColor", "normal", "baseColor", "baseColor"};
-    for (int i = 0; i < 4; ++i) {
+    // Converters' kinds: JPEG under its long extension, and WebP (Pillow writes both).
+    b.doc["images"].push_back({{"uri", "tex/base.jpeg"}});
+    b.doc["images"].push_back({{"uri", "tex/skin.webp"}});
+    run("cd '" + d.file("tex") +
+            "' && /usr/bin/python3 -c 'from PIL import Image\nfor n in (\"base.jpeg\", "
+            "\"skin.webp\"): Image.new(\"RGB\", (16, 16), (200, 30, 20)).save(n)'",
+        d);
+    const char* slots[] = {"baseColor", "normal", "baseColor", "baseColor", "baseColor", "baseColor"};
+    for (int i = 0; i < 6; ++i) {
         b.doc["textures"].push_back({{"source", i == 0 ? hull : i}});
         nlohmann::json m = {{"name", "m" + std::to_string(i)}};
         if (std::string(slots[i]) == "normal")
@@ -151,7 +158,11 @@ TEST(Textures, EveryKindOfImageReachesTheFolderUnderTheXFilesName) {
     EXPECT_EQ(r.code, 0) << r.err;
     EXPECT_EQ(
         r.out,
-        "HULL.DDS 256x256 DXT1 9 mips\nM1_NORMAL.DDS 32x32 DXT5 6 mips\nEXT WING.DDS 64x64 DXT5 7 mips\n");
+        "HULL.DDS 256x256 DXT1 9 mips\nM1_NORMAL.DDS 32x32 DXT5 6 mips\nEXT WING.DDS 64x64 DXT5 7 mips\n"
+        "BASE.DDS 16x16 DXT1 5 mips\nSKIN.DDS 16x16 DXT1 5 mips\n");
+    // The check finds what the export does: every image but the missing one converts.
+    const RunResult checked = tarnvale("check " + scene + " --textures", d);
+    EXPECT_EQ(checked.out.find("texture-undecodable"), std::string::npos) << checked.out;
     EXPECT_NE(r.err.find("texture MISSING.DDS skipped: " + d.file("missing.png")), std::string::npos)
         << r.err;
     const RunResult listed =
