@@ -229,22 +229,6 @@ bool animated(const Frame& f) {
 
 // How far a definition name is from the part's name: edits from the name to the
 // part's start of the same length, or to the whole part, whichever is less.
-size_t distance(const std::string& a, const std::string& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t up = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] == b[j - 1] ? 0 : 1)});
-            diagonal = up;
-        }
-    }
-    return row[b.size()];
-}
-
 std::string nearestNames(const std::string& part, const std::vector<platform::XmlElement>& animations) {
     std::vector<std::pair<size_t, std::string>> ranked;
     std::set<std::string> seen;
@@ -252,8 +236,9 @@ std::string nearestNames(const std::string& part, const std::vector<platform::Xm
         const std::string name = a.attribute("name").value_or("");
         if (name.empty() || !seen.insert(name).second) continue;
         const std::string lower = platform::lowerCase(name);
-        ranked.push_back(
-            {std::min(distance(lower, part.substr(0, lower.size())) + 1, distance(lower, part)), name});
+        ranked.push_back({std::min(platform::editDistance(lower, part.substr(0, lower.size())) + 1,
+                                   platform::editDistance(lower, part)),
+                          name});
     }
     std::stable_sort(ranked.begin(), ranked.end(),
                      [](const auto& l, const auto& r) { return l.first < r.first; });

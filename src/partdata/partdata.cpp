@@ -1,6 +1,7 @@
 // Part data read into its elements and written back, through the XML layer.
 #include "partdata/partdata.h"
 
+#include "platform/names.h"
 #include "platform/text.h"
 #include "platform/xml.h"
 
@@ -253,26 +254,10 @@ std::vector<PartInfo> partInfos(const platform::XmlDocument& modelDef) {
 
 std::vector<std::string> nearestNames(const std::string& name, const std::vector<std::string>& names,
                                       size_t count) {
-    auto distance = [](const std::string& a, const std::string& b) {
-        std::vector<size_t> row(b.size() + 1);
-        for (size_t j = 0; j <= b.size(); ++j)
-            row[j] = j;
-        for (size_t i = 1; i <= a.size(); ++i) {
-            size_t diagonal = row[0];
-            row[0] = i;
-            for (size_t j = 1; j <= b.size(); ++j) {
-                const size_t up = row[j];
-                const bool same = std::tolower(static_cast<unsigned char>(a[i - 1])) ==
-                                  std::tolower(static_cast<unsigned char>(b[j - 1]));
-                row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
-                diagonal = up;
-            }
-        }
-        return row[b.size()];
-    };
     std::vector<std::pair<size_t, size_t>> ranked; // (edits, place)
     for (size_t i = 0; i < names.size(); ++i)
-        ranked.emplace_back(distance(name, names[i]), i);
+        ranked.emplace_back(platform::editDistance(platform::lowerCase(name), platform::lowerCase(names[i])),
+                            i);
     std::stable_sort(ranked.begin(), ranked.end());
     std::vector<std::string> out;
     for (size_t i = 0; i < ranked.size() && out.size() < count; ++i)

@@ -12,5 +12,8 @@ namespace tarnvale::platform {
 std::string pCleanName(std::string_view name);
 // Whether a node is a level of detail: "LOD_" anywhere in its name, in any case.
 bool isLevelOfDetail(std::string_view name);
+// The fewest insertions, deletions and replacements of bytes that make a into b:
+// how near a mistyped name is to the one meant.
+size_t editDistance(std::string_view a, std::string_view b);
 
 } // namespace tarnvale::platform
