@@ -37,43 +37,41 @@ def properties():
     return window, next(area for area in window.screen.areas if area.type == 'PROPERTIES')
 
 
-def show_object_panel():
-    # Only the add-on's panel among the object's, so that it fits the picture.
-    for name in ("OBJECT_PT_transform", "OBJECT_PT_delta_transform", "OBJECT_PT_relations", "OBJECT_PT_collections",
-                 "OBJECT_PT_instancing", "OBJECT_PT_motion_paths", "OBJECT_PT_visibility", "OBJECT_PT_display",
-                 "OBJECT_PT_lineart", "OBJECT_PT_custom_props"):
+def show_alone(context, others):
+    """The Properties editor on `context`, its other panels gone so that the
+    add-on's fits the picture."""
+    for name in others:
         if hasattr(bpy.types, name):
             bpy.utils.unregister_class(getattr(bpy.types, name))
     window, area = properties()
-    area.spaces[0].context = 'OBJECT'
+    area.spaces[0].context = context
     area.tag_redraw()
+
+
+def take_area(name):
+    window, area = properties()
+    region = next(r for r in area.regions if r.type == 'WINDOW')
+    with bpy.context.temp_override(window=window, screen=window.screen, area=area, region=region):
+        bpy.ops.screen.screenshot_area(filepath=os.path.join(OUT, name))
+
+
+def show_object_panel():
+    show_alone('OBJECT', ("OBJECT_PT_transform", "OBJECT_PT_delta_transform", "OBJECT_PT_relations",
+                          "OBJECT_PT_collections", "OBJECT_PT_instancing", "OBJECT_PT_motion_paths",
+                          "OBJECT_PT_visibility", "OBJECT_PT_display", "OBJECT_PT_lineart", "OBJECT_PT_custom_props"))
 
 
 def take_object_panel():
-    window, area = properties()
-    region = next(r for r in area.regions if r.type == 'WINDOW')
-    with bpy.context.temp_override(window=window, screen=window.screen, area=area, region=region):
-        bpy.ops.screen.screenshot_area(filepath=os.path.join(OUT, "blender-object-panel.png"))
+    take_area("blender-object-panel.png")
     bpy.context.view_layer.objects.active = bpy.data.objects["l_aileron.001"]
-    show_material_panel()
-
-
-def show_material_panel():
-    # Only the material slots and the add-on's panel, so that it fits the picture.
-    for name in ("EEVEE_MATERIAL_PT_surface", "EEVEE_MATERIAL_PT_settings", "MATERIAL_PT_preview",
-                 "EEVEE_MATERIAL_PT_volume", "MATERIAL_PT_viewport", "MATERIAL_PT_lineart", "MATERIAL_PT_custom_props"):
-        if hasattr(bpy.types, name):
-            bpy.utils.unregister_class(getattr(bpy.types, name))
-    window, area = properties()
-    area.spaces[0].context = 'MATERIAL'
-    area.tag_redraw()
+    show_alone('MATERIAL', ("EEVEE_MATERIAL_PT_surface", "EEVEE_MATERIAL_PT_settings", "MATERIAL_PT_preview",
+                            "EEVEE_MATERIAL_PT_volume", "MATERIAL_PT_viewport", "MATERIAL_PT_lineart",
+                            "MATERIAL_PT_custom_props"))
 
 
 def take_material_panel_and_open_export():
-    window, area = properties()
-    region = next(r for r in area.regions if r.type == 'WINDOW')
-    with bpy.context.temp_override(window=window, screen=window.screen, area=area, region=region):
-        bpy.ops.screen.screenshot_area(filepath=os.path.join(OUT, "blender-material-panel.png"))
+    take_area("blender-material-panel.png")
+    window = bpy.context.window_manager.windows[0]
     with bpy.context.temp_override(window=window, screen=window.screen, area=window.screen.areas[0]):
         bpy.ops.export_scene.tarnvale_check()
         bpy.ops.export_scene.tarnvale_x('INVOKE_DEFAULT')
