@@ -138,7 +138,8 @@ struct PartCommands {
 };
 
 PartCommands addPartCommands(CLI::App& app, PartOptions& p) {
-    CLI::App* part = app.add_subcommand("part", "Show, set and check the part data of a scene's nodes");
+    CLI::App* part = app.add_subcommand(
+        "part", "Show and set the part data of a scene's nodes, and list the parts it can name");
     part->require_subcommand(1);
     PartCommands c{
         part->add_subcommand("show", "Each node's part data as its elements"),
