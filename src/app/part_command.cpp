@@ -173,10 +173,12 @@ std::string dumped(const json& j) {
 
 int runPartShow(const PartOptions& o, std::FILE* out) {
     gltf::LoadedScene loaded;
+    gltf::ReadOptions read;
+    read.outline = true; // the nodes are what it shows: meshes counted, not kept
     try {
-        loaded = o.fromStdin
-                     ? gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}), "stdin")
-                     : gltf::readScene(o.scene);
+        loaded = o.fromStdin ? gltf::readSceneText(std::string(std::istreambuf_iterator<char>(std::cin), {}),
+                                                   "stdin", read)
+                             : gltf::readScene(o.scene, read);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "tarnvale: cannot read %s: %s\n", o.scene.c_str(), e.what());
         return kUnreadable;
