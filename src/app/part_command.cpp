@@ -5,6 +5,7 @@
 #include "platform/xml.h"
 #include "shell/shell.h"
 
+#include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -78,12 +79,8 @@ void checkPartName(const PartOptions& o, Kind kind, const std::string& name) {
         return;
     }
     const bool visibility = kind == Kind::visibility;
-    std::vector<std::string> names;
-    for (const partdata::PartInfo& p : *parts) {
-        if (!(visibility ? p.visibility || p.visibleInRange : p.mouseRect)) continue;
-        if (p.name == name) return;
-        names.push_back(p.name);
-    }
+    const std::vector<std::string> names = partdata::partsFor(*parts, kind);
+    if (std::find(names.begin(), names.end(), name) != names.end()) return;
     std::string nearest;
     for (const std::string& n : partdata::nearestNames(name, names))
         nearest += (nearest.empty() ? "" : ", ") + n;
@@ -105,11 +102,10 @@ Element requested(const PartOptions& o, const partdata::PartData& now) {
         const Element* point = now.find(Kind::attachPoint);
         e.name = point && !point->name.empty() ? point->name : "attachpt_" + platform::pCleanName(*o.node);
         if (o.effect) {
-            const size_t dot = o.effect->rfind('.');
-            if (dot != std::string::npos)
+            if (const auto bare = partdata::withoutExtension(*o.effect))
                 throw Refused("the effect \"" + *o.effect +
-                              "\" has a file extension, and the simulator adds its own: give \"" +
-                              o.effect->substr(0, dot) + "\"");
+                              "\" has a file extension, and the simulator adds its own: give \"" + *bare +
+                              "\"");
             e.attached = Attached::effect, e.effectName = *o.effect, e.effectParams = o.params;
         } else {
             if (!partdata::isGuid(*o.libraryObject))

@@ -618,9 +618,7 @@ void partDataVersion(Context& c, const Rule& r) {
 void partNotDefined(Context& c, const Rule& r, partdata::Kind kind) {
     if (!c.modelDefRead) return;
     const bool visibility = kind == partdata::Kind::visibility;
-    std::vector<std::string> names;
-    for (const partdata::PartInfo& p : c.parts)
-        if (visibility ? p.visibility || p.visibleInRange : p.mouseRect) names.push_back(p.name);
+    const std::vector<std::string> names = partdata::partsFor(c.parts, kind);
     const char* what = visibility ? "Visibility" : "MouseRect";
     eachElement(c, kind, [&](const Frame& f, const partdata::Element& e) {
         if (std::find(names.begin(), names.end(), e.name) != names.end()) return;
@@ -656,14 +654,11 @@ void attachPointTwice(Context& c, const Rule& r) {
 
 void effectExtension(Context& c, const Rule& r) {
     eachElement(c, partdata::Kind::attachPoint, [&](const Frame& f, const partdata::Element& e) {
-        const size_t dot = e.effectName.rfind('.');
-        if (e.attached != partdata::Attached::effect || dot == std::string::npos ||
-            dot + 1 == e.effectName.size())
-            return;
+        const auto bare = partdata::withoutExtension(e.effectName);
+        if (e.attached != partdata::Attached::effect || !bare) return;
         c.add(r, &f, nullptr,
               "its effect \"" + e.effectName +
-                  "\" has a file extension, and the simulator adds its own: write \"" +
-                  e.effectName.substr(0, dot) + "\"");
+                  "\" has a file extension, and the simulator adds its own: write \"" + *bare + "\"");
     });
 }
 

@@ -252,6 +252,21 @@ std::vector<PartInfo> partInfos(const platform::XmlDocument& modelDef) {
     return out;
 }
 
+std::vector<std::string> partsFor(const std::vector<PartInfo>& parts, Kind kind) {
+    std::vector<std::string> out;
+    for (const PartInfo& p : parts)
+        if (kind == Kind::visibility ? p.visibility || p.visibleInRange
+                                     : kind == Kind::mouseRect && p.mouseRect)
+            out.push_back(p.name);
+    return out;
+}
+
+std::optional<std::string> withoutExtension(const std::string& effectName) {
+    const size_t dot = effectName.rfind('.');
+    if (dot == std::string::npos || dot + 1 == effectName.size()) return std::nullopt;
+    return effectName.substr(0, dot);
+}
+
 std::vector<std::string> nearestNames(const std::string& name, const std::vector<std::string>& names,
                                       size_t count) {
     std::vector<std::pair<size_t, size_t>> ranked; // (edits, place)

@@ -86,6 +86,13 @@ struct PartInfo {
     bool animation = false, visibility = false, visibleInRange = false, mouseRect = false;
 };
 std::vector<PartInfo> partInfos(const platform::XmlDocument& modelDef);
+// The parts an element of the kind may name: those with a Visibility or
+// VisibleInRange for a visibility, with a MouseRect for a mouse rect.
+std::vector<std::string> partsFor(const std::vector<PartInfo>& parts, Kind kind);
+
+// An effect's name without its file extension (the simulator adds its own), or
+// none when it has none.
+std::optional<std::string> withoutExtension(const std::string& effectName);
 
 // Up to `count` of `names` nearest to `name` (fewest edits, then as they came).
 std::vector<std::string> nearestNames(const std::string& name, const std::vector<std::string>& names,

@@ -155,6 +155,12 @@ TEST(PartData, ModelDefinitionPartsNearestNamesAndGuids) {
     EXPECT_TRUE(parts[1].visibleInRange);
     EXPECT_FALSE(parts[1].visibility);
     EXPECT_TRUE(parts[2].mouseRect);
+    // A visibility may name a part shown in a range; a mouse rect only one with a MouseRect.
+    EXPECT_EQ(partsFor(parts, Kind::visibility), (std::vector<std::string>{"door", "pilot"}));
+    EXPECT_EQ(partsFor(parts, Kind::mouseRect), std::vector<std::string>{"switch"});
+    EXPECT_EQ(withoutExtension("fx_navred.fx"), "fx_navred");
+    EXPECT_EQ(withoutExtension("fx_navred"), std::nullopt);
+    EXPECT_EQ(withoutExtension("fx_navred."), std::nullopt);
 
     const std::vector<std::string> names = {"gear_door", "switch_light", "gear_doors", "pilot"};
     EXPECT_EQ(nearestNames("GEAR_DOR", names, 2), (std::vector<std::string>{"gear_door", "gear_doors"}));
